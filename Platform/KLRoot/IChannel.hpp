@@ -1,0 +1,101 @@
+#pragma once
+
+#include "KLRoot/Channel.hpp"
+#include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/KLExport.hpp"
+
+#include <cstdint>
+
+namespace KL {
+
+class Object;
+
+// A typed input stream. Values are read in the byte order of the channel's protocol.
+//
+// Every read is bounds-checked: a read past the end of the data fails with ErrEndOfData and
+// reads nothing. The first failure sticks: later reads return it without touching the source,
+// so a chain of reads can be checked once at its end. Derived channels supply bytes through a
+// window (SetWindow) that they refill in Underflow, which keeps typed reads free of virtual calls.
+class LM_EXPORT IChannel {
+public:
+    explicit IChannel(PlatformSign protocol = LittleEndianSign);
+    virtual ~IChannel();
+    IChannel(const IChannel&) = delete;
+    IChannel& operator=(const IChannel&) = delete;
+
+    PlatformSign GetProtocol() const { return protocol; }
+    int SetProtocol(PlatformSign sign);
+
+    int GetStatus() const { return status; }
+    void ResetStatus() { status = NoError; }
+    // Records a failure found by a reader of this channel (a bad length, a foreign frame);
+    // the first failure stays.
+    int SetStatus(int error);
+
+    // Bytes consumed since the channel was made.
+    std::uint64_t GetReadCount() const {
+        return consumedBeforeWindow + static_cast<std::uint64_t>(cursor - windowBegin);
+    }
+    // Bytes that remain, or -1 when the source cannot tell (a compressed stream, a pipe).
+    std::int64_t GetAvailable() const;
+    // Fails with ErrStreamFormat when fewer than `size` bytes are known to remain, so that a
+    // length read from the stream can be checked before anything is allocated for it.
+    int RequireAvailable(std::uint64_t size);
+
+    // Reads exactly `size` bytes.
+    int ReadBin(void* dest, std::uint64_t size);
+    // Reads up to `size` bytes, fewer only at the end of the data, which is no failure here.
+    int ReadUpTo(void* dest, std::uint64_t size, std::uint64_t* count);
+    int Skip(std::uint64_t size);
+
+    int Read(bool& value);
+    int Read(char& value) { return ReadValue(value); }
+    int Read(std::int8_t& value) { return ReadValue(value); }
+    int Read(std::uint8_t& value) { return ReadValue(value); }
+    int Read(std::int16_t& value) { return ReadValue(value); }
+    int Read(std::uint16_t& value) { return ReadValue(value); }
+    int Read(std::int32_t& value) { return ReadValue(value); }
+    int Read(std::uint32_t& value) { return ReadValue(value); }
+    int Read(std::int64_t& value) { return ReadValue(value); }
+    int Read(std::uint64_t& value) { return ReadValue(value); }
+    int Read(float& value) { return ReadValue(value); }
+    int Read(double& value) { return ReadValue(value); }
+    int Read(Object& object);
+
+protected:
+    // Makes more bytes available through SetWindow; at the end of the data it leaves the window
+    // empty and returns NoError.
+    virtual int Underflow() = 0;
+    // Bytes that follow the current window, or -1 if unknown.
+    virtual std::int64_t GetAvailableBeyondWindow() const { return -1; }
+    // Skips bytes that lie beyond the current window; seekable channels do better than reading.
+    virtual int SkipBeyondWindow(std::uint64_t size);
+
+    void SetWindow(const char* begin, const char* end);
+
+private:
+    template <typename T>
+    int ReadValue(T& value) {
+        if (status != NoError)
+            return status;
+        if (static_cast<std::size_t>(limit - cursor) >= sizeof(T)) {
+            value = LoadInOrder<T>(cursor, protocol);
+            cursor += sizeof(T);
+            return NoError;
+        }
+        char bytes[sizeof(T)];
+        if (const int err = ReadBin(bytes, sizeof(T)); err != NoError)
+            return err;
+        value = LoadInOrder<T>(bytes, protocol);
+        return NoError;
+    }
+
+    const char* windowBegin = nullptr;
+    const char* cursor = nullptr;
+    const char* limit = nullptr;
+    std::uint64_t consumedBeforeWindow = 0;
+    PlatformSign protocol;
+    int status = NoError;
+};
+
+} // namespace KL

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "KLRoot/KLExport.hpp"
+
+#include <cstdint>
+
+// Memory handles: a handle (char**) points at a master pointer to a relocatable block, so the
+// block may move on resize while the handle stays. Every operation records its result for
+// BMError on the calling thread: 0, or one of the codes of ErrorCodes.hpp (-50 illegal argument,
+// -108 no memory, -109 null handle, -7001 null block, -7002 empty handle).
+
+using GSHandle = char**;
+
+// Flags of BMAllocateHandle and BMReallocHandle.
+inline constexpr int BMClearFlag = 2; // fill new bytes with zero
+
+LM_EXPORT GSHandle BMAllocateHandle(std::int64_t size, int flags, int reserved);
+LM_EXPORT std::int64_t BMGetHandleSize(GSHandle handle);
+// Resizes in place of the handle; the handle stays valid, its block may move. Returns the handle,
+// or null on failure with the old block untouched.
+LM_EXPORT GSHandle BMReallocHandle(GSHandle handle, std::int64_t newSize, int flags, int reserved);
+// Copies the block of `source` into a new handle stored at `*destination`.
+LM_EXPORT int BMHandleToHandle(GSHandle source, GSHandle* destination);
+// Releases the handle and nulls the caller's variable; a null handle is accepted.
+LM_EXPORT int BMKillHandle(GSHandle* handle);
+LM_EXPORT int BMError();

@@ -1,0 +1,130 @@
+#pragma once
+
+#include "KLRoot/ClassInfo.hpp"
+#include "KLRoot/KLExport.hpp"
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+namespace KL {
+
+// Stream identity of a paged array written as a table.
+struct LM_EXPORT PagedArrayPrivate {
+    static const ClassInfo classInfo;
+};
+
+// An array stored in pages of PageSize elements. Elements never move: a pointer to an element
+// stays valid while the array grows, until that element is removed or the array cleared.
+template <typename T, std::size_t PageSize = 8>
+class PagedArray {
+    static_assert(PageSize > 0);
+
+public:
+    PagedArray() = default;
+    PagedArray(const PagedArray& other) {
+        for (const T& item : other)
+            Push(item);
+    }
+    PagedArray(PagedArray&& other) noexcept : pages(std::move(other.pages)), size(std::exchange(other.size, 0)) {}
+    PagedArray& operator=(const PagedArray& other) {
+        if (this != &other) {
+            PagedArray copy(other);
+            Swap(copy);
+        }
+        return *this;
+    }
+    PagedArray& operator=(PagedArray&& other) noexcept {
+        if (this != &other) {
+            Clear();
+            pages = std::move(other.pages);
+            size = std::exchange(other.size, 0);
+        }
+        return *this;
+    }
+    ~PagedArray() { Clear(); }
+
+    std::size_t GetSize() const { return size; }
+    bool IsEmpty() const { return size == 0; }
+    T& operator[](std::size_t index) { return *Slot(index); }
+    const T& operator[](std::size_t index) const { return *Slot(index); }
+    T& GetLast() { return (*this)[size - 1]; }
+    const T& GetLast() const { return (*this)[size - 1]; }
+
+    template <typename... Args>
+    T& PushNew(Args&&... args) {
+        if (size == pages.size() * PageSize)
+            pages.push_back(std::make_unique<Page>());
+        T* slot = ::new (static_cast<void*>(Slot(size))) T(std::forward<Args>(args)...);
+        ++size;
+        return *slot;
+    }
+    void Push(const T& item) { PushNew(item); }
+    void Push(T&& item) { PushNew(std::move(item)); }
+    void DeleteLast() {
+        --size;
+        Slot(size)->~T();
+    }
+    void Clear() {
+        while (size > 0)
+            DeleteLast();
+        pages.clear();
+    }
+    void Swap(PagedArray& other) noexcept {
+        pages.swap(other.pages);
+        std::swap(size, other.size);
+    }
+
+    template <typename Owner, typename Value>
+    class Iterator {
+    public:
+        using iterator_category = std::random_access_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = Value*;
+        using reference = Value&;
+
+        Iterator() = default;
+        Iterator(Owner* array, std::size_t index) : array(array), index(index) {}
+        reference operator*() const { return (*array)[index]; }
+        pointer operator->() const { return &(*array)[index]; }
+        Iterator& operator++() { ++index; return *this; }
+        Iterator operator++(int) { Iterator old = *this; ++index; return old; }
+        Iterator& operator--() { --index; return *this; }
+        Iterator& operator+=(difference_type n) { index = static_cast<std::size_t>(static_cast<difference_type>(index) + n); return *this; }
+        Iterator operator+(difference_type n) const { Iterator it = *this; return it += n; }
+        Iterator operator-(difference_type n) const { Iterator it = *this; return it += -n; }
+        difference_type operator-(const Iterator& other) const {
+            return static_cast<difference_type>(index) - static_cast<difference_type>(other.index);
+        }
+        reference operator[](difference_type n) const { return *(*this + n); }
+        bool operator==(const Iterator& other) const { return index == other.index; }
+        auto operator<=>(const Iterator& other) const { return index <=> other.index; }
+
+    private:
+        Owner* array = nullptr;
+        std::size_t index = 0;
+    };
+
+    auto begin() { return Iterator<PagedArray, T>(this, 0); }
+    auto end() { return Iterator<PagedArray, T>(this, size); }
+    auto begin() const { return Iterator<const PagedArray, const T>(this, 0); }
+    auto end() const { return Iterator<const PagedArray, const T>(this, size); }
+
+private:
+    struct Page {
+        alignas(T) unsigned char storage[sizeof(T) * PageSize];
+    };
+
+    T* Slot(std::size_t index) const {
+        unsigned char* page = pages[index / PageSize]->storage;
+        return std::launder(reinterpret_cast<T*>(page + sizeof(T) * (index % PageSize)));
+    }
+
+    std::vector<std::unique_ptr<Page>> pages;
+    std::size_t size = 0;
+};
+
+} // namespace KL

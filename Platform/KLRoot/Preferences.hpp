@@ -1,0 +1,35 @@
+#pragma once
+
+#include "KLRoot/KLExport.hpp"
+#include "KLRoot/UniString.hpp"
+
+#include <cstdint>
+
+// Preferences: values by group and key, read from one JSON file of the form
+//   { "Group": { "Key": value, ... }, ... }
+// The file is $LIBMGR_PREFERENCES if set, else $XDG_CONFIG_HOME/libmgr/preferences.json, else
+// ~/.config/libmgr/preferences.json. An absent or unreadable file, group or key, or a value of
+// another type, gives the caller's default.
+namespace KLPref {
+
+inline constexpr const char* FileVariable = "LIBMGR_PREFERENCES";
+inline constexpr int UserDomain = 1;
+// The level to read at; the user's file is the only level there is.
+inline constexpr int UserLevel = 1;
+
+class LM_EXPORT IRoot {
+public:
+    virtual ~IRoot();
+    virtual std::int64_t ReadInt(const KL::UniString& group, const KL::UniString& key, std::int64_t defaultValue,
+                                 int level) const = 0;
+    virtual KL::UniString ReadString(const KL::UniString& group, const KL::UniString& key,
+                                     const KL::UniString& defaultValue, int level) const = 0;
+    virtual bool ReadBool(const KL::UniString& group, const KL::UniString& key, bool defaultValue,
+                          int level) const = 0;
+};
+
+// Reads the preference file afresh; close the root with CloseRootKey.
+LM_EXPORT IRoot* OpenRootKey(int domain);
+LM_EXPORT void CloseRootKey(IRoot* root);
+
+} // namespace KLPref

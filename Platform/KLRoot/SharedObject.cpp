@@ -1,0 +1,7 @@
+#include "KLRoot/SharedObject.hpp"
+
+namespace KL {
+
+SharedObject::~SharedObject() = default;
+
+} // namespace KL

@@ -1,0 +1,305 @@
+#include "KLRoot/UniString.hpp"
+
+#include "KLRoot/IChannel.hpp"
+#include "KLRoot/OChannel.hpp"
+
+#include <unicode/uchar.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <ostream>
+
+namespace KL {
+
+namespace {
+
+constexpr std::uint32_t FnvOffset = 2166136261u;
+constexpr std::uint32_t FnvPrime = 16777619u;
+
+constexpr UniChar AsciiLower(UniChar c) { return (c >= u'A' && c <= u'Z') ? static_cast<UniChar>(c + 32) : c; }
+
+// Moves surrogates above the rest of the BMP, so that comparing code units orders by code point.
+constexpr std::uint32_t CodePointOrderKey(UniChar c) {
+    if (c < 0xD800)
+        return c;
+    return c >= 0xE000 ? c - 0x800u : c + 0x2000u;
+}
+
+int CompareCodePointOrder(std::u16string_view a, std::u16string_view b) {
+    const auto mismatch = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+    if (mismatch.first == a.end())
+        return mismatch.second == b.end() ? 0 : -1;
+    if (mismatch.second == b.end())
+        return 1;
+    return CodePointOrderKey(*mismatch.first) < CodePointOrderKey(*mismatch.second) ? -1 : 1;
+}
+
+int CompareAsciiFolded(std::u16string_view a, std::u16string_view b) {
+    const std::size_t n = std::min(a.size(), b.size());
+    for (std::size_t i = 0; i < n; ++i) {
+        const UniChar x = AsciiLower(a[i]);
+        const UniChar y = AsciiLower(b[i]);
+        if (x != y)
+            return x < y ? -1 : 1;
+    }
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+bool IsAsciiText(std::u16string_view text) {
+    return std::all_of(text.begin(), text.end(), [](UniChar c) { return c < 0x80; });
+}
+
+
+// Runs an ICU case mapping with preflighting: the result may be longer than the source.
+template <typename Map>
+std::u16string MapCase(std::u16string_view source, Map map) {
+    std::u16string result(source.size() + source.size() / 2 + 4, u'\0');
+    UErrorCode status = U_ZERO_ERROR;
+    auto length = map(result.data(), static_cast<int32_t>(result.size()), source.data(),
+                      static_cast<int32_t>(source.size()), &status);
+    if (status == U_BUFFER_OVERFLOW_ERROR) {
+        result.resize(static_cast<std::size_t>(length));
+        status = U_ZERO_ERROR;
+        length = map(result.data(), static_cast<int32_t>(result.size()), source.data(),
+                     static_cast<int32_t>(source.size()), &status);
+    }
+    if (U_FAILURE(status))
+        return std::u16string(source);
+    result.resize(static_cast<std::size_t>(length));
+    return result;
+}
+
+std::u16string Fold(std::u16string_view source) {
+    if (IsAsciiText(source)) {
+        std::u16string result(source);
+        std::transform(result.begin(), result.end(), result.begin(), AsciiLower);
+        return result;
+    }
+    return MapCase(source, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length, UErrorCode* status) {
+        return u_strFoldCase(dest, capacity, src, length, U_FOLD_CASE_DEFAULT, status);
+    });
+}
+
+std::uint32_t HashUnits(std::u16string_view units) {
+    std::uint32_t hash = FnvOffset;
+    for (const UniChar c : units) {
+        hash = (hash ^ (c & 0xFFu)) * FnvPrime;
+        hash = (hash ^ (c >> 8)) * FnvPrime;
+    }
+    return hash;
+}
+
+} // namespace
+
+UniString::UniString(const char* utf8) : UniString(std::string_view(utf8 != nullptr ? utf8 : "")) {}
+
+UniString::UniString(std::string_view utf8) {
+    text.reserve(utf8.size());
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(utf8.data());
+    const auto length = static_cast<int32_t>(utf8.size());
+    for (int32_t i = 0; i < length;) {
+        if (bytes[i] < 0x80) {
+            text.push_back(bytes[i++]);
+            continue;
+        }
+        UChar32 c = 0;
+        U8_NEXT(bytes, i, length, c);
+        if (c < 0)
+            c = 0xFFFD; // a malformed sequence becomes the replacement character
+        if (U_IS_BMP(c)) {
+            text.push_back(static_cast<UniChar>(c));
+        } else {
+            text.push_back(U16_LEAD(c));
+            text.push_back(U16_TRAIL(c));
+        }
+    }
+}
+
+UniString::UniString(const UniChar* units) {
+    if (units != nullptr)
+        text = units;
+}
+
+std::string UniString::ToUTF8() const {
+    std::string result;
+    result.reserve(text.size());
+    const auto length = static_cast<int32_t>(text.size());
+    for (int32_t i = 0; i < length;) {
+        UChar32 c = 0;
+        U16_NEXT(text.data(), i, length, c);
+        if (U_IS_SURROGATE(c))
+            c = 0xFFFD; // an unpaired surrogate has no UTF-8 form
+        std::uint8_t bytes[4];
+        int32_t count = 0;
+        U8_APPEND_UNSAFE(bytes, count, c);
+        result.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
+    }
+    return result;
+}
+
+void UniString::Insert(std::size_t position, const UniString& other) {
+    text.insert(std::min(position, text.size()), other.text);
+}
+
+void UniString::Delete(std::size_t position, std::size_t count) {
+    if (position < text.size())
+        text.erase(position, count);
+}
+
+UniString UniString::GetSubstring(std::size_t position, std::size_t count) const {
+    if (position >= text.size())
+        return {};
+    return UniString(text.substr(position, count));
+}
+
+UniString UniString::GetSuffix(std::size_t count) const {
+    return count >= text.size() ? *this : GetSubstring(text.size() - count);
+}
+
+std::size_t UniString::FindFirst(UniChar c, std::size_t from) const {
+    const std::size_t at = text.find(c, from);
+    return at == std::u16string::npos ? NotFound : at;
+}
+
+std::size_t UniString::FindFirst(const UniString& part, std::size_t from) const {
+    const std::size_t at = text.find(part.text, from);
+    return at == std::u16string::npos ? NotFound : at;
+}
+
+std::size_t UniString::FindLast(UniChar c) const {
+    const std::size_t at = text.rfind(c);
+    return at == std::u16string::npos ? NotFound : at;
+}
+
+std::size_t UniString::FindLast(const UniString& part) const {
+    const std::size_t at = text.rfind(part.text);
+    return at == std::u16string::npos ? NotFound : at;
+}
+
+bool UniString::BeginsWith(const UniString& part, CaseComparison cmp) const {
+    if (cmp == CaseSensitive)
+        return View().starts_with(part.View());
+    return part.IsEmpty() || GetFolded().View().starts_with(part.GetFolded().View());
+}
+
+bool UniString::EndsWith(const UniString& part, CaseComparison cmp) const {
+    if (cmp == CaseSensitive)
+        return View().ends_with(part.View());
+    return part.IsEmpty() || GetFolded().View().ends_with(part.GetFolded().View());
+}
+
+std::size_t UniString::ReplaceAll(const UniString& from, const UniString& to) {
+    if (from.IsEmpty())
+        return 0;
+    std::size_t count = 0;
+    std::u16string result;
+    std::size_t start = 0;
+    for (std::size_t at = text.find(from.text); at != std::u16string::npos; at = text.find(from.text, start)) {
+        result.append(text, start, at - start);
+        result.append(to.text);
+        start = at + from.text.size();
+        ++count;
+    }
+    if (count > 0) {
+        result.append(text, start, std::u16string::npos);
+        text = std::move(result);
+    }
+    return count;
+}
+
+std::size_t UniString::ReplaceAll(UniChar from, UniChar to) {
+    std::size_t count = 0;
+    for (UniChar& c : text) {
+        if (c == from) {
+            c = to;
+            ++count;
+        }
+    }
+    return count;
+}
+
+UniString UniString::GetFolded() const { return UniString(Fold(text)); }
+
+UniString UniString::ToLowerCase() const {
+    return UniString(MapCase(text, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length,
+                                      UErrorCode* status) { return u_strToLower(dest, capacity, src, length, "", status); }));
+}
+
+UniString UniString::ToUpperCase() const {
+    return UniString(MapCase(text, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length,
+                                      UErrorCode* status) { return u_strToUpper(dest, capacity, src, length, "", status); }));
+}
+
+bool UniString::IsASCII() const { return IsAsciiText(text); }
+
+int UniString::Compare(const UniString& other, CaseComparison cmp) const {
+    if (cmp == CaseSensitive)
+        return CompareCodePointOrder(text, other.text);
+    if (IsASCII() && other.IsASCII())
+        return CompareAsciiFolded(text, other.text);
+    UErrorCode status = U_ZERO_ERROR;
+    const int32_t result =
+        u_strCaseCompare(text.data(), static_cast<int32_t>(text.size()), other.text.data(),
+                         static_cast<int32_t>(other.text.size()), U_FOLD_CASE_DEFAULT | U_COMPARE_CODE_POINT_ORDER,
+                         &status);
+    if (U_FAILURE(status))
+        return CompareCodePointOrder(Fold(text), Fold(other.text));
+    return result < 0 ? -1 : (result > 0 ? 1 : 0);
+}
+
+bool UniString::IsEqual(const UniString& other, CaseComparison cmp) const {
+    if (cmp == CaseSensitive)
+        return text == other.text;
+    return Compare(other, CaseInsensitive) == 0;
+}
+
+std::uint32_t UniString::GenerateHashValue(CaseComparison cmp) const {
+    return HashUnits(cmp == CaseSensitive ? text : Fold(text));
+}
+
+int UniString::Write(OChannel& channel) const {
+    if (text.size() > UINT32_MAX)
+        return channel.SetStatus(ErrParam);
+    if (const int err = channel.Write(static_cast<std::uint32_t>(text.size())); err != NoError)
+        return err;
+    if (channel.GetProtocol() == HostPlatformSign)
+        return channel.WriteBin(text.data(), text.size() * sizeof(UniChar));
+    for (const UniChar c : text) {
+        if (const int err = channel.Write(static_cast<std::uint16_t>(c)); err != NoError)
+            return err;
+    }
+    return NoError;
+}
+
+int UniString::Read(IChannel& channel) {
+    std::uint32_t count = 0;
+    if (const int err = channel.Read(count); err != NoError)
+        return err;
+    if (const int err = channel.RequireAvailable(std::uint64_t{count} * sizeof(UniChar)); err != NoError)
+        return err;
+    // Grow with the data actually read, so a hostile count on a stream of unknown length cannot
+    // force a large allocation.
+    constexpr std::size_t Chunk = 32 * 1024;
+    std::u16string result;
+    for (std::size_t done = 0; done < count;) {
+        const std::size_t n = std::min<std::size_t>(Chunk, count - done);
+        result.resize(done + n);
+        if (const int err = channel.ReadBin(result.data() + done, n * sizeof(UniChar)); err != NoError)
+            return err;
+        done += n;
+    }
+    if (channel.GetProtocol() != HostPlatformSign) {
+        for (UniChar& c : result)
+            c = ByteSwap(c);
+    }
+    text = std::move(result);
+    return NoError;
+}
+
+OChannel& operator<<(OChannel& channel, const UniString& text) { return channel << text.ToUTF8(); }
+
+std::ostream& operator<<(std::ostream& stream, const UniString& text) { return stream << text.ToUTF8(); }
+
+} // namespace KL

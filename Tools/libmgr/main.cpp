@@ -1,0 +1,71 @@
+// libmgr: the library manager's command-line tool.
+#include "SelfCheck.hpp"
+
+#include <LibraryManager.hpp>
+
+#include <cstring>
+#include <iostream>
+#include <string_view>
+
+namespace {
+
+constexpr int ExitSuccess = 0;
+constexpr int ExitFailure = 1;
+constexpr int ExitUsage = 2;
+
+void PrintUsage(std::ostream& out) {
+    out << "Usage: libmgr [--version] [--help] <command> [<args>]\n"
+           "\n"
+           "Inspect, pack and author libraries of parametric parts.\n"
+           "\n"
+           "Commands:\n"
+           "  demo        run on the bundled sample library (for now: a self-check of the foundation)\n"
+           "  self-check  exercise the foundation libraries and report each check\n"
+           "\n"
+           "Run 'libmgr <command> --help' for the options of a command.\n";
+}
+
+bool WantsHelp(int argc, char** argv) {
+    for (int i = 2; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0)
+            return true;
+    }
+    return false;
+}
+
+int RunSelfCheckCommand(int argc, char** argv, std::string_view name) {
+    if (WantsHelp(argc, argv)) {
+        std::cout << "Usage: libmgr " << name << "\n\nRuns the foundation's self-check and prints one line per check.\n";
+        return ExitSuccess;
+    }
+    if (argc > 2) {
+        std::cerr << "libmgr " << name << ": unexpected argument '" << argv[2] << "'\n";
+        return ExitUsage;
+    }
+    std::cout << "libmgr " << LM::GetLibraryManagerVersion() << " self-check\n";
+    const bool passed = libmgr::RunSelfCheck(std::cout);
+    std::cout << (passed ? "all checks passed\n" : "some checks FAILED\n");
+    return passed ? ExitSuccess : ExitFailure;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        PrintUsage(std::cerr);
+        return ExitUsage;
+    }
+    const std::string_view command = argv[1];
+    if (command == "--help" || command == "-h" || command == "help") {
+        PrintUsage(std::cout);
+        return ExitSuccess;
+    }
+    if (command == "--version") {
+        std::cout << "libmgr " << LM::GetLibraryManagerVersion() << '\n';
+        return ExitSuccess;
+    }
+    if (command == "demo" || command == "self-check")
+        return RunSelfCheckCommand(argc, argv, command);
+    std::cerr << "libmgr: unknown command '" << command << "'; see 'libmgr --help'\n";
+    return ExitUsage;
+}

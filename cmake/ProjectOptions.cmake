@@ -1,0 +1,29 @@
+# Warnings and sanitizers for the project's own targets.
+add_library(lm_project_options INTERFACE)
+target_compile_options(lm_project_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+    -Wcast-qual -Wformat=2 -Wmissing-declarations)
+if(LM_WARNINGS_AS_ERRORS)
+    target_compile_options(lm_project_options INTERFACE -Werror)
+endif()
+
+if(LM_SANITIZE)
+    string(REPLACE "," ";" lm_sanitizers "${LM_SANITIZE}")
+    foreach(s IN LISTS lm_sanitizers)
+        add_compile_options(-fsanitize=${s})
+        add_link_options(-fsanitize=${s})
+    endforeach()
+    add_compile_options(-fno-omit-frame-pointer -fno-sanitize-recover=all)
+endif()
+
+# A platform library: an object library whose objects end up in the one shared component,
+# so that every exported class exists exactly once in a process.
+function(lm_platform_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+    add_library(${name} OBJECT ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/Platform>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/LibraryManager>)
+    target_compile_definitions(${name} PRIVATE LM_BUILDING_LIBRARY)
+    target_link_libraries(${name} PRIVATE lm_project_options ${ARG_DEPENDS})
+endfunction()
