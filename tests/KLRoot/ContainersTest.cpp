@@ -1,0 +1,125 @@
+#include <LibraryManager.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct Counted {
+    static inline int alive = 0;
+    int value;
+    explicit Counted(int v) : value(v) { ++alive; }
+    Counted(const Counted& other) : value(other.value) { ++alive; }
+    ~Counted() { --alive; }
+};
+
+TEST(PagedArray, ElementAddressesStayStableAcrossGrowth) {
+    KL::PagedArray<Counted, 8> array;
+    std::vector<const Counted*> addresses;
+    for (int i = 0; i < 1000; ++i)
+        addresses.push_back(&array.PushNew(i));
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_EQ(&array[static_cast<std::size_t>(i)], addresses[static_cast<std::size_t>(i)]);
+        EXPECT_EQ(addresses[static_cast<std::size_t>(i)]->value, i);
+    }
+    EXPECT_EQ(Counted::alive, 1000);
+
+    int sum = 0;
+    for (const Counted& c : array)
+        sum += c.value;
+    EXPECT_EQ(sum, 999 * 1000 / 2);
+
+    KL::PagedArray<Counted, 8> copy(array);
+    EXPECT_EQ(Counted::alive, 2000);
+    EXPECT_EQ(copy[999].value, 999);
+    EXPECT_NE(&copy[0], &array[0]);
+
+    array.DeleteLast();
+    EXPECT_EQ(array.GetSize(), 999u);
+    EXPECT_EQ(array.GetLast().value, 998);
+    array.Clear();
+    copy = KL::PagedArray<Counted, 8>();
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST(Array, InsertDeleteFind) {
+    KL::Array<int> a{3, 1, 4};
+    a.Insert(1, 9);
+    EXPECT_EQ(a, (KL::Array<int>{3, 9, 1, 4}));
+    a.Delete(0);
+    EXPECT_EQ(a.FindFirst(4), 2u);
+    EXPECT_EQ(a.FindFirst(7), KL::Array<int>::NotFound);
+    EXPECT_EQ(a.Pop(), 4);
+    EXPECT_EQ(a.GetSize(), 2u);
+    KL::ArrayFB<KL::UniString, 4> names;
+    names.Push("a");
+    EXPECT_EQ(names.GetLast(), "a");
+}
+
+TEST(HashTable, AddDoesNotReplaceButPutDoes) {
+    KL::HashTable<KL::Guid, KL::UniString> table;
+    const KL::Guid key = KL::Guid::Generate();
+    EXPECT_TRUE(table.Add(key, "first"));
+    EXPECT_FALSE(table.Add(key, "second"));
+    EXPECT_EQ(*table.GetPtr(key), "first");
+    table.Put(key, "third");
+    KL::UniString value;
+    EXPECT_TRUE(table.Get(key, &value));
+    EXPECT_EQ(value, "third");
+    EXPECT_FALSE(table.Get(KL::Guid::Generate(), &value));
+    EXPECT_TRUE(table.Delete(key));
+    EXPECT_FALSE(table.ContainsKey(key));
+
+    KL::HashSet<KL::UnID> ids;
+    EXPECT_TRUE(ids.Add(KL::UnID(key, key)));
+    EXPECT_FALSE(ids.Add(KL::UnID(key, key)));
+    EXPECT_TRUE(ids.Contains(KL::UnID(key, key)));
+}
+
+TEST(Queue, FirstInFirstOut) {
+    KL::Queue<int> q;
+    q.Push(1);
+    q.Push(2);
+    EXPECT_EQ(q.Pop(), 1);
+    EXPECT_EQ(q.GetFirst(), 2);
+    EXPECT_EQ(q.GetSize(), 1u);
+}
+
+class Payload : public KL::SharedObject {
+public:
+    explicit Payload(std::atomic<int>* destroyed) : destroyed(destroyed) {}
+    ~Payload() override { ++*destroyed; }
+
+private:
+    std::atomic<int>* destroyed;
+};
+
+TEST(SharedPtr, CountsAcrossThreadsAndDeletesOnce) {
+    std::atomic<int> destroyed{0};
+    {
+        KL::SharedPtr<Payload> owner = KL::MakeShared<Payload>(&destroyed);
+        KL::ConstSharedPtr<Payload> reader = owner;
+        EXPECT_EQ(owner->GetReferenceCount(), 2u);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 8; ++t) {
+            threads.emplace_back([reader] {
+                for (int i = 0; i < 10000; ++i) {
+                    KL::ConstSharedPtr<Payload> copy = reader;
+                    KL::ConstSharedPtr<Payload> moved = std::move(copy);
+                }
+            });
+        }
+        for (auto& thread : threads)
+            thread.join();
+        EXPECT_EQ(owner->GetReferenceCount(), 2u);
+        owner.Reset();
+        EXPECT_EQ(destroyed, 0);
+        EXPECT_TRUE(owner.IsNull());
+    }
+    EXPECT_EQ(destroyed, 1);
+}
+
+} // namespace
