@@ -1,10 +1,12 @@
 # Entry points for a fresh machine: `make demo` and `make test`.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps build demo test check-asan bench format clean
+.PHONY: all deps fuzz-deps build demo test check-asan fuzz bench format clean
 
 all: build
 
@@ -31,6 +33,25 @@ check-asan: deps $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	    ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
+	$(MAKE) fuzz
+
+fuzz-deps:
+	@LM_SANITIZE_DEPS=1 scripts/install-deps
+
+$(FUZZ_BUILD)/build.ninja: | fuzz-deps
+	cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+	    -DLM_SANITIZE=address,undefined -DLM_FUZZ=ON -DLM_BUILD_TESTS=OFF -DLM_BUILD_BENCH=OFF $(CMAKE_ARGS)
+
+# A short run of every fuzz target, each from its corpus folder under fuzz/corpus when it has one.
+fuzz: fuzz-deps $(FUZZ_BUILD)/build.ninja
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	@for target in $$(sed -n 's/^lm_fuzz_target(\(.*\))/\1/p' fuzz/CMakeLists.txt); do \
+	    echo "fuzz: $$target for $(FUZZ_SECONDS) s"; \
+	    mkdir -p $(FUZZ_BUILD)/corpus/$$target; \
+	    ASAN_OPTIONS=allocator_may_return_null=1 $(FUZZ_BUILD)/fuzz/$$target -max_total_time=$(FUZZ_SECONDS) \
+	        -print_final_stats=0 $(FUZZ_BUILD)/corpus/$$target $$( [ -d fuzz/corpus/$$target ] && echo fuzz/corpus/$$target ) \
+	        2>$(FUZZ_BUILD)/$$target.log || { tail -50 $(FUZZ_BUILD)/$$target.log; exit 1; }; \
+	done
 
 bench: build
 	bench/run $(BUILD)
@@ -39,4 +60,4 @@ format:
 	git ls-files -z '*.cpp' '*.hpp' | xargs -0 clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

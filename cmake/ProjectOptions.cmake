@@ -1,7 +1,7 @@
 # Warnings and sanitizers for the project's own targets.
 add_library(lm_project_options INTERFACE)
 target_compile_options(lm_project_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+    -Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
     -Wcast-qual -Wformat=2 -Wmissing-declarations)
 if(LM_WARNINGS_AS_ERRORS)
     target_compile_options(lm_project_options INTERFACE -Werror)
@@ -14,6 +14,10 @@ if(LM_SANITIZE)
         add_link_options(-fsanitize=${s})
     endforeach()
     add_compile_options(-fno-omit-frame-pointer -fno-sanitize-recover=all)
+endif()
+if(LM_FUZZ)
+    # Coverage for the fuzzer in everything it reaches; the targets link the fuzzer's main.
+    add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 # A platform library: an object library whose objects end up in the one shared component,

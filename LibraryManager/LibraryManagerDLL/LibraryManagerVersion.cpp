@@ -2,6 +2,8 @@
 
 namespace LM {
 
-const char* GetLibraryManagerVersion() { return LM_VERSION_TEXT; }
+const char* GetLibraryManagerVersion() {
+    return LM_VERSION_TEXT;
+}
 
 } // namespace LM

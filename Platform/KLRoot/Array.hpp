@@ -30,13 +30,17 @@ public:
     void Push(const T& item) { items.push_back(item); }
     void Push(T&& item) { items.push_back(std::move(item)); }
     template <typename... Args>
-    T& PushNew(Args&&... args) { return items.emplace_back(std::forward<Args>(args)...); }
+    T& PushNew(Args&&... args) {
+        return items.emplace_back(std::forward<Args>(args)...);
+    }
     T Pop() {
         T item = std::move(items.back());
         items.pop_back();
         return item;
     }
-    void Insert(std::size_t index, const T& item) { items.insert(items.begin() + static_cast<std::ptrdiff_t>(index), item); }
+    void Insert(std::size_t index, const T& item) {
+        items.insert(items.begin() + static_cast<std::ptrdiff_t>(index), item);
+    }
     void Insert(std::size_t index, T&& item) {
         items.insert(items.begin() + static_cast<std::ptrdiff_t>(index), std::move(item));
     }

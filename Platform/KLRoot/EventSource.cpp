@@ -10,18 +10,23 @@ EventObserver::EventObserver() = default;
 // A copy observes nothing until attached: attachment belongs to the object, not its value.
 EventObserver::EventObserver(const EventObserver&) {}
 
-EventObserver& EventObserver::operator=(const EventObserver&) { return *this; }
+EventObserver& EventObserver::operator=(const EventObserver&) {
+    return *this;
+}
 
 EventObserver::~EventObserver() {
-    while (!sources.empty())
-        sources.back()->Detach(*this);
+    const std::vector<EventSource*> attachedTo = sources;
+    for (EventSource* source : attachedTo)
+        source->Detach(*this);
 }
 
 EventSource::EventSource() = default;
 
 EventSource::EventSource(const EventSource&) {}
 
-EventSource& EventSource::operator=(const EventSource&) { return *this; }
+EventSource& EventSource::operator=(const EventSource&) {
+    return *this;
+}
 
 EventSource::~EventSource() {
     while (!observers.empty())
@@ -46,7 +51,9 @@ void EventSource::Detach(EventObserver& observer) {
 
 void EventSource::Forget(EventObserver& observer) {
     auto& sources = observer.sources;
-    sources.erase(std::find(sources.begin(), sources.end(), this));
+    const auto it = std::find(sources.begin(), sources.end(), this);
+    if (it != sources.end())
+        sources.erase(it);
 }
 
 bool EventSource::IsAttached(const EventObserver& observer) const {

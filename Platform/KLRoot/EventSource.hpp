@@ -46,6 +46,7 @@ protected:
 
     const std::vector<ObserverEntry>& EnumerateObservers() const { return observers; }
 
+    // The source must outlive its own notification.
     // Calls `notify` for each observer attached when the walk starts and still attached when its
     // turn comes, newest first. After each call the list is read again: the position is clamped to
     // its length and entries whose number is not below that of the observer just called are

@@ -23,8 +23,9 @@ SynchronizationException::SynchronizationException(std::string text, const char*
     : KLException(ErrIO, std::move(text), file, line) {}
 SynchronizationException::~SynchronizationException() = default;
 
-#define LM_DEFINE_MEMORY_EXCEPTION(Name, code)                                                              \
-    Name::Name(std::string text, const char* file, int line) : KLException(code, std::move(text), file, line) {} \
+#define LM_DEFINE_MEMORY_EXCEPTION(Name, code)                                                               \
+    Name::Name(std::string text, const char* file, int line)                                                 \
+        : KLException(code, std::move(text), file, line) {}                                                  \
     Name::~Name() = default;
 
 LM_DEFINE_MEMORY_EXCEPTION(BMEmptyHandleException, ErrEmptyHandle)

@@ -47,17 +47,17 @@ public:
 
 // One class per failure code of the memory manager (handles). A failed allocation
 // (-108) raises OutOfMemoryException.
-#define LM_DECLARE_MEMORY_EXCEPTION(Name)                                                                   \
-    class LM_EXPORT Name : public KLException {                                                             \
-    public:                                                                                                 \
-        explicit Name(std::string message, const char* sourceFile = "", int sourceLine = 0);                \
-        ~Name() override;                                                                                   \
+#define LM_DECLARE_MEMORY_EXCEPTION(Name)                                                                    \
+    class LM_EXPORT Name : public KLException {                                                              \
+    public:                                                                                                  \
+        explicit Name(std::string message, const char* sourceFile = "", int sourceLine = 0);                 \
+        ~Name() override;                                                                                    \
     };
 
-LM_DECLARE_MEMORY_EXCEPTION(BMEmptyHandleException)    // -7002
-LM_DECLARE_MEMORY_EXCEPTION(BMNullPointerException)    // -7001
-LM_DECLARE_MEMORY_EXCEPTION(BMMemoryLockedException)   // -117
-LM_DECLARE_MEMORY_EXCEPTION(BMNilHandleException)      // -109
+LM_DECLARE_MEMORY_EXCEPTION(BMEmptyHandleException)     // -7002
+LM_DECLARE_MEMORY_EXCEPTION(BMNullPointerException)     // -7001
+LM_DECLARE_MEMORY_EXCEPTION(BMMemoryLockedException)    // -117
+LM_DECLARE_MEMORY_EXCEPTION(BMNilHandleException)       // -109
 LM_DECLARE_MEMORY_EXCEPTION(BMIllegalArgumentException) // -50
 
 #undef LM_DECLARE_MEMORY_EXCEPTION
@@ -65,7 +65,8 @@ LM_DECLARE_MEMORY_EXCEPTION(BMIllegalArgumentException) // -50
 // Any other nonzero code of the memory manager; it keeps the code it was raised for.
 class LM_EXPORT BMInternalErrorException : public KLException {
 public:
-    BMInternalErrorException(int errorCode, std::string message, const char* sourceFile = "", int sourceLine = 0);
+    BMInternalErrorException(int errorCode, std::string message, const char* sourceFile = "",
+                             int sourceLine = 0);
     ~BMInternalErrorException() override;
 };
 

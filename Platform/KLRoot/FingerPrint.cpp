@@ -1,5 +1,6 @@
 #include "KLRoot/FingerPrint.hpp"
 
+#include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/Exceptions.hpp"
 
 #include <openssl/evp.h>
@@ -18,19 +19,22 @@ void Begin(EVP_MD_CTX* digest) {
 }
 } // namespace
 
-FingerPrintGenerator::FingerPrintGenerator() : context(std::make_unique<Context>()) { Begin(context->digest); }
+FingerPrintGenerator::FingerPrintGenerator() : context(std::make_unique<Context>()) {
+    Begin(context->digest);
+}
 
 FingerPrintGenerator::~FingerPrintGenerator() = default;
 
 void FingerPrintGenerator::Add(const void* data, std::size_t size) {
-    if (size > 0)
-        EVP_DigestUpdate(context->digest, data, size);
+    if (size > 0 && EVP_DigestUpdate(context->digest, data, size) != 1)
+        throw KLException(ErrIO, "MD5 digest failed.", __FILE__, __LINE__);
 }
 
 FingerPrint FingerPrintGenerator::Finish() {
     std::array<std::uint8_t, FingerPrint::Size> bytes{};
     unsigned length = 0;
-    EVP_DigestFinal_ex(context->digest, bytes.data(), &length);
+    if (EVP_DigestFinal_ex(context->digest, bytes.data(), &length) != 1 || length != FingerPrint::Size)
+        throw KLException(ErrIO, "MD5 digest failed.", __FILE__, __LINE__);
     Begin(context->digest);
     return FingerPrint(bytes);
 }

@@ -5,7 +5,8 @@
 
 namespace KL {
 
-OutputFrame::OutputFrame(OChannel& target, const ClassInfo& info) : channel(target), version(info.GetVersion()) {
+OutputFrame::OutputFrame(OChannel& target, const ClassInfo& info)
+    : channel(target), version(info.GetVersion()) {
     info.GetGuid().Write(channel);
     channel.Write(version.major);
     channel.Write(version.minor);
@@ -17,7 +18,9 @@ OutputFrame::OutputFrame(OChannel& target, const ClassInfo& info) : channel(targ
         channel.Pin(lengthOffset);
 }
 
-OutputFrame::~OutputFrame() { Close(); }
+OutputFrame::~OutputFrame() {
+    Close();
+}
 
 int OutputFrame::Close() {
     if (!open)
@@ -35,7 +38,9 @@ int OutputFrame::Close() {
     return GetStatus();
 }
 
-int OutputFrame::GetStatus() const { return status != NoError ? status : channel.GetStatus(); }
+int OutputFrame::GetStatus() const {
+    return status != NoError ? status : channel.GetStatus();
+}
 
 InputFrame::InputFrame(IChannel& source, const ClassInfo& info) : channel(source) {
     Guid guid;
@@ -51,25 +56,29 @@ InputFrame::InputFrame(IChannel& source, const ClassInfo& info) : channel(source
         status = channel.RequireAvailable(length);
     end = channel.GetReadCount() + length;
     open = status == NoError;
+    if (open)
+        channel.PushLimit(end);
 }
 
-InputFrame::~InputFrame() { Close(); }
+InputFrame::~InputFrame() {
+    Close();
+}
 
 int InputFrame::Close() {
     if (!open)
         return GetStatus();
     open = false;
+    channel.PopLimit();
     if (channel.GetStatus() != NoError)
         return GetStatus();
-    const std::uint64_t position = channel.GetReadCount();
-    if (position > end)
-        status = channel.SetStatus(ErrStreamFormat); // the body was read past the frame's end
-    else
-        channel.Skip(end - position);
+    // Reads cannot pass the limit, so the position lies within the body.
+    channel.Skip(end - channel.GetReadCount());
     return GetStatus();
 }
 
-int InputFrame::GetStatus() const { return status != NoError ? status : channel.GetStatus(); }
+int InputFrame::GetStatus() const {
+    return status != NoError ? status : channel.GetStatus();
+}
 
 std::uint64_t InputFrame::GetRemaining() const {
     const std::uint64_t position = channel.GetReadCount();

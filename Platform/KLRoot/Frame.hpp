@@ -37,8 +37,9 @@ private:
 };
 
 // Reads the header of a frame written by OutputFrame. A foreign class guid or a length past the
-// known end of the data is a format error. Closing moves the reader behind the frame, skipping
-// whatever tail fields a newer version wrote.
+// known end of the data is a format error. While the frame is open, no read passes its end.
+// Closing moves the reader behind the frame, skipping whatever tail fields a newer version wrote.
+// Frames on one channel close in the reverse order of opening.
 class LM_EXPORT InputFrame {
 public:
     InputFrame(IChannel& channel, const ClassInfo& info);

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <random>
 
+#include <sys/random.h>
+
 namespace KL {
 
 std::optional<Guid> Guid::Parse(const UniString& text) {
@@ -15,14 +17,16 @@ std::optional<Guid> Guid::Parse(const UniString& text) {
 }
 
 Guid Guid::Generate() {
-    // One engine per thread, seeded from the system's entropy, so generation needs no lock.
-    thread_local std::mt19937_64 engine = [] {
+    // Straight from the kernel's generator: no state to share between threads or to duplicate
+    // into a forked child.
+    std::uint64_t words[2] = {};
+    if (getrandom(words, sizeof words, 0) != static_cast<ssize_t>(sizeof words)) {
         std::random_device device;
-        std::seed_seq seed{device(), device(), device(), device(), device(), device(), device(), device()};
-        return std::mt19937_64(seed);
-    }();
-    const std::uint64_t high = engine();
-    const std::uint64_t low = engine();
+        words[0] = std::uint64_t{device()} << 32 | device();
+        words[1] = std::uint64_t{device()} << 32 | device();
+    }
+    const std::uint64_t high = words[0];
+    const std::uint64_t low = words[1];
     Guid guid;
     guid.data1 = static_cast<std::uint32_t>(high >> 32);
     guid.data2 = static_cast<std::uint16_t>(high >> 16);
@@ -53,7 +57,8 @@ void Guid::ToRaw(void* bytes, PlatformSign sign) const {
 }
 
 std::uint16_t Guid::GetHashValue() const {
-    std::uint16_t hash = static_cast<std::uint16_t>(data1 >> 16) ^ static_cast<std::uint16_t>(data1) ^ data2 ^ data3;
+    std::uint16_t hash =
+        static_cast<std::uint16_t>(data1 >> 16) ^ static_cast<std::uint16_t>(data1) ^ data2 ^ data3;
     for (std::size_t i = 0; i < 8; i += 2)
         hash ^= static_cast<std::uint16_t>(data4[i] << 8 | data4[i + 1]);
     return hash;
@@ -62,7 +67,8 @@ std::uint16_t Guid::GetHashValue() const {
 std::size_t Guid::GetFullHashValue() const {
     std::uint64_t tail = 0;
     std::memcpy(&tail, data4.data(), 8);
-    std::uint64_t head = static_cast<std::uint64_t>(data1) << 32 | static_cast<std::uint64_t>(data2) << 16 | data3;
+    std::uint64_t head =
+        static_cast<std::uint64_t>(data1) << 32 | static_cast<std::uint64_t>(data2) << 16 | data3;
     // A 64-bit mix (from splitmix64) so that guids differing in any bits spread over the buckets.
     std::uint64_t x = head ^ (tail * 0x9E3779B97F4A7C15ull);
     x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -77,7 +83,9 @@ std::string Guid::ToString() const {
     return text;
 }
 
-UniString Guid::ToUniString() const { return UniString(ToString()); }
+UniString Guid::ToUniString() const {
+    return UniString(ToString());
+}
 
 int Guid::Write(OChannel& channel) const {
     char raw[RawSize];
@@ -97,7 +105,9 @@ std::size_t UnID::GetFullHashValue() const {
     return mainGuid.GetFullHashValue() ^ (revGuid.GetFullHashValue() * 0x9E3779B97F4A7C15ull);
 }
 
-std::string UnID::ToString() const { return mainGuid.ToString() + "-" + revGuid.ToString(); }
+std::string UnID::ToString() const {
+    return mainGuid.ToString() + "-" + revGuid.ToString();
+}
 
 int UnID::Write(OChannel& channel) const {
     if (const int err = mainGuid.Write(channel); err != NoError)
@@ -106,9 +116,13 @@ int UnID::Write(OChannel& channel) const {
 }
 
 int UnID::Read(IChannel& channel) {
-    if (const int err = mainGuid.Read(channel); err != NoError)
+    UnID id;
+    if (const int err = id.mainGuid.Read(channel); err != NoError)
         return err;
-    return revGuid.Read(channel);
+    if (const int err = id.revGuid.Read(channel); err != NoError)
+        return err;
+    *this = id;
+    return NoError;
 }
 
 } // namespace KL

@@ -25,10 +25,11 @@ public:
     static constexpr std::size_t RawSize = 16;
 
     constexpr Guid() = default;
-    constexpr Guid(std::uint32_t d1, std::uint16_t d2, std::uint16_t d3, const std::array<std::uint8_t, 8>& d4)
+    constexpr Guid(std::uint32_t d1, std::uint16_t d2, std::uint16_t d3,
+                   const std::array<std::uint8_t, 8>& d4)
         : data1(d1), data2(d2), data3(d3), data4(d4) {}
-    // For literals in code: a malformed text is a compile-time error in a constant expression.
-    constexpr explicit Guid(std::string_view text) {
+    // For literals in code: a malformed text does not compile. Text from outside goes through Parse.
+    consteval explicit Guid(std::string_view text) {
         const std::optional<Guid> parsed = Parse(text);
         if (!parsed)
             throw "malformed guid literal";

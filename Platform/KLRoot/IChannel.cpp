@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace KL {
 
@@ -24,11 +25,20 @@ int IChannel::SetStatus(int error) {
     return status;
 }
 
+std::uint64_t IChannel::RemainingInLimit() const {
+    if (limits.empty())
+        return std::numeric_limits<std::uint64_t>::max();
+    const std::uint64_t position = GetReadCount();
+    return limits.back() > position ? limits.back() - position : 0;
+}
+
 std::int64_t IChannel::GetAvailable() const {
     const std::int64_t beyond = GetAvailableBeyondWindow();
+    const std::uint64_t inLimit = RemainingInLimit();
     if (beyond < 0)
-        return -1;
-    return beyond + (limit - cursor);
+        return inLimit > static_cast<std::uint64_t>(INT64_MAX) ? -1 : static_cast<std::int64_t>(inLimit);
+    const auto inSource = static_cast<std::uint64_t>(beyond + (windowEnd - cursor));
+    return static_cast<std::int64_t>(std::min(inSource, inLimit));
 }
 
 int IChannel::RequireAvailable(std::uint64_t size) {
@@ -40,10 +50,48 @@ int IChannel::RequireAvailable(std::uint64_t size) {
     return NoError;
 }
 
+void IChannel::PushLimit(std::uint64_t end) {
+    if (!limits.empty())
+        end = std::min(end, limits.back());
+    limits.push_back(end);
+    UpdateLimit();
+}
+
+void IChannel::PopLimit() {
+    if (!limits.empty())
+        limits.pop_back();
+    UpdateLimit();
+}
+
+void IChannel::UpdateLimit() {
+    limit = windowEnd;
+    if (limits.empty())
+        return;
+    const std::uint64_t windowSize = static_cast<std::uint64_t>(windowEnd - windowBegin);
+    const std::uint64_t end = limits.back();
+    if (end < windowPosition + windowSize)
+        limit = windowBegin + (end > windowPosition ? end - windowPosition : 0);
+    if (limit < cursor)
+        limit = cursor;
+}
+
 void IChannel::SetWindow(const char* begin, const char* end) {
-    consumedBeforeWindow += static_cast<std::uint64_t>(cursor - windowBegin);
+    SetWindowAt(begin, end, GetReadCount());
+}
+
+void IChannel::SetWindowAt(const char* begin, const char* end, std::uint64_t position) {
+    windowPosition = position;
     windowBegin = cursor = begin;
-    limit = end;
+    windowEnd = end;
+    UpdateLimit();
+}
+
+int IChannel::Refill() {
+    if (limit != windowEnd || RemainingInLimit() == 0)
+        return SetStatus(ErrStreamFormat); // the innermost frame ends here
+    if (const int err = Underflow(); err != NoError)
+        return SetStatus(err);
+    return NoError;
 }
 
 int IChannel::ReadBin(void* dest, std::uint64_t size) {
@@ -52,16 +100,19 @@ int IChannel::ReadBin(void* dest, std::uint64_t size) {
     if (size == 0)
         return NoError;
     if (dest == nullptr)
-        return ErrParam;
+        return SetStatus(ErrParam);
     // Refuse before copying anything, so a failed read leaves the destination untouched
     // wherever the source can tell its length.
-    if (const std::int64_t available = GetAvailable(); available >= 0 && static_cast<std::uint64_t>(available) < size)
+    if (size > RemainingInLimit())
+        return SetStatus(ErrStreamFormat);
+    if (const std::int64_t available = GetAvailable();
+        available >= 0 && static_cast<std::uint64_t>(available) < size)
         return SetStatus(ErrEndOfData);
     char* out = static_cast<char*>(dest);
     while (size > 0) {
         if (cursor == limit) {
-            if (const int err = Underflow(); err != NoError)
-                return SetStatus(err);
+            if (const int err = Refill(); err != NoError)
+                return err;
             if (cursor == limit)
                 return SetStatus(ErrEndOfData);
         }
@@ -75,11 +126,12 @@ int IChannel::ReadBin(void* dest, std::uint64_t size) {
 }
 
 int IChannel::ReadUpTo(void* dest, std::uint64_t size, std::uint64_t* count) {
-    if (count == nullptr)
+    if (count == nullptr || (dest == nullptr && size > 0))
         return ErrParam;
     *count = 0;
     if (status != NoError)
         return status;
+    size = std::min(size, RemainingInLimit());
     char* out = static_cast<char*>(dest);
     while (*count < size) {
         if (cursor == limit) {
@@ -100,6 +152,8 @@ int IChannel::ReadUpTo(void* dest, std::uint64_t size, std::uint64_t* count) {
 int IChannel::Skip(std::uint64_t size) {
     if (status != NoError)
         return status;
+    if (size > RemainingInLimit())
+        return SetStatus(ErrStreamFormat);
     const std::uint64_t inWindow = std::min<std::uint64_t>(size, static_cast<std::uint64_t>(limit - cursor));
     cursor += inWindow;
     if (inWindow == size)

@@ -5,6 +5,8 @@
 #include "KLRoot/KLExport.hpp"
 
 #include <cstdint>
+#include <type_traits>
+#include <vector>
 
 namespace KL {
 
@@ -12,10 +14,11 @@ class Object;
 
 // A typed input stream. Values are read in the byte order of the channel's protocol.
 //
-// Every read is bounds-checked: a read past the end of the data fails with ErrEndOfData and
-// reads nothing. The first failure sticks: later reads return it without touching the source,
-// so a chain of reads can be checked once at its end. Derived channels supply bytes through a
-// window (SetWindow) that they refill in Underflow, which keeps typed reads free of virtual calls.
+// Every read is bounds-checked: a read past the end of the data fails with ErrEndOfData, a read
+// past the end of the innermost open frame with ErrStreamFormat, and neither reads anything. The
+// first failure sticks: later reads return it without touching the source, so a chain of reads
+// can be checked once at its end. Derived channels supply bytes through a window (SetWindow) that
+// they refill in Underflow, which keeps typed reads free of virtual calls.
 class LM_EXPORT IChannel {
 public:
     explicit IChannel(PlatformSign protocol = LittleEndianSign);
@@ -32,11 +35,12 @@ public:
     // the first failure stays.
     int SetStatus(int error);
 
-    // Bytes consumed since the channel was made.
+    // The position: bytes from the start of the source to the next byte to read.
     std::uint64_t GetReadCount() const {
-        return consumedBeforeWindow + static_cast<std::uint64_t>(cursor - windowBegin);
+        return windowPosition + static_cast<std::uint64_t>(cursor - windowBegin);
     }
-    // Bytes that remain, or -1 when the source cannot tell (a compressed stream, a pipe).
+    // Bytes that remain, within the innermost open frame; -1 when the source cannot tell and no
+    // frame limits the read (a compressed stream, a pipe).
     std::int64_t GetAvailable() const;
     // Fails with ErrStreamFormat when fewer than `size` bytes are known to remain, so that a
     // length read from the stream can be checked before anything is allocated for it.
@@ -50,6 +54,7 @@ public:
 
     int Read(bool& value);
     int Read(char& value) { return ReadValue(value); }
+    int Read(char16_t& value) { return ReadValue(value); }
     int Read(std::int8_t& value) { return ReadValue(value); }
     int Read(std::uint8_t& value) { return ReadValue(value); }
     int Read(std::int16_t& value) { return ReadValue(value); }
@@ -61,6 +66,14 @@ public:
     int Read(float& value) { return ReadValue(value); }
     int Read(double& value) { return ReadValue(value); }
     int Read(Object& object);
+    // Any other type has no stream form of its own: no silent conversion.
+    template <typename T>
+    requires(!std::is_base_of_v<Object, T>) int Read(T&) = delete;
+
+    // Limits reads to the bytes before `end` (a position) until PopLimit; limits nest, and an
+    // inner one never reaches past an outer one. Used by InputFrame.
+    void PushLimit(std::uint64_t end);
+    void PopLimit();
 
 protected:
     // Makes more bytes available through SetWindow; at the end of the data it leaves the window
@@ -71,7 +84,10 @@ protected:
     // Skips bytes that lie beyond the current window; seekable channels do better than reading.
     virtual int SkipBeyondWindow(std::uint64_t size);
 
+    // Continues the stream with a new window of bytes that directly follow the old one.
     void SetWindow(const char* begin, const char* end);
+    // Starts a window at an absolute position, after a seek.
+    void SetWindowAt(const char* begin, const char* end, std::uint64_t position);
 
 private:
     template <typename T>
@@ -89,11 +105,19 @@ private:
         value = LoadInOrder<T>(bytes, protocol);
         return NoError;
     }
+    // Bytes left before the innermost limit, or UINT64_MAX without one.
+    std::uint64_t RemainingInLimit() const;
+    // Clamps `limit` to the window's end and the innermost frame limit.
+    void UpdateLimit();
+    // Refills an exhausted window; fails at a frame limit.
+    int Refill();
 
     const char* windowBegin = nullptr;
     const char* cursor = nullptr;
-    const char* limit = nullptr;
-    std::uint64_t consumedBeforeWindow = 0;
+    const char* limit = nullptr; // end of what may be read from the window now
+    const char* windowEnd = nullptr;
+    std::uint64_t windowPosition = 0; // position of windowBegin
+    std::vector<std::uint64_t> limits;
     PlatformSign protocol;
     int status = NoError;
 };

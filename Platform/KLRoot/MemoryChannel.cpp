@@ -1,7 +1,7 @@
 #include "KLRoot/MemoryChannel.hpp"
 
 #include <cstring>
-#include <new>
+#include <exception>
 
 namespace KL {
 
@@ -10,7 +10,8 @@ MemoryIChannel::MemoryIChannel(const void* block, std::uint64_t size, PlatformSi
     SetWindow(begin, begin == nullptr ? begin : begin + size);
 }
 
-MemoryIChannel::MemoryIChannel(std::vector<char> block, PlatformSign sign) : IChannel(sign), owned(std::move(block)) {
+MemoryIChannel::MemoryIChannel(std::vector<char> block, PlatformSign sign)
+    : IChannel(sign), owned(std::move(block)) {
     SetWindow(owned.data(), owned.data() + owned.size());
 }
 
@@ -33,7 +34,7 @@ std::vector<char> MemoryOChannel::TakeData() {
 int MemoryOChannel::WriteToSink(const char* bytes, std::uint64_t size) {
     try {
         data.insert(data.end(), bytes, bytes + size);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return ErrNotEnoughMemory;
     }
     return NoError;

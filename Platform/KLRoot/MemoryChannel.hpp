@@ -33,6 +33,7 @@ public:
 
     // Everything written so far.
     const std::vector<char>& GetData();
+    // Hands the data over; the channel is done with after that.
     std::vector<char> TakeData();
 
 protected:

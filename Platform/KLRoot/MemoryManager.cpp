@@ -10,6 +10,9 @@
 namespace {
 
 constexpr std::uint32_t LiveMagic = 0x4B4C484Eu; // "KLHN"
+// No handle holds more; a larger request, say from a hostile count, fails as out of memory
+// without asking the system.
+constexpr std::int64_t MaxHandleSize = std::int64_t{1} << 40;
 
 // The master pointer must be the first member: the handle is its address.
 struct HandleBlock {
@@ -46,6 +49,10 @@ GSHandle BMAllocateHandle(std::int64_t size, int flags, int /*reserved*/) {
         Record(KL::ErrParam);
         return nullptr;
     }
+    if (size > MaxHandleSize) {
+        Record(KL::ErrNotEnoughMemory);
+        return nullptr;
+    }
     auto* block = new (std::nothrow) HandleBlock{nullptr, size, LiveMagic};
     if (block != nullptr)
         block->data = AllocateBytes(size, (flags & BMClearFlag) != 0);
@@ -78,7 +85,12 @@ GSHandle BMReallocHandle(GSHandle handle, std::int64_t newSize, int flags, int /
         Record(KL::ErrParam);
         return nullptr;
     }
-    char* data = static_cast<char*>(std::realloc(block->data, static_cast<std::size_t>(newSize > 0 ? newSize : 1)));
+    if (newSize > MaxHandleSize) {
+        Record(KL::ErrNotEnoughMemory);
+        return nullptr;
+    }
+    char* data =
+        static_cast<char*>(std::realloc(block->data, static_cast<std::size_t>(newSize > 0 ? newSize : 1)));
     if (data == nullptr) {
         Record(KL::ErrNotEnoughMemory);
         return nullptr;
@@ -121,4 +133,6 @@ int BMKillHandle(GSHandle* handle) {
     return Record(KL::NoError);
 }
 
-int BMError() { return lastError; }
+int BMError() {
+    return lastError;
+}

@@ -5,7 +5,9 @@
 #include <cstdint>
 
 // Memory handles: a handle (char**) points at a master pointer to a relocatable block, so the
-// block may move on resize while the handle stays. Every operation records its result for
+// block may move on resize while the handle stays. A null handle is refused with -109; a handle
+// that was killed, or a pointer that never was a handle, is the caller's fault and undefined.
+// Blocks hold at most 1 TiB. Every operation records its result for
 // BMError on the calling thread: 0, or one of the codes of ErrorCodes.hpp (-50 illegal argument,
 // -108 no memory, -109 null handle, -7001 null block, -7002 empty handle).
 

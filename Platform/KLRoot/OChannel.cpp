@@ -30,7 +30,9 @@ int OChannel::SetStatus(int error) {
     return status;
 }
 
-int OChannel::PatchSink(std::uint64_t, const void*, std::uint64_t) { return ErrNotSupported; }
+int OChannel::PatchSink(std::uint64_t, const void*, std::uint64_t) {
+    return ErrNotSupported;
+}
 
 int OChannel::WriteBin(const void* data, std::uint64_t size) {
     if (status != NoError)
@@ -77,7 +79,7 @@ int OChannel::MakeRoom(std::uint64_t size) {
         return NoError;
     try {
         buffer.resize(std::max<std::size_t>(buffer.size() * 2, used + size));
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) { // bad_alloc, or length_error past the vector's maximum
         return SetStatus(ErrNotEnoughMemory);
     }
     return NoError;
@@ -86,7 +88,8 @@ int OChannel::MakeRoom(std::uint64_t size) {
 int OChannel::Patch(std::uint64_t offset, const void* data, std::uint64_t size) {
     if (status != NoError)
         return status;
-    if (offset + size > GetWrittenCount())
+    const std::uint64_t written = GetWrittenCount();
+    if (data == nullptr || size > written || offset > written - size)
         return SetStatus(ErrParam);
     const char* bytes = static_cast<const char*>(data);
     if (offset < flushedCount) {
@@ -101,7 +104,9 @@ int OChannel::Patch(std::uint64_t offset, const void* data, std::uint64_t size) 
     return NoError;
 }
 
-void OChannel::Pin(std::uint64_t offset) { pins.push_back(offset); }
+void OChannel::Pin(std::uint64_t offset) {
+    pins.push_back(offset);
+}
 
 void OChannel::Unpin(std::uint64_t offset) {
     const auto it = std::find(pins.rbegin(), pins.rend(), offset);

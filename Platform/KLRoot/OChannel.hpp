@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace KL {
@@ -42,6 +43,7 @@ public:
 
     int Write(bool value) { return WriteValue<std::uint8_t>(value ? 1 : 0); }
     int Write(char value) { return WriteValue(value); }
+    int Write(char16_t value) { return WriteValue(value); }
     int Write(std::int8_t value) { return WriteValue(value); }
     int Write(std::uint8_t value) { return WriteValue(value); }
     int Write(std::int16_t value) { return WriteValue(value); }
@@ -53,6 +55,9 @@ public:
     int Write(float value) { return WriteValue(value); }
     int Write(double value) { return WriteValue(value); }
     int Write(const Object& object);
+    // Any other type has no stream form of its own: no silent conversion (a pointer to bool).
+    template <typename T>
+    requires(!std::is_base_of_v<Object, T>) int Write(const T&) = delete;
 
     // Hands everything that no pin holds back to the sink.
     int Flush();

@@ -25,10 +25,16 @@ class PagedArray {
 public:
     PagedArray() = default;
     PagedArray(const PagedArray& other) {
-        for (const T& item : other)
-            Push(item);
+        try {
+            for (const T& item : other)
+                Push(item);
+        } catch (...) {
+            Clear();
+            throw;
+        }
     }
-    PagedArray(PagedArray&& other) noexcept : pages(std::move(other.pages)), size(std::exchange(other.size, 0)) {}
+    PagedArray(PagedArray&& other) noexcept
+        : pages(std::move(other.pages)), size(std::exchange(other.size, 0)) {}
     PagedArray& operator=(const PagedArray& other) {
         if (this != &other) {
             PagedArray copy(other);
@@ -90,12 +96,38 @@ public:
         Iterator(Owner* array, std::size_t index) : array(array), index(index) {}
         reference operator*() const { return (*array)[index]; }
         pointer operator->() const { return &(*array)[index]; }
-        Iterator& operator++() { ++index; return *this; }
-        Iterator operator++(int) { Iterator old = *this; ++index; return old; }
-        Iterator& operator--() { --index; return *this; }
-        Iterator& operator+=(difference_type n) { index = static_cast<std::size_t>(static_cast<difference_type>(index) + n); return *this; }
-        Iterator operator+(difference_type n) const { Iterator it = *this; return it += n; }
-        Iterator operator-(difference_type n) const { Iterator it = *this; return it += -n; }
+        Iterator& operator++() {
+            ++index;
+            return *this;
+        }
+        Iterator operator++(int) {
+            Iterator old = *this;
+            ++index;
+            return old;
+        }
+        Iterator& operator--() {
+            --index;
+            return *this;
+        }
+        Iterator operator--(int) {
+            Iterator old = *this;
+            --index;
+            return old;
+        }
+        Iterator& operator-=(difference_type n) { return *this += -n; }
+        friend Iterator operator+(difference_type n, const Iterator& it) { return it + n; }
+        Iterator& operator+=(difference_type n) {
+            index = static_cast<std::size_t>(static_cast<difference_type>(index) + n);
+            return *this;
+        }
+        Iterator operator+(difference_type n) const {
+            Iterator it = *this;
+            return it += n;
+        }
+        Iterator operator-(difference_type n) const {
+            Iterator it = *this;
+            return it += -n;
+        }
         difference_type operator-(const Iterator& other) const {
             return static_cast<difference_type>(index) - static_cast<difference_type>(other.index);
         }

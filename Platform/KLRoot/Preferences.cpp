@@ -1,5 +1,7 @@
 #include "KLRoot/Preferences.hpp"
 
+#include "KLRoot/ErrorCodes.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
@@ -20,6 +22,20 @@ std::string PreferenceFilePath() {
     return {};
 }
 
+template <typename T>
+int Deliver(T* target, const T& value) {
+    if (target == nullptr)
+        return KL::ErrParam;
+    *target = value;
+    return KL::NoError;
+}
+
+template <typename T>
+int Default(T* target, const T& value) {
+    const int err = Deliver(target, value);
+    return err != KL::NoError ? err : KL::ErrNoData;
+}
+
 class FileRoot final : public IRoot {
 public:
     explicit FileRoot(const std::string& path) {
@@ -30,31 +46,32 @@ public:
             document = nlohmann::json::object();
     }
 
-    std::int64_t ReadInt(const KL::UniString& group, const KL::UniString& key, std::int64_t defaultValue,
-                         int) const override {
-        const nlohmann::json* value = Find(group, key);
-        if (value != nullptr && value->is_number_integer())
-            return value->get<std::int64_t>();
-        if (value != nullptr && value->is_boolean())
-            return value->get<bool>() ? 1 : 0;
-        return defaultValue;
+    int ReadInt(const KL::UniString& group, const KL::UniString& key, std::int64_t* value,
+                std::int64_t defaultValue, int) const override {
+        const nlohmann::json* found = Find(group, key);
+        if (found != nullptr && found->is_number_integer())
+            return Deliver(value, found->get<std::int64_t>());
+        if (found != nullptr && found->is_boolean())
+            return Deliver(value, std::int64_t{found->get<bool>() ? 1 : 0});
+        return Default(value, defaultValue);
     }
 
-    KL::UniString ReadString(const KL::UniString& group, const KL::UniString& key, const KL::UniString& defaultValue,
-                             int) const override {
-        const nlohmann::json* value = Find(group, key);
-        if (value != nullptr && value->is_string())
-            return KL::UniString(value->get<std::string>());
-        return defaultValue;
+    int ReadString(const KL::UniString& group, const KL::UniString& key, KL::UniString* value,
+                   const KL::UniString& defaultValue, int) const override {
+        const nlohmann::json* found = Find(group, key);
+        if (found != nullptr && found->is_string())
+            return Deliver(value, KL::UniString(found->get<std::string>()));
+        return Default(value, defaultValue);
     }
 
-    bool ReadBool(const KL::UniString& group, const KL::UniString& key, bool defaultValue, int) const override {
-        const nlohmann::json* value = Find(group, key);
-        if (value != nullptr && value->is_boolean())
-            return value->get<bool>();
-        if (value != nullptr && value->is_number_integer())
-            return value->get<std::int64_t>() != 0;
-        return defaultValue;
+    int ReadBool(const KL::UniString& group, const KL::UniString& key, bool* value, bool defaultValue,
+                 int) const override {
+        const nlohmann::json* found = Find(group, key);
+        if (found != nullptr && found->is_boolean())
+            return Deliver(value, found->get<bool>());
+        if (found != nullptr && found->is_number_integer())
+            return Deliver(value, found->get<std::int64_t>() != 0);
+        return Default(value, defaultValue);
     }
 
 private:
@@ -73,8 +90,12 @@ private:
 
 IRoot::~IRoot() = default;
 
-IRoot* OpenRootKey(int /*domain: one file serves every domain*/) { return new FileRoot(PreferenceFilePath()); }
+IRoot* OpenRootKey(int /*domain: one file serves every domain*/) {
+    return new FileRoot(PreferenceFilePath());
+}
 
-void CloseRootKey(IRoot* root) { delete root; }
+void CloseRootKey(IRoot* root) {
+    delete root;
+}
 
 } // namespace KLPref

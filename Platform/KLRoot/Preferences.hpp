@@ -17,15 +17,17 @@ inline constexpr int UserDomain = 1;
 // The level to read at; the user's file is the only level there is.
 inline constexpr int UserLevel = 1;
 
+// Each read stores the value, or `defaultValue` when there is none, and returns 0 when the value
+// was found and ErrNoData when the default was used.
 class LM_EXPORT IRoot {
 public:
     virtual ~IRoot();
-    virtual std::int64_t ReadInt(const KL::UniString& group, const KL::UniString& key, std::int64_t defaultValue,
-                                 int level) const = 0;
-    virtual KL::UniString ReadString(const KL::UniString& group, const KL::UniString& key,
-                                     const KL::UniString& defaultValue, int level) const = 0;
-    virtual bool ReadBool(const KL::UniString& group, const KL::UniString& key, bool defaultValue,
-                          int level) const = 0;
+    virtual int ReadInt(const KL::UniString& group, const KL::UniString& key, std::int64_t* value,
+                        std::int64_t defaultValue, int level) const = 0;
+    virtual int ReadString(const KL::UniString& group, const KL::UniString& key, KL::UniString* value,
+                           const KL::UniString& defaultValue, int level) const = 0;
+    virtual int ReadBool(const KL::UniString& group, const KL::UniString& key, bool* value, bool defaultValue,
+                         int level) const = 0;
 };
 
 // Reads the preference file afresh; close the root with CloseRootKey.

@@ -39,7 +39,9 @@ public:
     SharedPtr(const SharedPtr& other) : object(other.object) { Acquire(); }
     SharedPtr(SharedPtr&& other) noexcept : object(std::exchange(other.object, nullptr)) {}
     template <typename U>
-    SharedPtr(const SharedPtr<U>& other) : object(other.Get()) { Acquire(); } // NOLINT(google-explicit-constructor)
+    SharedPtr(const SharedPtr<U>& other) : object(other.Get()) {
+        Acquire();
+    } // NOLINT(google-explicit-constructor)
     ~SharedPtr() { Release(); }
 
     SharedPtr& operator=(SharedPtr other) noexcept {

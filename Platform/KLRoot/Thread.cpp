@@ -18,8 +18,14 @@ std::atomic<Thread::Id> mainId{CurrentId()};
 
 } // namespace
 
-Thread::Id Thread::GetCurrent() { return CurrentId(); }
-Thread::Id Thread::GetMain() { return mainId.load(std::memory_order_relaxed); }
-void Thread::SetMain(Id id) { mainId.store(id, std::memory_order_relaxed); }
+Thread::Id Thread::GetCurrent() {
+    return CurrentId();
+}
+Thread::Id Thread::GetMain() {
+    return mainId.load(std::memory_order_relaxed);
+}
+void Thread::SetMain(Id id) {
+    mainId.store(id, std::memory_order_relaxed);
+}
 
 } // namespace KL

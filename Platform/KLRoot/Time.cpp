@@ -17,9 +17,13 @@ TITime Clamp(std::int64_t seconds) {
 
 } // namespace
 
-TITime TIFromUnixTime(std::int64_t seconds) { return Clamp(seconds - EpochUnixSeconds); }
+TITime TIFromUnixTime(std::int64_t seconds) {
+    return Clamp(seconds - EpochUnixSeconds);
+}
 
-std::int64_t TIToUnixTime(TITime time) { return std::int64_t{time} + EpochUnixSeconds; }
+std::int64_t TIToUnixTime(TITime time) {
+    return std::int64_t{time} + EpochUnixSeconds;
+}
 
 TITime TIGetTime() {
     return TIFromUnixTime(duration_cast<seconds>(system_clock::now().time_since_epoch()).count());
@@ -30,24 +34,39 @@ TIDate TITimeToDate(TITime time) {
     const sys_days day = floor<days>(instant);
     const year_month_day ymd{day};
     const hh_mm_ss clock{instant - day};
-    return {static_cast<int>(ymd.year()),        static_cast<int>(static_cast<unsigned>(ymd.month())),
-            static_cast<int>(static_cast<unsigned>(ymd.day())), static_cast<int>(clock.hours().count()),
-            static_cast<int>(clock.minutes().count()),         static_cast<int>(clock.seconds().count())};
+    return {static_cast<int>(ymd.year()),
+            static_cast<int>(static_cast<unsigned>(ymd.month())),
+            static_cast<int>(static_cast<unsigned>(ymd.day())),
+            static_cast<int>(clock.hours().count()),
+            static_cast<int>(clock.minutes().count()),
+            static_cast<int>(clock.seconds().count())};
 }
 
 TITime TIDateToTime(const TIDate& date) {
-    const year_month_day ymd{year{date.year}, month{static_cast<unsigned>(date.month)},
-                             day{static_cast<unsigned>(date.day)}};
-    const std::int64_t daySeconds = duration_cast<seconds>(sys_days{ymd}.time_since_epoch()).count();
-    return TIFromUnixTime(daySeconds + std::int64_t{date.hour} * 3600 + std::int64_t{date.minute} * 60 + date.second);
+    // Fields out of their range carry over (day 32 is the next month's first), as the month
+    // index and the day count are added rather than validated.
+    const std::int64_t monthIndex = std::int64_t{date.year} * 12 + (date.month - 1);
+    const std::int64_t firstYear = monthIndex >= 0 ? monthIndex / 12 : (monthIndex - 11) / 12;
+    if (firstYear < -30000 || firstYear > 30000)
+        return Clamp(firstYear < 0 ? std::numeric_limits<std::int64_t>::min()
+                                   : std::numeric_limits<std::int64_t>::max());
+    const year_month_day first{year{static_cast<int>(firstYear)},
+                               month{static_cast<unsigned>(monthIndex - firstYear * 12 + 1)}, day{1}};
+    const std::int64_t daySeconds = duration_cast<seconds>(sys_days{first}.time_since_epoch()).count() +
+                                    (std::int64_t{date.day} - 1) * 86400;
+    return TIFromUnixTime(daySeconds + std::int64_t{date.hour} * 3600 + std::int64_t{date.minute} * 60 +
+                          date.second);
 }
 
 TIDate TIAddMonths(const TIDate& date, int months) {
-    const int index = date.year * 12 + (date.month - 1) + months;
+    const std::int64_t index = std::int64_t{date.year} * 12 + (date.month - 1) + months;
+    const std::int64_t resultYear =
+        std::clamp<std::int64_t>(index >= 0 ? index / 12 : (index - 11) / 12, -30000, 30000);
     TIDate result = date;
-    result.year = index >= 0 ? index / 12 : (index - 11) / 12;
-    result.month = index - result.year * 12 + 1;
-    const year_month_day_last last{year{result.year} / month{static_cast<unsigned>(result.month)} / std::chrono::last};
+    result.year = static_cast<int>(resultYear);
+    result.month = static_cast<int>(std::clamp<std::int64_t>(index - resultYear * 12, 0, 11) + 1);
+    const year_month_day_last last{year{result.year} / month{static_cast<unsigned>(result.month)} /
+                                   std::chrono::last};
     result.day = std::min(date.day, static_cast<int>(static_cast<unsigned>(last.day())));
     return result;
 }

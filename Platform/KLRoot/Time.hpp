@@ -20,6 +20,7 @@ struct TIDate {
     bool operator==(const TIDate&) const = default;
 };
 
+// Averages of two times should be taken as a + (b - a) / 2: their sum leaves the range from 2054 on.
 LM_EXPORT TITime TIGetTime();
 LM_EXPORT TIDate TITimeToDate(TITime time);
 // Dates outside the span clamp to its ends.

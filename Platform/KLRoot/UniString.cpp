@@ -5,8 +5,6 @@
 
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
-#include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <ostream>
@@ -18,7 +16,9 @@ namespace {
 constexpr std::uint32_t FnvOffset = 2166136261u;
 constexpr std::uint32_t FnvPrime = 16777619u;
 
-constexpr UniChar AsciiLower(UniChar c) { return (c >= u'A' && c <= u'Z') ? static_cast<UniChar>(c + 32) : c; }
+constexpr UniChar AsciiLower(UniChar c) {
+    return (c >= u'A' && c <= u'Z') ? static_cast<UniChar>(c + 32) : c;
+}
 
 // Moves surrogates above the rest of the BMP, so that comparing code units orders by code point.
 constexpr std::uint32_t CodePointOrderKey(UniChar c) {
@@ -51,7 +51,6 @@ bool IsAsciiText(std::u16string_view text) {
     return std::all_of(text.begin(), text.end(), [](UniChar c) { return c < 0x80; });
 }
 
-
 // Runs an ICU case mapping with preflighting: the result may be longer than the source.
 template <typename Map>
 std::u16string MapCase(std::u16string_view source, Map map) {
@@ -77,9 +76,66 @@ std::u16string Fold(std::u16string_view source) {
         std::transform(result.begin(), result.end(), result.begin(), AsciiLower);
         return result;
     }
-    return MapCase(source, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length, UErrorCode* status) {
-        return u_strFoldCase(dest, capacity, src, length, U_FOLD_CASE_DEFAULT, status);
-    });
+    return MapCase(source,
+                   [](UChar* dest, int32_t capacity, const UChar* src, int32_t length, UErrorCode* status) {
+                       return u_strFoldCase(dest, capacity, src, length, U_FOLD_CASE_DEFAULT, status);
+                   });
+}
+
+// Decodes one code point at `i` and moves past it. A malformed sequence becomes U+FFFD; an
+// overlong one, a surrogate or a value past U+10FFFF gives U+FFFD for its lead byte alone.
+char32_t DecodeUTF8(const std::uint8_t* bytes, std::size_t size, std::size_t& i) {
+    const std::uint8_t lead = bytes[i];
+    if (lead < 0x80) {
+        ++i;
+        return lead;
+    }
+    std::size_t length = 0;
+    char32_t c = 0;
+    char32_t minimum = 0;
+    if ((lead & 0xE0) == 0xC0) {
+        length = 2, c = lead & 0x1F, minimum = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        length = 3, c = lead & 0x0F, minimum = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        length = 4, c = lead & 0x07, minimum = 0x10000;
+    }
+    if (length == 0) {
+        ++i;
+        return 0xFFFD;
+    }
+    // A sequence cut short counts as one malformed unit with its continuation bytes.
+    for (std::size_t k = 1; k < length; ++k) {
+        if (i + k >= size || (bytes[i + k] & 0xC0) != 0x80) {
+            i += k;
+            return 0xFFFD;
+        }
+        c = (c << 6) | (bytes[i + k] & 0x3F);
+    }
+    if (c < minimum || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) {
+        ++i;
+        return 0xFFFD;
+    }
+    i += length;
+    return c;
+}
+
+void AppendUTF8(std::string& out, char32_t c) {
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
 }
 
 std::uint32_t HashUnits(std::u16string_view units) {
@@ -98,21 +154,13 @@ UniString::UniString(const char* utf8) : UniString(std::string_view(utf8 != null
 UniString::UniString(std::string_view utf8) {
     text.reserve(utf8.size());
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(utf8.data());
-    const auto length = static_cast<int32_t>(utf8.size());
-    for (int32_t i = 0; i < length;) {
-        if (bytes[i] < 0x80) {
-            text.push_back(bytes[i++]);
-            continue;
-        }
-        UChar32 c = 0;
-        U8_NEXT(bytes, i, length, c);
-        if (c < 0)
-            c = 0xFFFD; // a malformed sequence becomes the replacement character
-        if (U_IS_BMP(c)) {
+    for (std::size_t i = 0; i < utf8.size();) {
+        const char32_t c = DecodeUTF8(bytes, utf8.size(), i);
+        if (c < 0x10000) {
             text.push_back(static_cast<UniChar>(c));
         } else {
-            text.push_back(U16_LEAD(c));
-            text.push_back(U16_TRAIL(c));
+            text.push_back(static_cast<UniChar>(0xD7C0 + (c >> 10)));
+            text.push_back(static_cast<UniChar>(0xDC00 | (c & 0x3FF)));
         }
     }
 }
@@ -125,16 +173,13 @@ UniString::UniString(const UniChar* units) {
 std::string UniString::ToUTF8() const {
     std::string result;
     result.reserve(text.size());
-    const auto length = static_cast<int32_t>(text.size());
-    for (int32_t i = 0; i < length;) {
-        UChar32 c = 0;
-        U16_NEXT(text.data(), i, length, c);
-        if (U_IS_SURROGATE(c))
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char32_t c = text[i];
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000)
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+        else if (c >= 0xD800 && c < 0xE000)
             c = 0xFFFD; // an unpaired surrogate has no UTF-8 form
-        std::uint8_t bytes[4];
-        int32_t count = 0;
-        U8_APPEND_UNSAFE(bytes, count, c);
-        result.append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
+        AppendUTF8(result, c);
     }
     return result;
 }
@@ -196,7 +241,8 @@ std::size_t UniString::ReplaceAll(const UniString& from, const UniString& to) {
     std::size_t count = 0;
     std::u16string result;
     std::size_t start = 0;
-    for (std::size_t at = text.find(from.text); at != std::u16string::npos; at = text.find(from.text, start)) {
+    for (std::size_t at = text.find(from.text); at != std::u16string::npos;
+         at = text.find(from.text, start)) {
         result.append(text, start, at - start);
         result.append(to.text);
         start = at + from.text.size();
@@ -220,19 +266,27 @@ std::size_t UniString::ReplaceAll(UniChar from, UniChar to) {
     return count;
 }
 
-UniString UniString::GetFolded() const { return UniString(Fold(text)); }
+UniString UniString::GetFolded() const {
+    return UniString(Fold(text));
+}
 
 UniString UniString::ToLowerCase() const {
-    return UniString(MapCase(text, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length,
-                                      UErrorCode* status) { return u_strToLower(dest, capacity, src, length, "", status); }));
+    return UniString(MapCase(
+        text, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length, UErrorCode* status) {
+            return u_strToLower(dest, capacity, src, length, "", status);
+        }));
 }
 
 UniString UniString::ToUpperCase() const {
-    return UniString(MapCase(text, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length,
-                                      UErrorCode* status) { return u_strToUpper(dest, capacity, src, length, "", status); }));
+    return UniString(MapCase(
+        text, [](UChar* dest, int32_t capacity, const UChar* src, int32_t length, UErrorCode* status) {
+            return u_strToUpper(dest, capacity, src, length, "", status);
+        }));
 }
 
-bool UniString::IsASCII() const { return IsAsciiText(text); }
+bool UniString::IsASCII() const {
+    return IsAsciiText(text);
+}
 
 int UniString::Compare(const UniString& other, CaseComparison cmp) const {
     if (cmp == CaseSensitive)
@@ -240,10 +294,9 @@ int UniString::Compare(const UniString& other, CaseComparison cmp) const {
     if (IsASCII() && other.IsASCII())
         return CompareAsciiFolded(text, other.text);
     UErrorCode status = U_ZERO_ERROR;
-    const int32_t result =
-        u_strCaseCompare(text.data(), static_cast<int32_t>(text.size()), other.text.data(),
-                         static_cast<int32_t>(other.text.size()), U_FOLD_CASE_DEFAULT | U_COMPARE_CODE_POINT_ORDER,
-                         &status);
+    const int32_t result = u_strCaseCompare(text.data(), static_cast<int32_t>(text.size()), other.text.data(),
+                                            static_cast<int32_t>(other.text.size()),
+                                            U_FOLD_CASE_DEFAULT | U_COMPARE_CODE_POINT_ORDER, &status);
     if (U_FAILURE(status))
         return CompareCodePointOrder(Fold(text), Fold(other.text));
     return result < 0 ? -1 : (result > 0 ? 1 : 0);
@@ -277,6 +330,9 @@ int UniString::Read(IChannel& channel) {
     std::uint32_t count = 0;
     if (const int err = channel.Read(count); err != NoError)
         return err;
+    // ICU measures text in int32, so longer text has no stream form.
+    if (count > static_cast<std::uint32_t>(INT32_MAX))
+        return channel.SetStatus(ErrStreamFormat);
     if (const int err = channel.RequireAvailable(std::uint64_t{count} * sizeof(UniChar)); err != NoError)
         return err;
     // Grow with the data actually read, so a hostile count on a stream of unknown length cannot
@@ -298,8 +354,12 @@ int UniString::Read(IChannel& channel) {
     return NoError;
 }
 
-OChannel& operator<<(OChannel& channel, const UniString& text) { return channel << text.ToUTF8(); }
+OChannel& operator<<(OChannel& channel, const UniString& text) {
+    return channel << text.ToUTF8();
+}
 
-std::ostream& operator<<(std::ostream& stream, const UniString& text) { return stream << text.ToUTF8(); }
+std::ostream& operator<<(std::ostream& stream, const UniString& text) {
+    return stream << text.ToUTF8();
+}
 
 } // namespace KL

@@ -26,7 +26,7 @@ public:
     static constexpr std::size_t NotFound = static_cast<std::size_t>(-1);
 
     UniString() = default;
-    UniString(const char* utf8);   // NOLINT(google-explicit-constructor): text literals read naturally
+    UniString(const char* utf8); // NOLINT(google-explicit-constructor): text literals read naturally
     UniString(std::string_view utf8);
     UniString(const std::string& utf8) : UniString(std::string_view(utf8)) {}
     UniString(const UniChar* units);
@@ -45,8 +45,14 @@ public:
     const std::u16string& Units() const { return text; }
 
     void Clear() { text.clear(); }
-    UniString& Append(const UniString& other) { text.append(other.text); return *this; }
-    UniString& Append(UniChar c) { text.push_back(c); return *this; }
+    UniString& Append(const UniString& other) {
+        text.append(other.text);
+        return *this;
+    }
+    UniString& Append(UniChar c) {
+        text.push_back(c);
+        return *this;
+    }
     UniString& operator+=(const UniString& other) { return Append(other); }
     UniString& operator+=(UniChar c) { return Append(c); }
     void Insert(std::size_t position, const UniString& other);
@@ -90,7 +96,9 @@ private:
     std::u16string text;
 };
 
-inline UniString operator+(UniString left, const UniString& right) { return left.Append(right); }
+inline UniString operator+(UniString left, const UniString& right) {
+    return left.Append(right);
+}
 
 // Text output, as UTF-8.
 LM_EXPORT OChannel& operator<<(OChannel& channel, const UniString& text);

@@ -36,11 +36,17 @@ struct XMLIChannel::Document {
 
 namespace {
 
+// Numbers may stand between white space, as hand-written documents have them.
 template <typename T>
 int ParseNumber(const std::string& text, T& value) {
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    const std::size_t last = text.find_last_not_of(" \t\r\n");
+    if (first == std::string::npos)
+        return ErrXMLFormat;
     T parsed{};
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, parsed);
+    const char* begin = text.data() + first;
+    const char* end = text.data() + last + 1;
+    const auto result = std::from_chars(begin, end, parsed);
     if (result.ec != std::errc() || result.ptr != end)
         return ErrXMLFormat;
     value = parsed;
@@ -56,7 +62,8 @@ bool ParseVersion(const char* text, ClassVersion& version) {
     std::uint16_t minor = 0;
     const auto a = std::from_chars(view.data(), view.data() + dot, major);
     const auto b = std::from_chars(view.data() + dot + 1, view.data() + view.size(), minor);
-    if (a.ec != std::errc() || b.ec != std::errc() || a.ptr != view.data() + dot || b.ptr != view.data() + view.size())
+    if (a.ec != std::errc() || b.ec != std::errc() || a.ptr != view.data() + dot ||
+        b.ptr != view.data() + view.size())
         return false;
     version = {major, minor};
     return true;
@@ -64,13 +71,19 @@ bool ParseVersion(const char* text, ClassVersion& version) {
 
 } // namespace
 
-XMLIChannel::XMLIChannel() : document(std::make_unique<Document>()) { document->Reset(); }
+XMLIChannel::XMLIChannel() : document(std::make_unique<Document>()) {
+    document->Reset();
+}
 
 XMLIChannel::~XMLIChannel() = default;
 
 int XMLIChannel::Parse(std::string_view text) {
+    // Keep text as written: carriage returns, and an element that holds only white space.
+    constexpr unsigned options = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
     const pugi::xml_parse_result result =
-        document->xml.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+        document->xml.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
+    if (!result)
+        document->xml.reset();
     document->Reset();
     if (!result) {
         parseMessage = std::string(result.description()) + " at offset " + std::to_string(result.offset);
@@ -112,7 +125,9 @@ int XMLIChannel::EndTag(std::string_view name) {
     return NoError;
 }
 
-bool XMLIChannel::HasNext(std::string_view name) const { return static_cast<bool>(document->FindNext(name)); }
+bool XMLIChannel::HasNext(std::string_view name) const {
+    return static_cast<bool>(document->FindNext(name));
+}
 
 std::string XMLIChannel::PeekNextName() const {
     for (pugi::xml_node node = document->levels.back().cursor; node; node = node.next_sibling()) {
@@ -162,9 +177,9 @@ int XMLIChannel::ReadElement(std::string_view name, bool& value) {
     return NoError;
 }
 
-#define LM_READ_NUMBER_ELEMENT(Type)                                                                        \
+#define LM_READ_NUMBER_ELEMENT(Type)                                                                         \
     int XMLIChannel::ReadElement(std::string_view name, Type& value) {                                       \
-        std::string text;                                                                                   \
+        std::string text;                                                                                    \
         if (const int err = TakeElementText(name, text); err != NoError)                                     \
             return err;                                                                                      \
         return ParseNumber(text, value);                                                                     \

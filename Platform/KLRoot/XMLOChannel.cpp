@@ -6,6 +6,8 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <sstream>
 #include <vector>
@@ -26,11 +28,29 @@ std::string NumberText(T value) {
     return std::string(text, result.ptr);
 }
 
-bool IsValidName(std::string_view name) { return !name.empty() && name.find_first_of(" <>&\"'/=") == name.npos; }
+bool IsNameStart(unsigned char c) {
+    return std::isalpha(c) || c == '_' || c == ':' || c >= 0x80;
+}
+bool IsNameChar(unsigned char c) {
+    return IsNameStart(c) || std::isdigit(c) || c == '-' || c == '.';
+}
+
+bool IsValidName(std::string_view name) {
+    return !name.empty() && IsNameStart(static_cast<unsigned char>(name.front())) &&
+           std::all_of(name.begin(), name.end(),
+                       [](char c) { return IsNameChar(static_cast<unsigned char>(c)); });
+}
+
+// XML 1.0 cannot carry U+0000 in any form.
+bool HasNul(const UniString& text) {
+    return text.FindFirst(u'\0') != UniString::NotFound;
+}
 
 } // namespace
 
-XMLOChannel::XMLOChannel() : document(std::make_unique<Document>()) { document->open.push_back(document->xml); }
+XMLOChannel::XMLOChannel() : document(std::make_unique<Document>()) {
+    document->open.push_back(document->xml);
+}
 
 XMLOChannel::~XMLOChannel() = default;
 
@@ -63,7 +83,7 @@ int XMLOChannel::EndTag(std::string_view name) {
 int XMLOChannel::SetAttribute(std::string_view name, const UniString& value) {
     if (status != NoError)
         return status;
-    if (document->open.size() < 2 || !IsValidName(name))
+    if (document->open.size() < 2 || !IsValidName(name) || HasNul(value))
         return status = ErrParam;
     const std::string key(name);
     pugi::xml_node tag = document->open.back();
@@ -77,7 +97,7 @@ int XMLOChannel::SetAttribute(std::string_view name, const UniString& value) {
 int XMLOChannel::WriteText(const UniString& text) {
     if (status != NoError)
         return status;
-    if (document->open.size() < 2)
+    if (document->open.size() < 2 || HasNul(text))
         return status = ErrParam;
     document->open.back().append_child(pugi::node_pcdata).set_value(text.ToUTF8().c_str());
     return NoError;
@@ -92,14 +112,32 @@ int XMLOChannel::AddElement(std::string_view name, const std::string& text) {
     return NoError;
 }
 
-int XMLOChannel::WriteElement(std::string_view name, const UniString& value) { return AddElement(name, value.ToUTF8()); }
-int XMLOChannel::WriteElement(std::string_view name, bool value) { return AddElement(name, value ? "true" : "false"); }
-int XMLOChannel::WriteElement(std::string_view name, std::int32_t value) { return AddElement(name, NumberText(value)); }
-int XMLOChannel::WriteElement(std::string_view name, std::uint32_t value) { return AddElement(name, NumberText(value)); }
-int XMLOChannel::WriteElement(std::string_view name, std::int64_t value) { return AddElement(name, NumberText(value)); }
-int XMLOChannel::WriteElement(std::string_view name, std::uint64_t value) { return AddElement(name, NumberText(value)); }
-int XMLOChannel::WriteElement(std::string_view name, double value) { return AddElement(name, NumberText(value)); }
-int XMLOChannel::WriteElement(std::string_view name, const Guid& value) { return AddElement(name, value.ToString()); }
+int XMLOChannel::WriteElement(std::string_view name, const UniString& value) {
+    if (HasNul(value))
+        return status = ErrParam;
+    return AddElement(name, value.ToUTF8());
+}
+int XMLOChannel::WriteElement(std::string_view name, bool value) {
+    return AddElement(name, value ? "true" : "false");
+}
+int XMLOChannel::WriteElement(std::string_view name, std::int32_t value) {
+    return AddElement(name, NumberText(value));
+}
+int XMLOChannel::WriteElement(std::string_view name, std::uint32_t value) {
+    return AddElement(name, NumberText(value));
+}
+int XMLOChannel::WriteElement(std::string_view name, std::int64_t value) {
+    return AddElement(name, NumberText(value));
+}
+int XMLOChannel::WriteElement(std::string_view name, std::uint64_t value) {
+    return AddElement(name, NumberText(value));
+}
+int XMLOChannel::WriteElement(std::string_view name, double value) {
+    return AddElement(name, NumberText(value));
+}
+int XMLOChannel::WriteElement(std::string_view name, const Guid& value) {
+    return AddElement(name, value.ToString());
+}
 
 std::string XMLOChannel::ToString() const {
     std::ostringstream text;

@@ -16,7 +16,8 @@ class OChannel;
 
 // Builds an XML document of nested tags and typed elements. A tag may carry its class version
 // as the attribute version="major.minor"; an element is a tag with text: a guid in its text form,
-// a bool as true or false, numbers in decimal.
+// a bool as true or false, numbers in decimal. Text keeps its white space and line ends; text
+// with U+0000, which XML cannot hold, is refused with ErrParam. The first failure sticks.
 class LM_EXPORT XMLOChannel {
 public:
     XMLOChannel();
@@ -32,7 +33,9 @@ public:
     int WriteText(const UniString& text);
 
     int WriteElement(std::string_view name, const UniString& value);
-    int WriteElement(std::string_view name, const char* value) { return WriteElement(name, UniString(value)); }
+    int WriteElement(std::string_view name, const char* value) {
+        return WriteElement(name, UniString(value));
+    }
     int WriteElement(std::string_view name, bool value);
     int WriteElement(std::string_view name, std::int32_t value);
     int WriteElement(std::string_view name, std::uint32_t value);

@@ -55,7 +55,8 @@ bool XmlRoundTrip() {
     KL::ClassVersion version;
     KL::UniString name;
     return in.Parse(out.ToString()) == KL::NoError && in.StartTag("LibPartId", &version) == KL::NoError &&
-           in.ReadElement("Name", name) == KL::NoError && name == "Fenêtre" && version == KL::ClassVersion{1, 0};
+           in.ReadElement("Name", name) == KL::NoError && name == "Fenêtre" &&
+           version == KL::ClassVersion{1, 0};
 }
 
 } // namespace

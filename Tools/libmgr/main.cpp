@@ -35,7 +35,8 @@ bool WantsHelp(int argc, char** argv) {
 
 int RunSelfCheckCommand(int argc, char** argv, std::string_view name) {
     if (WantsHelp(argc, argv)) {
-        std::cout << "Usage: libmgr " << name << "\n\nRuns the foundation's self-check and prints one line per check.\n";
+        std::cout << "Usage: libmgr " << name
+                  << "\n\nRuns the foundation's self-check and prints one line per check.\n";
         return ExitSuccess;
     }
     if (argc > 2) {

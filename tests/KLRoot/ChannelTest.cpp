@@ -49,7 +49,8 @@ TEST(Channel, TypedValuesAreByteExactInBothOrders) {
     EXPECT_EQ(std::vector<char>(be.begin() + 30, be.begin() + 34), Bytes({0x3F, 0xC0, 0, 0}));
     EXPECT_EQ(std::vector<char>(le.begin() + 30, le.begin() + 34), Bytes({0, 0, 0xC0, 0x3F}));
 
-    for (const auto& [bytes, sign] : {std::pair{le, KL::LittleEndianSign}, std::pair{be, KL::BigEndianSign}}) {
+    for (const auto& [bytes, sign] :
+         {std::pair{le, KL::LittleEndianSign}, std::pair{be, KL::BigEndianSign}}) {
         KL::MemoryIChannel in(bytes.data(), bytes.size(), sign);
         bool b = false;
         std::int8_t i8 = 0;
@@ -94,7 +95,7 @@ TEST(Channel, TruncatedInputGivesAStickyStatusNotACrash) {
     std::uint32_t second = 0xDEADBEEF;
     EXPECT_EQ(in.Read(first), KL::NoError);
     EXPECT_EQ(in.Read(second), KL::ErrEndOfData);
-    EXPECT_EQ(second, 0xDEADBEEFu); // a failed read leaves its target alone
+    EXPECT_EQ(second, 0xDEADBEEFu);   // a failed read leaves its target alone
     EXPECT_EQ(in.GetReadCount(), 2u); // and consumes nothing
     std::uint8_t third = 0;
     EXPECT_EQ(in.Read(third), KL::ErrEndOfData); // the failure sticks
@@ -171,9 +172,63 @@ TEST(Channel, LargeWritesReachTheSinkInOrderAndFailuresStick) {
 
 TEST(Channel, TextOperatorsWriteReadableText) {
     KL::MemoryOChannel out;
-    out << "count " << 42 << ", ok " << true << ", ratio " << 0.25 << ", name " << KL::UniString("Straße") << '\n';
+    out << "count " << 42 << ", ok " << true << ", ratio " << 0.25 << ", name " << KL::UniString("Straße")
+        << '\n';
     const std::vector<char> bytes = out.TakeData();
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "count 42, ok true, ratio 0.25, name Straße\n");
+}
+
+// A source delivered in windows of three bytes that can also seek, as a file channel does.
+class SmallWindowChannel : public KL::IChannel {
+public:
+    explicit SmallWindowChannel(std::vector<char> data) : data(std::move(data)) {
+        SetWindowAt(nullptr, nullptr, 0);
+    }
+    void Seek(std::uint64_t position) {
+        next = position;
+        SetWindowAt(nullptr, nullptr, position);
+    }
+
+protected:
+    int Underflow() override {
+        const std::size_t start = static_cast<std::size_t>(std::min<std::uint64_t>(next, data.size()));
+        const std::size_t end = std::min(start + 3, data.size());
+        next = end;
+        SetWindow(data.data() + start, data.data() + end);
+        return KL::NoError;
+    }
+    std::int64_t GetAvailableBeyondWindow() const override {
+        return static_cast<std::int64_t>(data.size() - std::min<std::uint64_t>(next, data.size()));
+    }
+
+private:
+    std::vector<char> data;
+    std::uint64_t next = 0;
+};
+
+TEST(Channel, ValuesSpanWindowsAndSeeksKeepThePosition) {
+    KL::MemoryOChannel out(KL::BigEndianSign);
+    for (std::uint32_t i = 0; i < 10; ++i)
+        out.Write(i * 0x01010101u);
+    SmallWindowChannel in(out.TakeData());
+    in.SetProtocol(KL::BigEndianSign);
+    std::uint32_t value = 0;
+    for (std::uint32_t i = 0; i < 10; ++i) {
+        ASSERT_EQ(in.Read(value), KL::NoError);
+        EXPECT_EQ(value, i * 0x01010101u);
+    }
+    EXPECT_EQ(in.GetReadCount(), 40u);
+    EXPECT_EQ(in.Read(value), KL::ErrEndOfData);
+    in.ResetStatus();
+
+    in.Seek(8);
+    EXPECT_EQ(in.GetReadCount(), 8u);
+    EXPECT_EQ(in.GetAvailable(), 32);
+    ASSERT_EQ(in.Read(value), KL::NoError);
+    EXPECT_EQ(value, 0x02020202u);
+    ASSERT_EQ(in.Skip(20), KL::NoError);
+    ASSERT_EQ(in.Read(value), KL::NoError);
+    EXPECT_EQ(value, 0x08080808u);
 }
 
 TEST(Channel, ProtocolOnlyTakesKnownSigns) {

@@ -79,7 +79,8 @@ TEST(Frame, NestedFramesOnAStreamThatCannotSeek) {
     KL::MemoryOChannel reference(KL::BigEndianSign);
     Streaming streaming;
     streaming.SetProtocol(KL::BigEndianSign);
-    for (KL::OChannel* out : {static_cast<KL::OChannel*>(&reference), static_cast<KL::OChannel*>(&streaming)}) {
+    for (KL::OChannel* out :
+         {static_cast<KL::OChannel*>(&reference), static_cast<KL::OChannel*>(&streaming)}) {
         KL::OutputFrame outer(*out, otherClass);
         std::vector<char> big(300 * 1024, 'b'); // more than the channel's block, inside open frames
         out->WriteBin(big.data(), big.size());
@@ -123,13 +124,44 @@ TEST(Frame, ForeignTruncatedOrOverrunFramesAreFormatErrors) {
     KL::InputFrame cutFrame(cut, version1);
     EXPECT_EQ(cutFrame.GetStatus(), KL::ErrEndOfData);
 
-    // A length of zero: reading the body runs past the frame's end.
+    // A length of zero: no read may pass the frame's end, though the data go on.
     bytes[20] = bytes[21] = bytes[22] = bytes[23] = 0;
     KL::MemoryIChannel overrun(bytes.data(), bytes.size());
     KL::InputFrame zeroFrame(overrun, version1);
     ASSERT_EQ(zeroFrame.GetStatus(), KL::NoError);
-    overrun.Read(value);
+    EXPECT_EQ(overrun.GetAvailable(), 0);
+    value = 17;
+    EXPECT_EQ(overrun.Read(value), KL::ErrStreamFormat);
+    EXPECT_EQ(value, 17);
     EXPECT_EQ(zeroFrame.Close(), KL::ErrStreamFormat);
+}
+
+TEST(Frame, InnerLengthsAreCheckedAgainstTheEnclosingFrame) {
+    // A frame whose body holds a text claiming more units than the frame has, with plenty of
+    // data behind the frame: the text must not read into what follows.
+    KL::MemoryOChannel out;
+    {
+        KL::OutputFrame frame(out, version1);
+        out.Write(std::uint32_t{8}); // a count of 8 units, and no units
+    }
+    for (int i = 0; i < 8; ++i)
+        out.Write(std::uint16_t{'x'});
+    const std::vector<char> bytes = out.TakeData();
+
+    KL::MemoryIChannel in(bytes.data(), bytes.size());
+    KL::InputFrame frame(in, version1);
+    KL::UniString text("unchanged");
+    EXPECT_EQ(text.Read(in), KL::ErrStreamFormat);
+    EXPECT_EQ(text, "unchanged");
+
+    // Nested limits never reach past the outer one.
+    KL::MemoryIChannel nested(bytes.data(), bytes.size());
+    nested.PushLimit(30);
+    nested.PushLimit(1000);
+    EXPECT_EQ(nested.GetAvailable(), 30);
+    nested.PopLimit();
+    nested.PopLimit();
+    EXPECT_EQ(nested.GetAvailable(), static_cast<std::int64_t>(bytes.size()));
 }
 
 class Point : public KL::Object {

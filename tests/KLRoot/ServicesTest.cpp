@@ -15,7 +15,8 @@ class Preferences : public ::testing::Test {
 protected:
     void SetUp() override {
         folder = std::filesystem::temp_directory_path() /
-                 ("klpref-" + std::to_string(::getpid()) + "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+                 ("klpref-" + std::to_string(::getpid()) + "-" +
+                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::create_directories(folder);
         file = folder / "preferences.json";
         ::setenv(KLPref::FileVariable, file.c_str(), 1);
@@ -28,30 +29,48 @@ protected:
     std::filesystem::path file;
 };
 
-TEST_F(Preferences, ReadsTypedValuesAndFallsBackToDefaults) {
+TEST_F(Preferences, ReadsTypedValuesAndTellsFoundFromDefault) {
     std::ofstream(file) << R"({"Macro Search": {"Allow Compatible Mode": false},
                              "LibraryManager": {"LibraryContainerMaxMemorySize": 1048576, "Name": "Ünï"},
                              "FileFormat": []})";
     KLPref::IRoot* root = KLPref::OpenRootKey(KLPref::UserDomain);
     ASSERT_NE(root, nullptr);
-    EXPECT_FALSE(root->ReadBool("Macro Search", "Allow Compatible Mode", true, KLPref::UserLevel));
-    EXPECT_EQ(root->ReadInt("LibraryManager", "LibraryContainerMaxMemorySize", 5, KLPref::UserLevel), 1048576);
-    EXPECT_EQ(root->ReadString("LibraryManager", "Name", "", KLPref::UserLevel), "Ünï");
+    bool flag = true;
+    std::int64_t number = 0;
+    KL::UniString text;
+    EXPECT_EQ(root->ReadBool("Macro Search", "Allow Compatible Mode", &flag, true, KLPref::UserLevel),
+              KL::NoError);
+    EXPECT_FALSE(flag);
+    EXPECT_EQ(root->ReadInt("LibraryManager", "LibraryContainerMaxMemorySize", &number, 5, KLPref::UserLevel),
+              KL::NoError);
+    EXPECT_EQ(number, 1048576);
+    EXPECT_EQ(root->ReadString("LibraryManager", "Name", &text, "", KLPref::UserLevel), KL::NoError);
+    EXPECT_EQ(text, "Ünï");
     // Absent keys, absent or malformed groups and values of another type give the default.
-    EXPECT_TRUE(root->ReadBool("Macro Search", "Other", true, KLPref::UserLevel));
-    EXPECT_EQ(root->ReadInt("FileFormat", "DatabaseLibraryContainerFormat", 3, KLPref::UserLevel), 3);
-    EXPECT_EQ(root->ReadInt("LibraryManager", "Name", 9, KLPref::UserLevel), 9);
+    EXPECT_EQ(root->ReadBool("Macro Search", "Other", &flag, true, KLPref::UserLevel), KL::ErrNoData);
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(root->ReadInt("FileFormat", "DatabaseLibraryContainerFormat", &number, 3, KLPref::UserLevel),
+              KL::ErrNoData);
+    EXPECT_EQ(number, 3);
+    EXPECT_EQ(root->ReadInt("LibraryManager", "Name", &number, 9, KLPref::UserLevel), KL::ErrNoData);
+    EXPECT_EQ(number, 9);
+    EXPECT_EQ(root->ReadInt("LibraryManager", "Name", nullptr, 9, KLPref::UserLevel), KL::ErrParam);
     KLPref::CloseRootKey(root);
 }
 
 TEST_F(Preferences, AbsentOrBrokenFileMeansDefaults) {
+    bool flag = false;
     KLPref::IRoot* root = KLPref::OpenRootKey(KLPref::UserDomain);
-    EXPECT_TRUE(root->ReadBool("Macro Search", "Allow Compatible Mode", true, KLPref::UserLevel));
+    EXPECT_EQ(root->ReadBool("Macro Search", "Allow Compatible Mode", &flag, true, KLPref::UserLevel),
+              KL::ErrNoData);
+    EXPECT_TRUE(flag);
     KLPref::CloseRootKey(root);
 
     std::ofstream(file) << "{ not json";
     root = KLPref::OpenRootKey(KLPref::UserDomain);
-    EXPECT_FALSE(root->ReadBool("Macro Search", "Allow Compatible Mode", false, KLPref::UserLevel));
+    EXPECT_EQ(root->ReadBool("Macro Search", "Allow Compatible Mode", &flag, false, KLPref::UserLevel),
+              KL::ErrNoData);
+    EXPECT_FALSE(flag);
     KLPref::CloseRootKey(root);
 }
 
@@ -87,6 +106,10 @@ TEST(Time, EpochCalendarAndMonthArithmetic) {
     EXPECT_EQ(TIAddMonths({2024, 3, 31, 0, 0, 0}, -1), (TIDate{2024, 2, 29, 0, 0, 0}));
     EXPECT_EQ(TIAddMonths({2023, 3, 31, 0, 0, 0}, -1), (TIDate{2023, 2, 28, 0, 0, 0}));
     EXPECT_EQ(TIAddMonths({2025, 12, 1, 0, 0, 0}, 1), (TIDate{2026, 1, 1, 0, 0, 0}));
+    // Out-of-range fields carry over instead of giving an unspecified time.
+    EXPECT_EQ(TIDateToTime({2026, 1, 32, 0, 0, 0}), TIDateToTime({2026, 2, 1, 0, 0, 0}));
+    EXPECT_EQ(TIDateToTime({2026, 13, 1, 0, 0, 0}), TIDateToTime({2027, 1, 1, 0, 0, 0}));
+    EXPECT_EQ(TIAddMonths({2026, 1, 1, 0, 0, 0}, std::numeric_limits<int>::min()).month, 1);
 
     const TITime now = TIGetTime();
     EXPECT_GT(now, TIDateToTime({2026, 1, 1, 0, 0, 0}));

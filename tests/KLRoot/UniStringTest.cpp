@@ -13,8 +13,12 @@ TEST(UniString, Utf8RoundTripsEveryPlaneAndReplacesMalformedBytes) {
     EXPECT_EQ(uni.GetLength(), 19u); // the emoji takes two UTF-16 units
     EXPECT_EQ(uni[17], 0xD83D);
 
-    EXPECT_EQ(KL::UniString("a\xFF" "b").ToUTF8(), "a\xEF\xBF\xBD" "b");  // stray byte
-    EXPECT_EQ(KL::UniString("a\xE2\x82").ToUTF8(), "a\xEF\xBF\xBD");        // truncated sequence
+    EXPECT_EQ(KL::UniString("a\xFF"
+                            "b")
+                  .ToUTF8(),
+              "a\xEF\xBF\xBD"
+              "b");                                                  // stray byte
+    EXPECT_EQ(KL::UniString("a\xE2\x82").ToUTF8(), "a\xEF\xBF\xBD"); // truncated sequence
     const KL::UniChar lone[] = {u'x', 0xD800, u'y', 0};
     EXPECT_EQ(KL::UniString(lone).ToUTF8(), "x\xEF\xBF\xBDy"); // unpaired surrogate
 }
