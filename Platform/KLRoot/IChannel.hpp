@@ -122,4 +122,26 @@ private:
     int status = NoError;
 };
 
+// Reads `count` elements of trivially copyable type as raw bytes into `result`. The length is
+// checked against what remains first; on a stream of unknown length `result` grows with the data
+// actually read, so a hostile count cannot force a large allocation. Leaves `result` unspecified
+// on failure.
+template <typename Container>
+int ReadCountedElements(IChannel& channel, std::uint32_t count, Container& result) {
+    using Element = typename Container::value_type;
+    static_assert(std::is_trivially_copyable_v<Element>);
+    if (const int err = channel.RequireAvailable(std::uint64_t{count} * sizeof(Element)); err != NoError)
+        return err;
+    constexpr std::size_t Chunk = 64 * 1024 / sizeof(Element);
+    result.clear();
+    for (std::size_t done = 0; done < count;) {
+        const std::size_t n = count - done < Chunk ? count - done : Chunk;
+        result.resize(done + n);
+        if (const int err = channel.ReadBin(result.data() + done, n * sizeof(Element)); err != NoError)
+            return err;
+        done += n;
+    }
+    return NoError;
+}
+
 } // namespace KL

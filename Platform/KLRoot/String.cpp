@@ -3,7 +3,6 @@
 #include "KLRoot/IChannel.hpp"
 #include "KLRoot/OChannel.hpp"
 
-#include <algorithm>
 #include <cstdint>
 
 namespace KL {
@@ -20,17 +19,9 @@ int String::Read(IChannel& channel) {
     std::uint32_t count = 0;
     if (const int err = channel.Read(count); err != NoError)
         return err;
-    if (const int err = channel.RequireAvailable(count); err != NoError)
-        return err;
-    constexpr std::size_t Chunk = 64 * 1024;
     std::string result;
-    for (std::size_t done = 0; done < count;) {
-        const std::size_t n = std::min<std::size_t>(Chunk, count - done);
-        result.resize(done + n);
-        if (const int err = channel.ReadBin(result.data() + done, n); err != NoError)
-            return err;
-        done += n;
-    }
+    if (const int err = ReadCountedElements(channel, count, result); err != NoError)
+        return err;
     text = std::move(result);
     return NoError;
 }

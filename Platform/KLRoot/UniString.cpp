@@ -333,19 +333,9 @@ int UniString::Read(IChannel& channel) {
     // ICU measures text in int32, so longer text has no stream form.
     if (count > static_cast<std::uint32_t>(INT32_MAX))
         return channel.SetStatus(ErrStreamFormat);
-    if (const int err = channel.RequireAvailable(std::uint64_t{count} * sizeof(UniChar)); err != NoError)
-        return err;
-    // Grow with the data actually read, so a hostile count on a stream of unknown length cannot
-    // force a large allocation.
-    constexpr std::size_t Chunk = 32 * 1024;
     std::u16string result;
-    for (std::size_t done = 0; done < count;) {
-        const std::size_t n = std::min<std::size_t>(Chunk, count - done);
-        result.resize(done + n);
-        if (const int err = channel.ReadBin(result.data() + done, n * sizeof(UniChar)); err != NoError)
-            return err;
-        done += n;
-    }
+    if (const int err = ReadCountedElements(channel, count, result); err != NoError)
+        return err;
     if (channel.GetProtocol() != HostPlatformSign) {
         for (UniChar& c : result)
             c = ByteSwap(c);
