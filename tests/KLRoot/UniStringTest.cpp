@@ -72,13 +72,13 @@ TEST(UniString, EditingOperations) {
     EXPECT_EQ(growing, "xx.xx");
     EXPECT_EQ(growing.ReplaceAll("", "y"), 0u);
 
-    const KL::UniString name("Door.GSM");
-    EXPECT_EQ(name.GetSubstring(5), "GSM");
+    const KL::UniString name("Door.KLM");
+    EXPECT_EQ(name.GetSubstring(5), "KLM");
     EXPECT_EQ(name.GetSubstring(50), "");
     EXPECT_EQ(name.GetPrefix(4), "Door");
-    EXPECT_EQ(name.GetSuffix(3), "GSM");
-    EXPECT_TRUE(name.EndsWith(".gsm", KL::CaseInsensitive));
-    EXPECT_FALSE(name.EndsWith(".gsm"));
+    EXPECT_EQ(name.GetSuffix(3), "KLM");
+    EXPECT_TRUE(name.EndsWith(".klm", KL::CaseInsensitive));
+    EXPECT_FALSE(name.EndsWith(".klm"));
     EXPECT_TRUE(name.BeginsWith("DOOR", KL::CaseInsensitive));
     EXPECT_EQ(KL::UniString("ǅungla").ToUpperCase(), "ǄUNGLA");
     EXPECT_EQ(KL::UniString("Straße").GetFolded(), "strasse");
