@@ -36,15 +36,27 @@ int CompareCodePointOrder(std::u16string_view a, std::u16string_view b) {
     return CodePointOrderKey(*mismatch.first) < CodePointOrderKey(*mismatch.second) ? -1 : 1;
 }
 
-int CompareAsciiFolded(std::u16string_view a, std::u16string_view b) {
+// Compares with ASCII folding up to the first difference; a non-ASCII unit met before it makes the
+// answer ICU's (returns false). A difference between two ASCII units decides alone: folding of
+// what follows cannot change it.
+bool TryCompareAsciiFolded(std::u16string_view a, std::u16string_view b, int& result) {
     const std::size_t n = std::min(a.size(), b.size());
     for (std::size_t i = 0; i < n; ++i) {
+        if (a[i] >= 0x80 || b[i] >= 0x80)
+            return false;
         const UniChar x = AsciiLower(a[i]);
         const UniChar y = AsciiLower(b[i]);
-        if (x != y)
-            return x < y ? -1 : 1;
+        if (x != y) {
+            result = x < y ? -1 : 1;
+            return true;
+        }
     }
-    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+    const std::u16string_view& rest = a.size() > n ? a : b;
+    if (std::any_of(rest.begin() + static_cast<std::ptrdiff_t>(n), rest.end(),
+                    [](UniChar c) { return c >= 0x80; }))
+        return false;
+    result = a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+    return true;
 }
 
 bool IsAsciiText(std::u16string_view text) {
@@ -284,15 +296,11 @@ UniString UniString::ToUpperCase() const {
         }));
 }
 
-bool UniString::IsASCII() const {
-    return IsAsciiText(text);
-}
-
 int UniString::Compare(const UniString& other, CaseComparison cmp) const {
     if (cmp == CaseSensitive)
         return CompareCodePointOrder(text, other.text);
-    if (IsASCII() && other.IsASCII())
-        return CompareAsciiFolded(text, other.text);
+    if (int result = 0; TryCompareAsciiFolded(text, other.text, result))
+        return result;
     UErrorCode status = U_ZERO_ERROR;
     const int32_t result = u_strCaseCompare(text.data(), static_cast<int32_t>(text.size()), other.text.data(),
                                             static_cast<int32_t>(other.text.size()),

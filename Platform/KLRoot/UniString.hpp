@@ -91,8 +91,6 @@ public:
     int Read(IChannel& channel);
 
 private:
-    bool IsASCII() const;
-
     std::u16string text;
 };
 
