@@ -1,0 +1,37 @@
+#include "InputOutput/FileEntry.hpp"
+
+#include "InputOutput/IOErrors.hpp"
+
+namespace IO {
+
+FileEntry::~FileEntry() = default;
+
+int ReadOnlyFileEntry::SetCreationTime(TITime) {
+    return ReadOnlyError;
+}
+
+int ReadOnlyFileEntry::SetModificationTime(TITime) {
+    return ReadOnlyError;
+}
+
+int ReadOnlyFileEntry::Write(const void*, std::uint64_t) {
+    return ReadOnlyError;
+}
+
+int ReadOnlyFileEntry::Flush() {
+    return ReadOnlyError;
+}
+
+int ReadOnlyFileEntry::SetDataLength(std::uint64_t) {
+    return ReadOnlyError;
+}
+
+int ReadOnlyFileEntry::SetTypeInfo(std::uint32_t, std::uint32_t) {
+    return ReadOnlyError;
+}
+
+int ReadOnlyFileEntry::SetWriteProtection(bool) {
+    return ReadOnlyError;
+}
+
+} // namespace IO

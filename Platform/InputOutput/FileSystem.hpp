@@ -1,0 +1,72 @@
+#pragma once
+
+#include "InputOutput/FolderEntry.hpp"
+#include "InputOutput/Location.hpp"
+#include "KLRoot/KLExport.hpp"
+
+#include <map>
+#include <shared_mutex>
+
+namespace IO {
+
+class FileEntry;
+class FixedVFS;
+
+// The process's view of files: the local disk, with file systems mounted at locations of it.
+// A mount serves every location strictly below its mount point, and the mount point itself as a
+// folder; as a file the mount point stays what it is on the file system beneath (so a container
+// file can still be read while its contents are mounted on it).
+class LM_EXPORT FileSystem {
+public:
+    // Folders the system keeps its files in. Each follows the XDG variable named beside it, so a
+    // test or a sandboxed host can move them all.
+    enum SpecLocId {
+        HomeFolder = 1,          // $HOME
+        ConfigurationFolder = 2, // $XDG_CONFIG_HOME/libmgr, or ~/.config/libmgr
+        UserDataFolder = 6,      // $XDG_DATA_HOME, or ~/.local/share
+        UserCacheFolder = 7,     // $XDG_CACHE_HOME, or ~/.cache
+        TemporaryFolder = 12     // $TMPDIR, or /tmp
+    };
+
+    FileSystem();
+    ~FileSystem();
+    FileSystem(const FileSystem&) = delete;
+    FileSystem& operator=(const FileSystem&) = delete;
+
+    int GetSpecialLocation(SpecLocId id, Location* location) const;
+
+    // What stands at a location, following mounts.
+    int GetType(const Location& location, EntryType* type) const;
+    // Creates the folder and every missing folder above it.
+    int CreateFolderTree(const Location& location);
+    // Removes a file, a link or an empty folder; a mount point is refused.
+    int Delete(const Location& location);
+
+    // Takes a file system on at `location` and then calls its Mounted. Refused (MountError) when
+    // something is mounted there already, or when the file system below does not allow mounts.
+    int Mount(FixedVFS* vfs, const Location& location);
+    // Lets the file system at `location` go and calls its Unmounted; NotFoundError if none.
+    int Unmount(const Location& location);
+    bool IsMountPoint(const Location& location) const;
+    FixedVFS* GetMountedVFS(const Location& location) const;
+
+    // Connects the entry at a location. `owner` receives the serving file system, null for the
+    // local disk; give the entry back with Disconnect.
+    int ConnectFile(const Location& location, FileEntry** entry, FixedVFS** owner) const;
+    int ConnectFolder(const Location& location, FolderEntry** entry, FixedVFS** owner) const;
+    static void Disconnect(FixedVFS* owner, FileEntry* entry);
+    static void Disconnect(FixedVFS* owner, FolderEntry* entry);
+
+    // The file system that serves the contents of a folder at `location`: the deepest mount at or
+    // above it, or null for the local disk.
+    FixedVFS* GetServingVFS(const Location& location, bool includeSelf) const;
+
+private:
+    std::map<Location, FixedVFS*> mounts;
+    mutable std::shared_mutex mountLock;
+};
+
+// The one file system of the process.
+LM_EXPORT extern FileSystem fileSystem;
+
+} // namespace IO

@@ -1,0 +1,316 @@
+#include "InputOutput/FileTypeManager.hpp"
+
+#include "InputOutput/File.hpp"
+#include "InputOutput/Location.hpp"
+#include "KLRoot/ErrorCodes.hpp"
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <strings.h>
+#include <vector>
+
+namespace FTM {
+
+namespace {
+
+std::atomic<FileTypeManager*> current{nullptr};
+
+constexpr std::size_t HeadSize = 512;
+
+std::uint32_t CodeFromText(const char* text) {
+    char code[5] = "    ";
+    if (text != nullptr)
+        std::memcpy(code, text, std::min<std::size_t>(std::strlen(text), 4));
+    return MakeCode(code);
+}
+
+// What Identify may look at beyond the name, read once and only when needed.
+class FileFacts {
+public:
+    explicit FileFacts(const IO::Location& at) : location(at) {}
+
+    const std::vector<char>& GetHead() {
+        Load();
+        return head;
+    }
+    std::uint32_t GetTypeCode() {
+        Load();
+        return typeCode;
+    }
+
+private:
+    void Load() {
+        if (loaded)
+            return;
+        loaded = true;
+        IO::File file(location);
+        std::uint32_t creator = 0;
+        file.GetTypeInfo(&typeCode, &creator);
+        if (file.Open(IO::File::ReadMode) != KL::NoError)
+            return;
+        head.resize(HeadSize);
+        std::uint64_t count = 0;
+        file.ReadUpTo(head.data(), head.size(), &count);
+        head.resize(count);
+    }
+
+    const IO::Location& location;
+    bool loaded = false;
+    std::vector<char> head;
+    std::uint32_t typeCode = 0;
+};
+
+bool DetectorAccepts(const FileType& type, FileFacts& facts) {
+    if (type.GetDetector() == nullptr)
+        return false;
+    const std::vector<char>& head = facts.GetHead();
+    return type.GetDetector()(head.data(), head.size());
+}
+
+} // namespace
+
+FileTypeManager::FileTypeManager(const char* creator)
+    : applicationCreator(CodeFromText(creator)), previous(current.load()) {
+    groups.emplace(RootGroup.GetValue(), Group{"Root", 0, {}});
+    current = this;
+}
+
+FileTypeManager::~FileTypeManager() {
+    FileTypeManager* self = this;
+    current.compare_exchange_strong(self, previous);
+}
+
+FileTypeManager& FileTypeManager::GetCurrent() {
+    if (FileTypeManager* manager = current.load())
+        return *manager;
+    static FileTypeManager fallback;
+    return *current.load();
+}
+
+TypeID FileTypeManager::AddType(const FileType& type, GroupID parent) {
+    std::unique_lock guard(lock);
+    const auto group = groups.find(parent.GetValue());
+    if (group == groups.end())
+        return UnknownType;
+    const std::int32_t id = nextType++;
+    types.emplace(id, std::make_unique<FileType>(type));
+    group->second.types.insert(id);
+    return TypeID(id);
+}
+
+GroupID FileTypeManager::AddGroup(const KL::UniString& name, GroupID parent) {
+    std::unique_lock guard(lock);
+    if (!groups.contains(parent.GetValue()) || nextGroup == GroupID::UnknownValue)
+        return UnknownGroup;
+    const std::int32_t id = nextGroup--;
+    groups.emplace(id, Group{name, parent.GetValue(), {}});
+    return GroupID(id);
+}
+
+int FileTypeManager::AddTypeToGroup(TypeID type, GroupID group) {
+    std::unique_lock guard(lock);
+    const auto found = groups.find(group.GetValue());
+    if (found == groups.end() || !types.contains(type.GetValue()))
+        return KL::ErrParam;
+    found->second.types.insert(type.GetValue());
+    return KL::NoError;
+}
+
+int FileTypeManager::RemoveType(TypeID type) {
+    std::unique_lock guard(lock);
+    if (types.erase(type.GetValue()) == 0)
+        return KL::ErrParam;
+    for (auto& [id, group] : groups)
+        group.types.erase(type.GetValue());
+    return KL::NoError;
+}
+
+int FileTypeManager::RemoveGroup(GroupID group) {
+    std::unique_lock guard(lock);
+    if (group == RootGroup || !groups.contains(group.GetValue()))
+        return KL::ErrParam;
+    std::vector<std::int32_t> doomed{group.GetValue()};
+    for (std::size_t i = 0; i < doomed.size(); ++i) {
+        for (const auto& [id, candidate] : groups) {
+            if (candidate.parent == doomed[i])
+                doomed.push_back(id);
+        }
+    }
+    for (const std::int32_t id : doomed)
+        groups.erase(id);
+    return KL::NoError;
+}
+
+const FileType* FileTypeManager::GetType(TypeID type) const {
+    std::shared_lock guard(lock);
+    const auto found = types.find(type.GetValue());
+    return found == types.end() ? nullptr : found->second.get();
+}
+
+bool FileTypeManager::IsGroupWithin(std::int32_t group, std::int32_t outer) const {
+    // Parents were made before their children, so the chain ends; the bound guards a broken table.
+    for (std::size_t steps = 0; steps <= groups.size(); ++steps) {
+        if (group == outer)
+            return true;
+        const auto found = groups.find(group);
+        if (found == groups.end() || found->second.parent == 0)
+            return false;
+        group = found->second.parent;
+    }
+    return false;
+}
+
+bool FileTypeManager::IsInGroup(std::int32_t type, std::int32_t group) const {
+    if (!types.contains(type))
+        return false;
+    if (group == RootGroup.GetValue())
+        return true;
+    for (const auto& [id, candidate] : groups) {
+        if (candidate.types.contains(type) && IsGroupWithin(id, group))
+            return true;
+    }
+    return false;
+}
+
+std::set<std::int32_t> FileTypeManager::TypesOf(GeneralID within) const {
+    std::set<std::int32_t> result;
+    if (within.IsType()) {
+        if (types.contains(within.GetValue()))
+            result.insert(within.GetValue());
+        return result;
+    }
+    for (const auto& [id, type] : types) {
+        if (IsInGroup(id, within.GetValue()))
+            result.insert(id);
+    }
+    return result;
+}
+
+TypeID FileTypeManager::SearchForType(const FileType& pattern, GroupID within) const {
+    std::shared_lock guard(lock);
+    const bool byExtension = !pattern.GetExtensions().empty();
+    if (!byExtension && pattern.GetMacType() == 0)
+        return UnknownType;
+    for (const std::int32_t id : TypesOf(within)) {
+        const FileType& type = *types.at(id);
+        if (byExtension && !type.IsExtensionIncluded(pattern.GetExtensions().front()))
+            continue;
+        if (pattern.GetMacType() != 0 && type.GetMacType() != pattern.GetMacType())
+            continue;
+        return TypeID(id);
+    }
+    return UnknownType;
+}
+
+TypeID FileTypeManager::SearchForMime(const char* mime) const {
+    if (mime == nullptr || *mime == '\0')
+        return UnknownType;
+    std::shared_lock guard(lock);
+    for (const auto& [id, type] : types) {
+        if (strcasecmp(type->GetMime().c_str(), mime) == 0)
+            return TypeID(id);
+    }
+    return UnknownType;
+}
+
+TypeID FileTypeManager::Identify(const IO::Location& location, GeneralID within) const {
+    std::shared_lock guard(lock);
+    return IdentifyLocked(location, within);
+}
+
+TypeID FileTypeManager::IdentifyLocked(const IO::Location& location, GeneralID within) const {
+    IO::Name name;
+    if (location.GetLastLocalName(&name) != KL::NoError)
+        return UnknownType;
+    const KL::UniString extension = name.GetExtension();
+    const std::set<std::int32_t> candidates = TypesOf(within);
+    std::vector<std::int32_t> byExtension;
+    for (const std::int32_t id : candidates) {
+        const FileType& type = *types.at(id);
+        if (type.IdentifiesByExtension() && type.IsExtensionIncluded(extension))
+            byExtension.push_back(id);
+    }
+    if (byExtension.size() == 1)
+        return TypeID(byExtension.front());
+    FileFacts facts(location);
+    // Several types share the extension: the content, then the file's code, tell them apart.
+    if (byExtension.size() > 1) {
+        for (const std::int32_t id : byExtension) {
+            if (DetectorAccepts(*types.at(id), facts))
+                return TypeID(id);
+        }
+        for (const std::int32_t id : byExtension) {
+            if (facts.GetTypeCode() != 0 && types.at(id)->GetMacType() == facts.GetTypeCode())
+                return TypeID(id);
+        }
+        return TypeID(byExtension.front());
+    }
+    for (const std::int32_t id : candidates) {
+        if (DetectorAccepts(*types.at(id), facts))
+            return TypeID(id);
+    }
+    if (facts.GetTypeCode() != 0) {
+        for (const std::int32_t id : candidates) {
+            if (types.at(id)->GetMacType() == facts.GetTypeCode())
+                return TypeID(id);
+        }
+    }
+    return UnknownType;
+}
+
+bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
+    std::shared_lock guard(lock);
+    if (id.IsGroup())
+        return IdentifyLocked(location, id) != UnknownType;
+    const auto found = types.find(id.GetValue());
+    if (found == types.end())
+        return false;
+    const FileType& type = *found->second;
+    IO::Name name;
+    if (location.GetLastLocalName(&name) != KL::NoError)
+        return false;
+    if (type.IdentifiesByExtension() && type.IsExtensionIncluded(name.GetExtension()))
+        return true;
+    if (type.GetDetector() == nullptr && type.GetMacType() == 0)
+        return false;
+    FileFacts facts(location);
+    return DetectorAccepts(type, facts) ||
+           (facts.GetTypeCode() != 0 && facts.GetTypeCode() == type.GetMacType());
+}
+
+bool FileTypeManager::IsTypeOrGroupInTypeOrGroup(GeneralID inner, GeneralID outer) const {
+    if (inner == outer)
+        return true;
+    if (outer.IsType())
+        return false;
+    std::shared_lock guard(lock);
+    if (inner.IsType())
+        return IsInGroup(inner.GetValue(), outer.GetValue());
+    return groups.contains(inner.GetValue()) && IsGroupWithin(inner.GetValue(), outer.GetValue());
+}
+
+TypeID FileTypeManager::GetFirstTypeChild(GroupID group) const {
+    std::shared_lock guard(lock);
+    const auto found = groups.find(group.GetValue());
+    if (found == groups.end() || found->second.types.empty())
+        return UnknownType;
+    return TypeID(*found->second.types.begin());
+}
+
+std::string FileTypeManager::GetMime(TypeID type) const {
+    const FileType* found = GetType(type);
+    return found != nullptr ? found->GetMime() : std::string();
+}
+
+std::uint32_t FileTypeManager::GetMacType(TypeID type) const {
+    const FileType* found = GetType(type);
+    return found != nullptr ? found->GetMacType() : 0;
+}
+
+std::uint32_t FileTypeManager::GetMacCreator(TypeID type) const {
+    const FileType* found = GetType(type);
+    return found != nullptr ? found->GetMacCreator() : 0;
+}
+
+} // namespace FTM

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "InputOutput/FileType.hpp"
+#include "KLRoot/KLExport.hpp"
+
+#include <map>
+#include <memory>
+#include <set>
+#include <shared_mutex>
+#include <string>
+
+namespace IO {
+class Location;
+}
+
+namespace FTM {
+
+// The table of file types and groups. Groups form a tree under RootGroup; a type belongs to the
+// group it was added under and to any group it is added to later. The most recently made manager
+// that still lives is the process's current one, which the rest of the system asks.
+//
+// Lookups may run on any thread; changes belong to start-up and shut-down.
+class LM_EXPORT FileTypeManager {
+public:
+    explicit FileTypeManager(const char* applicationCreator = "MAKE");
+    ~FileTypeManager();
+    FileTypeManager(const FileTypeManager&) = delete;
+    FileTypeManager& operator=(const FileTypeManager&) = delete;
+
+    static FileTypeManager& GetCurrent();
+
+    // UnknownType (AddType) or UnknownGroup (AddGroup) when the parent is no group.
+    TypeID AddType(const FileType& type, GroupID parent = RootGroup);
+    GroupID AddGroup(const KL::UniString& name, GroupID parent = RootGroup);
+    int AddTypeToGroup(TypeID type, GroupID group);
+    // Removing a group takes its subgroups with it; the types stay registered.
+    int RemoveType(TypeID type);
+    int RemoveGroup(GroupID group);
+
+    // Null for an unknown id; valid until the type is removed.
+    const FileType* GetType(TypeID type) const;
+    // The first type in `within` (at any depth) that has the pattern's first extension, and its
+    // type code when that is not 0.
+    TypeID SearchForType(const FileType& pattern, GroupID within = RootGroup) const;
+    TypeID SearchForMime(const char* mime) const;
+    // The type of the file at a location among the types of `within`: by extension, then by
+    // content, then by the file's own type code.
+    TypeID Identify(const IO::Location& location, GeneralID within = RootGroup) const;
+    // True when the file at `location` is of type `id`, or of a type in group `id`.
+    bool Match(const IO::Location& location, GeneralID id) const;
+    // True when `inner` is `outer`, or lies in it at any depth.
+    bool IsTypeOrGroupInTypeOrGroup(GeneralID inner, GeneralID outer) const;
+    TypeID GetFirstTypeChild(GroupID group) const;
+    // Empty, or 0, for an unknown type.
+    std::string GetMime(TypeID type) const;
+    std::uint32_t GetMacType(TypeID type) const;
+    std::uint32_t GetMacCreator(TypeID type) const;
+    std::uint32_t GetApplicationCreator() const { return applicationCreator; }
+
+private:
+    struct Group {
+        KL::UniString name;
+        std::int32_t parent;
+        std::set<std::int32_t> types; // ordered: lookups go by registration order
+    };
+
+    bool IsInGroup(std::int32_t type, std::int32_t group) const;
+    bool IsGroupWithin(std::int32_t group, std::int32_t outer) const;
+    // Types of `within`, registration order; a type id stands for itself.
+    std::set<std::int32_t> TypesOf(GeneralID within) const;
+    TypeID IdentifyLocked(const IO::Location& location, GeneralID within) const;
+
+    std::uint32_t applicationCreator;
+    std::map<std::int32_t, std::unique_ptr<FileType>> types;
+    std::map<std::int32_t, Group> groups;
+    std::int32_t nextType = 1;
+    std::int32_t nextGroup = -2;
+    mutable std::shared_mutex lock;
+    FileTypeManager* previous;
+};
+
+} // namespace FTM

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "KLRoot/KLExport.hpp"
+
+namespace IO {
+
+class FileEntry;
+class FolderEntry;
+class Location;
+
+// A file system that can be mounted at a location of the process-wide IO::fileSystem. Below the
+// mount point, every file and folder is served by Connect; the caller gives each entry back with
+// Disconnect. The mount table does not own the file system: it must outlive its mount and every
+// entry it handed out.
+class LM_EXPORT FixedVFS {
+public:
+    // Results of Connect besides the entry statuses; 0 means connected.
+    enum ConnectStatus { Connected = 0, ConnectFailed = 4, NoSuchEntry = 5 };
+
+    FixedVFS() = default;
+    virtual ~FixedVFS();
+    FixedVFS(const FixedVFS&) = delete;
+    FixedVFS& operator=(const FixedVFS&) = delete;
+
+    // The location is absolute; the mount point itself is the file system's root folder.
+    virtual int Connect(Location* location, FolderEntry** entry) = 0;
+    virtual int Connect(Location* location, FileEntry** entry) = 0;
+    virtual void Disconnect(FileEntry* entry) = 0;
+    virtual void Disconnect(FolderEntry* entry) = 0;
+    // True when other file systems may be mounted below this one's mount point.
+    virtual bool SubmountingEnabled() const { return false; }
+    // Called by the mount table after it took the file system on, and when it lets it go.
+    virtual void Mounted(const Location& mountPoint);
+    virtual void Unmounted();
+};
+
+} // namespace IO

@@ -1,0 +1,67 @@
+#include "InputOutput/Name.hpp"
+
+#include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/IChannel.hpp"
+#include "KLRoot/OChannel.hpp"
+
+#include <algorithm>
+
+namespace IO {
+
+Name::Name(const KL::UniString& candidate) {
+    if (IsValidText(candidate.View()))
+        text = candidate;
+}
+
+bool Name::IsValidText(std::u16string_view candidate) {
+    if (candidate.empty() || candidate.size() > MaxLength || candidate == u"." || candidate == u"..")
+        return false;
+    return std::none_of(candidate.begin(), candidate.end(), [](char16_t c) { return c == u'/' || c == 0; });
+}
+
+bool Name::HasExtension() const {
+    return text.FindLast(u'.') != KL::UniString::NotFound;
+}
+
+KL::UniString Name::GetExtension() const {
+    const std::size_t dot = text.FindLast(u'.');
+    return dot == KL::UniString::NotFound ? KL::UniString() : text.GetSubstring(dot + 1);
+}
+
+KL::UniString Name::GetBase() const {
+    const std::size_t dot = text.FindLast(u'.');
+    return dot == KL::UniString::NotFound ? text : text.GetPrefix(dot);
+}
+
+std::strong_ordering Name::operator<=>(const Name& other) const {
+    return text.View() <=> other.text.View();
+}
+
+int Name::Write(KL::OChannel& channel) const {
+    const std::u16string_view units = text.View();
+    channel.Write(static_cast<std::uint32_t>(units.size()));
+    for (const char16_t unit : units)
+        channel.Write(unit);
+    return channel.GetStatus();
+}
+
+int Name::Read(KL::IChannel& channel) {
+    std::uint32_t count = 0;
+    if (const int err = channel.Read(count); err != KL::NoError)
+        return err;
+    if (count == 0 || count > MaxLength)
+        return channel.SetStatus(KL::ErrStreamFormat);
+    if (const int err = channel.RequireAvailable(std::uint64_t{count} * 2); err != KL::NoError)
+        return err;
+    std::u16string units(count, u'\0');
+    for (char16_t& unit : units) {
+        if (const int err = channel.Read(unit); err != KL::NoError)
+            return err;
+    }
+    if (!IsValidText(units))
+        return channel.SetStatus(KL::ErrStreamFormat);
+    text = KL::UniString(std::move(units));
+    return KL::NoError;
+}
+
+} // namespace IO
