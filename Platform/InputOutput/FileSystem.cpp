@@ -37,6 +37,20 @@ int StatLocal(const Location& location, struct stat* info) {
     return stat(location.ToString().c_str(), info) == 0 ? KL::NoError : ErrnoToError(errno);
 }
 
+// Connects an entry of a mounted file system; a connection without an entry counts as none.
+template <typename Entry>
+int ConnectThrough(FixedVFS& vfs, const Location& location, Entry** entry, FixedVFS** owner) {
+    Location connected = location;
+    const int status = vfs.Connect(&connected, entry);
+    if (status != FixedVFS::Connected || *entry == nullptr) {
+        *entry = nullptr;
+        return EntryStatus::ToError(status == FixedVFS::Connected ? FixedVFS::NoSuchEntry : status,
+                                    NotFoundError, NotFoundError);
+    }
+    *owner = &vfs;
+    return KL::NoError;
+}
+
 } // namespace
 
 FileSystem::FileSystem() = default;
@@ -103,17 +117,8 @@ int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVF
     *owner = nullptr;
     if (location.IsEmpty() || location.GetLength() == 0)
         return InvalidLocationError;
-    if (FixedVFS* vfs = GetServingVFS(location, false)) {
-        Location connected = location;
-        const int status = vfs->Connect(&connected, entry);
-        if (status != FixedVFS::Connected || *entry == nullptr) {
-            *entry = nullptr;
-            return EntryStatus::ToError(status == FixedVFS::Connected ? FixedVFS::NoSuchEntry : status,
-                                        NotFoundError, NotFoundError);
-        }
-        *owner = vfs;
-        return KL::NoError;
-    }
+    if (FixedVFS* vfs = GetServingVFS(location, false))
+        return ConnectThrough(*vfs, location, entry, owner);
     struct stat info {};
     if (const int err = StatLocal(location, &info); err != KL::NoError)
         return err;
@@ -130,17 +135,8 @@ int FileSystem::ConnectFolder(const Location& location, FolderEntry** entry, Fix
     *owner = nullptr;
     if (location.IsEmpty())
         return InvalidLocationError;
-    if (FixedVFS* vfs = GetServingVFS(location, true)) {
-        Location connected = location;
-        const int status = vfs->Connect(&connected, entry);
-        if (status != FixedVFS::Connected || *entry == nullptr) {
-            *entry = nullptr;
-            return EntryStatus::ToError(status == FixedVFS::Connected ? FixedVFS::NoSuchEntry : status,
-                                        NotFoundError, NotFoundError);
-        }
-        *owner = vfs;
-        return KL::NoError;
-    }
+    if (FixedVFS* vfs = GetServingVFS(location, true))
+        return ConnectThrough(*vfs, location, entry, owner);
     struct stat info {};
     if (const int err = StatLocal(location, &info); err != KL::NoError)
         return err;

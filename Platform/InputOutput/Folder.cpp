@@ -11,17 +11,6 @@
 
 namespace IO {
 
-namespace {
-
-using Listing = std::vector<std::pair<Name, EntryType>>;
-
-bool Collect(const Name& name, EntryType type, void* data) {
-    static_cast<Listing*>(data)->emplace_back(name, type);
-    return true;
-}
-
-} // namespace
-
 Folder::Folder() : status(InvalidLocationError) {}
 
 Folder::Folder(const Location& target, NotFoundMode mode) : location(target), status(KL::NoError) {
@@ -68,18 +57,32 @@ int Folder::GetLocation(Location* result) const {
     return KL::NoError;
 }
 
-int Folder::EnumerateEntries(EntryCallback callback, void* data) const {
+int Folder::List(Listing* entries) const {
     if (status != KL::NoError)
         return status;
-    if (callback == nullptr)
+    if (entries == nullptr)
         return KL::ErrParam;
-    Listing listing;
-    if (const int err = EntryStatus::ToError(entry->EnumerateContents(Collect, &listing), EndOfFileError,
+    entries->clear();
+    const auto collect = [](const Name& name, EntryType type, void* data) {
+        static_cast<Listing*>(data)->emplace_back(name, type);
+        return true;
+    };
+    if (const int err = EntryStatus::ToError(entry->EnumerateContents(collect, entries), EndOfFileError,
                                              FolderAccessDeniedError);
         err != KL::NoError)
         return err;
     // File systems list in their own order; sorting makes every walk the same.
-    std::sort(listing.begin(), listing.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::sort(entries->begin(), entries->end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    return KL::NoError;
+}
+
+int Folder::EnumerateEntries(EntryCallback callback, void* data) const {
+    if (callback == nullptr)
+        return KL::ErrParam;
+    Listing listing;
+    if (const int err = List(&listing); err != KL::NoError)
+        return err;
     for (const auto& [name, type] : listing) {
         if (!callback(name, type, data))
             break;
@@ -132,7 +135,7 @@ int Folder::Delete(const Name& name) {
 
 int Folder::DeleteAll() {
     Listing listing;
-    if (const int err = EnumerateEntries(Collect, &listing); err != KL::NoError)
+    if (const int err = List(&listing); err != KL::NoError)
         return err;
     int result = KL::NoError;
     for (const auto& [name, type] : listing) {

@@ -5,6 +5,9 @@
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/Time.hpp"
 
+#include <utility>
+#include <vector>
+
 namespace IO {
 
 class FixedVFS;
@@ -33,6 +36,9 @@ public:
     int Enumerate(EnumCallback callback, void* data) const;
     // The same with the kind of each entry, links told apart.
     int EnumerateEntries(EntryCallback callback, void* data) const;
+    using Listing = std::vector<std::pair<Name, EntryType>>;
+    // All entries with their kinds, in the order of Enumerate.
+    int List(Listing* entries) const;
     bool Contains(const Name& name) const;
     int GetEntryType(const Name& name, EntryType* type) const;
 

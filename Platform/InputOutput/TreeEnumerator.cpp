@@ -4,21 +4,7 @@
 #include "InputOutput/IOErrors.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
-#include <utility>
-#include <vector>
-
 namespace IO {
-
-namespace {
-
-using Listing = std::vector<std::pair<Name, EntryType>>;
-
-bool Collect(const Name& name, EntryType type, void* data) {
-    static_cast<Listing*>(data)->emplace_back(name, type);
-    return true;
-}
-
-} // namespace
 
 TreeEnumerator::TreeEnumerator(const Folder& rootFolder) : root(rootFolder), parent(&rootFolder) {}
 
@@ -63,8 +49,8 @@ void TreeEnumerator::NoteFailure(int error) {
 void TreeEnumerator::WalkFolder(const Folder& folder, int depth) {
     // The listing is taken whole first, so reports may change the folder (mount a container)
     // without disturbing the walk.
-    Listing listing;
-    if (const int err = folder.EnumerateEntries(Collect, &listing); err != KL::NoError) {
+    Folder::Listing listing;
+    if (const int err = folder.List(&listing); err != KL::NoError) {
         NoteFailure(err);
         return;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KLRoot/Channel.hpp"
+#include "KLRoot/Hex.hpp"
 #include "KLRoot/KLExport.hpp"
 
 #include <array>
@@ -82,16 +83,6 @@ public:
     int Read(IChannel& channel);
 
 private:
-    static constexpr int HexValue(char c) {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    }
-
     std::uint32_t data1 = 0;
     std::uint16_t data2 = 0;
     std::uint16_t data3 = 0;
@@ -114,8 +105,8 @@ constexpr std::optional<Guid> Guid::Parse(std::string_view text) {
             ++i;
             continue;
         }
-        const int high = HexValue(text[i]);
-        const int low = HexValue(text[i + 1]);
+        const int high = HexDigitValue(text[i]);
+        const int low = HexDigitValue(text[i + 1]);
         if (high < 0 || low < 0)
             return std::nullopt;
         bytes[byte++] = static_cast<std::uint8_t>(high * 16 + low);

@@ -2,6 +2,7 @@
 
 #include "InputOutput/IOErrors.hpp"
 #include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/Hex.hpp"
 
 #include <cctype>
 #include <string>
@@ -16,24 +17,14 @@ bool IsUnreserved(unsigned char c) {
     return std::isalnum(c) != 0 || c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
 }
 
-int HexValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 bool PercentDecode(std::string_view text, std::string& result) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] != '%') {
             result += text[i];
             continue;
         }
-        const int high = i + 1 < text.size() ? HexValue(text[i + 1]) : -1;
-        const int low = i + 2 < text.size() ? HexValue(text[i + 2]) : -1;
+        const int high = i + 1 < text.size() ? KL::HexDigitValue(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? KL::HexDigitValue(text[i + 2]) : -1;
         if (high < 0 || low < 0)
             return false;
         result += static_cast<char>(high * 16 + low);
