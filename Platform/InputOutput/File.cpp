@@ -11,6 +11,7 @@ namespace IO {
 namespace {
 
 constexpr std::uint64_t ReadBufferSize = 64 * 1024;
+constexpr std::uint64_t MinReadBufferSize = 512;
 
 } // namespace
 
@@ -115,8 +116,14 @@ int File::Open(OpenMode openMode) {
             return err;
         }
     }
-    if (readBuffer == nullptr && openMode != WriteMode)
-        readBuffer.reset(new char[ReadBufferSize]);
+    // A small file gets a buffer of its own size: reading it whole then takes one call.
+    const std::uint64_t wanted =
+        openMode == ReadMode ? std::clamp<std::uint64_t>(knownLength, MinReadBufferSize, ReadBufferSize)
+                             : ReadBufferSize;
+    if (openMode != WriteMode && wanted > readBufferSize) {
+        readBuffer.reset(new char[wanted]);
+        readBufferSize = wanted;
+    }
     SetWindowAt(readBuffer.get(), readBuffer.get(), 0);
     RestoreStatus();
     return KL::NoError;
@@ -251,8 +258,12 @@ int File::Underflow() {
     }
     reading = true;
     const std::uint64_t at = entryPosition;
+    // Asking for no more than the known rest spares the call that would only find the end.
+    std::uint64_t wanted = readBufferSize;
+    if (mode == ReadMode)
+        wanted = std::min(wanted, knownLength > at ? knownLength - at : 0);
     std::uint64_t count = 0;
-    const int status = entry->Read(readBuffer.get(), ReadBufferSize, &count);
+    const int status = wanted > 0 ? entry->Read(readBuffer.get(), wanted, &count) : EntryStatus::EndOfData;
     if (status != EntryStatus::Ok && status != EntryStatus::EndOfData)
         return EntryResult(status);
     entryPosition += count;

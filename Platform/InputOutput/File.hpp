@@ -98,6 +98,7 @@ private:
     std::uint64_t entryPosition = 0; // where the entry stands
     std::uint64_t knownLength = 0;   // data length, kept up to date while open
     std::unique_ptr<char[]> readBuffer;
+    std::uint64_t readBufferSize = 0;
     bool reading = false; // the entry was read since the last seek, so it stands ahead of the reader
     std::unique_ptr<Output> output;
     std::uint64_t outputBase = 0;      // file position of the output channel's offset 0

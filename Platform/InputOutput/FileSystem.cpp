@@ -33,8 +33,8 @@ Location UnderHome(std::initializer_list<const char*> names) {
     return location;
 }
 
-int StatLocal(const Location& location, struct stat* info) {
-    return stat(location.ToString().c_str(), info) == 0 ? KL::NoError : ErrnoToError(errno);
+int StatLocal(const std::string& path, struct stat* info) {
+    return stat(path.c_str(), info) == 0 ? KL::NoError : ErrnoToError(errno);
 }
 
 // Connects an entry of a mounted file system; a connection without an entry counts as none.
@@ -49,6 +49,17 @@ int ConnectThrough(FixedVFS& vfs, const Location& location, Entry** entry, Fixed
     }
     *owner = &vfs;
     return KL::NoError;
+}
+
+// Entries of the local disk belong to the caller; those of a mount go back to their file system.
+template <typename Entry>
+void GiveBack(FixedVFS* owner, Entry* entry) {
+    if (entry == nullptr)
+        return;
+    if (owner != nullptr)
+        owner->Disconnect(entry);
+    else
+        delete entry;
 }
 
 } // namespace
@@ -119,12 +130,13 @@ int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVF
         return InvalidLocationError;
     if (FixedVFS* vfs = GetServingVFS(location, false))
         return ConnectThrough(*vfs, location, entry, owner);
+    std::string path = location.ToString();
     struct stat info {};
-    if (const int err = StatLocal(location, &info); err != KL::NoError)
+    if (const int err = StatLocal(path, &info); err != KL::NoError)
         return err;
     if (S_ISDIR(info.st_mode))
         return WrongKindError;
-    *entry = new LocalFileEntry(location.ToString());
+    *entry = new LocalFileEntry(std::move(path));
     return KL::NoError;
 }
 
@@ -137,31 +149,22 @@ int FileSystem::ConnectFolder(const Location& location, FolderEntry** entry, Fix
         return InvalidLocationError;
     if (FixedVFS* vfs = GetServingVFS(location, true))
         return ConnectThrough(*vfs, location, entry, owner);
+    std::string path = location.ToString();
     struct stat info {};
-    if (const int err = StatLocal(location, &info); err != KL::NoError)
+    if (const int err = StatLocal(path, &info); err != KL::NoError)
         return err;
     if (!S_ISDIR(info.st_mode))
         return WrongKindError;
-    *entry = new LocalFolderEntry(location.ToString());
+    *entry = new LocalFolderEntry(std::move(path));
     return KL::NoError;
 }
 
 void FileSystem::Disconnect(FixedVFS* owner, FileEntry* entry) {
-    if (entry == nullptr)
-        return;
-    if (owner != nullptr)
-        owner->Disconnect(entry);
-    else
-        delete entry;
+    GiveBack(owner, entry);
 }
 
 void FileSystem::Disconnect(FixedVFS* owner, FolderEntry* entry) {
-    if (entry == nullptr)
-        return;
-    if (owner != nullptr)
-        owner->Disconnect(entry);
-    else
-        delete entry;
+    GiveBack(owner, entry);
 }
 
 namespace {
