@@ -134,7 +134,9 @@ int File::Close() {
         return KL::NoError;
     int result = KL::NoError;
     if (output != nullptr) {
-        result = output->Flush();
+        // A read-only file's output only holds the refusal already returned to the writer.
+        if (mode != ReadMode)
+            result = output->Flush();
         output.reset();
     }
     if (const int err = EntryResult(entry->Close()); result == KL::NoError)

@@ -19,9 +19,12 @@ FileType::FileType(const KL::UniString& typeName, const KL::UniString& extension
 }
 
 bool FileType::IsExtensionIncluded(const KL::UniString& extension) const {
-    if (extension.IsEmpty())
+    return IsFoldedExtensionIncluded(extension.GetFolded());
+}
+
+bool FileType::IsFoldedExtensionIncluded(const KL::UniString& folded) const {
+    if (folded.IsEmpty())
         return false;
-    const KL::UniString folded = extension.GetFolded();
     for (const KL::UniString& candidate : extensions) {
         if (candidate == folded)
             return true;

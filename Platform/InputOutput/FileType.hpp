@@ -70,6 +70,8 @@ public:
 
     // Case-insensitive, without the dot.
     bool IsExtensionIncluded(const KL::UniString& extension) const;
+    // The same for an extension already folded (UniString::GetFolded), for callers that test many types.
+    bool IsFoldedExtensionIncluded(const KL::UniString& folded) const;
 
 private:
     KL::UniString name;

@@ -173,18 +173,17 @@ bool FileTypeManager::IsInGroup(std::int32_t type, std::int32_t group) const {
     return false;
 }
 
-std::set<std::int32_t> FileTypeManager::TypesOf(GeneralID within) const {
-    std::set<std::int32_t> result;
+template <typename Accepts>
+TypeID FileTypeManager::FindTypeOf(GeneralID within, Accepts accepts) const {
     if (within.IsType()) {
-        if (types.contains(within.GetValue()))
-            result.insert(within.GetValue());
-        return result;
+        const auto found = types.find(within.GetValue());
+        return found != types.end() && accepts(*found->second) ? TypeID(found->first) : UnknownType;
     }
     for (const auto& [id, type] : types) {
-        if (IsInGroup(id, within.GetValue()))
-            result.insert(id);
+        if (IsInGroup(id, within.GetValue()) && accepts(*type))
+            return TypeID(id);
     }
-    return result;
+    return UnknownType;
 }
 
 TypeID FileTypeManager::SearchForType(const FileType& pattern, GroupID within) const {
@@ -192,15 +191,10 @@ TypeID FileTypeManager::SearchForType(const FileType& pattern, GroupID within) c
     const bool byExtension = !pattern.GetExtensions().empty();
     if (!byExtension && pattern.GetMacType() == 0)
         return UnknownType;
-    for (const std::int32_t id : TypesOf(within)) {
-        const FileType& type = *types.at(id);
-        if (byExtension && !type.IsExtensionIncluded(pattern.GetExtensions().front()))
-            continue;
-        if (pattern.GetMacType() != 0 && type.GetMacType() != pattern.GetMacType())
-            continue;
-        return TypeID(id);
-    }
-    return UnknownType;
+    return FindTypeOf(within, [&](const FileType& type) {
+        return (!byExtension || type.IsFoldedExtensionIncluded(pattern.GetExtensions().front())) &&
+               (pattern.GetMacType() == 0 || type.GetMacType() == pattern.GetMacType());
+    });
 }
 
 TypeID FileTypeManager::SearchForMime(const char* mime) const {
@@ -223,40 +217,37 @@ TypeID FileTypeManager::IdentifyLocked(const IO::Location& location, GeneralID w
     IO::Name name;
     if (location.GetLastLocalName(&name) != KL::NoError)
         return UnknownType;
-    const KL::UniString extension = name.GetExtension();
-    const std::set<std::int32_t> candidates = TypesOf(within);
-    std::vector<std::int32_t> byExtension;
-    for (const std::int32_t id : candidates) {
-        const FileType& type = *types.at(id);
-        if (type.IdentifiesByExtension() && type.IsExtensionIncluded(extension))
-            byExtension.push_back(id);
-    }
-    if (byExtension.size() == 1)
-        return TypeID(byExtension.front());
+    // Runs once per file of a walk: the extension is folded once, and nothing is allocated
+    // while the name alone decides.
+    const KL::UniString extension = name.GetExtension().GetFolded();
+    const auto byExtension = [&](const FileType& type) {
+        return type.IdentifiesByExtension() && type.IsFoldedExtensionIncluded(extension);
+    };
+    const TypeID first = FindTypeOf(within, byExtension);
+    const bool shared =
+        first != UnknownType && FindTypeOf(within, [&](const FileType& type) {
+                                    return byExtension(type) && &type != types.at(first.GetValue()).get();
+                                }) != UnknownType;
+    if (first != UnknownType && !shared)
+        return first;
     FileFacts facts(location);
+    const auto byContent = [&](const FileType& type) { return DetectorAccepts(type, facts); };
+    const auto byCode = [&](const FileType& type) {
+        return facts.GetTypeCode() != 0 && type.GetMacType() == facts.GetTypeCode();
+    };
     // Several types share the extension: the content, then the file's code, tell them apart.
-    if (byExtension.size() > 1) {
-        for (const std::int32_t id : byExtension) {
-            if (DetectorAccepts(*types.at(id), facts))
-                return TypeID(id);
-        }
-        for (const std::int32_t id : byExtension) {
-            if (facts.GetTypeCode() != 0 && types.at(id)->GetMacType() == facts.GetTypeCode())
-                return TypeID(id);
-        }
-        return TypeID(byExtension.front());
+    if (shared) {
+        if (const TypeID found =
+                FindTypeOf(within, [&](const FileType& t) { return byExtension(t) && byContent(t); });
+            found != UnknownType)
+            return found;
+        const TypeID found =
+            FindTypeOf(within, [&](const FileType& t) { return byExtension(t) && byCode(t); });
+        return found != UnknownType ? found : first;
     }
-    for (const std::int32_t id : candidates) {
-        if (DetectorAccepts(*types.at(id), facts))
-            return TypeID(id);
-    }
-    if (facts.GetTypeCode() != 0) {
-        for (const std::int32_t id : candidates) {
-            if (types.at(id)->GetMacType() == facts.GetTypeCode())
-                return TypeID(id);
-        }
-    }
-    return UnknownType;
+    if (const TypeID found = FindTypeOf(within, byContent); found != UnknownType)
+        return found;
+    return FindTypeOf(within, byCode);
 }
 
 bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {

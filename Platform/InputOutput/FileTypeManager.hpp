@@ -66,8 +66,9 @@ private:
 
     bool IsInGroup(std::int32_t type, std::int32_t group) const;
     bool IsGroupWithin(std::int32_t group, std::int32_t outer) const;
-    // Types of `within`, registration order; a type id stands for itself.
-    std::set<std::int32_t> TypesOf(GeneralID within) const;
+    // The first type of `within` (registration order; a type id stands for itself) that `accepts`.
+    template <typename Accepts>
+    TypeID FindTypeOf(GeneralID within, Accepts accepts) const;
     TypeID IdentifyLocked(const IO::Location& location, GeneralID within) const;
 
     std::uint32_t applicationCreator;

@@ -128,11 +128,13 @@ KL::UniString NameSequence::GetJoinedFrom(std::size_t first) const {
 }
 
 int NameSequence::WriteNames(KL::OChannel& channel) const {
-    Name name;
-    for (std::size_t i = 0; i < count; ++i) {
-        GetLocalName(i, &name);
-        if (const int err = name.Write(channel); err != KL::NoError)
+    // One pass over the joined text: locations are written once per part into the caches.
+    const std::u16string_view names = joined.View();
+    for (std::size_t start = 0; count > 0 && start <= names.size();) {
+        const std::size_t end = std::min(names.find(Separator, start), names.size());
+        if (const int err = Name::WriteUnits(channel, names.substr(start, end - start)); err != KL::NoError)
             return err;
+        start = end + 1;
     }
     return channel.GetStatus();
 }

@@ -38,7 +38,10 @@ std::strong_ordering Name::operator<=>(const Name& other) const {
 }
 
 int Name::Write(KL::OChannel& channel) const {
-    const std::u16string_view units = text.View();
+    return WriteUnits(channel, text.View());
+}
+
+int Name::WriteUnits(KL::OChannel& channel, std::u16string_view units) {
     channel.Write(static_cast<std::uint32_t>(units.size()));
     for (const char16_t unit : units)
         channel.Write(unit);

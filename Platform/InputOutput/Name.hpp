@@ -14,6 +14,8 @@ class OChannel;
 
 namespace IO {
 
+class NameSequence;
+
 // One element of a path. A valid name is never empty, ".", "..", and holds no "/" and no NUL;
 // text that breaks these rules gives an empty, invalid name. So a name read from anywhere can be
 // appended to a location without climbing out of it.
@@ -52,6 +54,10 @@ public:
     int Read(KL::IChannel& channel);
 
 private:
+    friend class NameSequence;
+    // The stream form of units known to make a valid name.
+    static int WriteUnits(KL::OChannel& channel, std::u16string_view units);
+
     KL::UniString text;
 };
 

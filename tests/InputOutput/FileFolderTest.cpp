@@ -72,6 +72,7 @@ TEST(File, WritesPatchesSeeksAndReadsBackThroughItsChannels) {
     EXPECT_EQ(file.Seek(IO::File::FromStart, -1), IO::OutOfRangeError);
     EXPECT_EQ(file.Seek(IO::File::FromEnd, 1), IO::OutOfRangeError);
     EXPECT_EQ(file.Write("no", 2), IO::NotOpenError);
+    EXPECT_EQ(file.Close(), KL::NoError) << "the refused write is not reported twice";
 
     // Read-write: reading, then writing after a seek, keeps one position.
     ASSERT_EQ(file.Open(IO::File::ReadWriteMode), KL::NoError);
