@@ -110,6 +110,7 @@ int File::Open(OpenMode openMode) {
     wrote = reading = false;
     entryPosition = outputBase = outputSeekCount = 0;
     knownLength = 0;
+    readAhead = 0;
     if (openMode != WriteMode) {
         if (const int err = EntryResult(entry->GetDataLength(&knownLength)); err != KL::NoError) {
             Close();
@@ -261,7 +262,7 @@ int File::Underflow() {
     reading = true;
     const std::uint64_t at = entryPosition;
     // Asking for no more than the known rest spares the call that would only find the end.
-    std::uint64_t wanted = readBufferSize;
+    std::uint64_t wanted = readAhead > 0 ? std::min(readBufferSize, readAhead) : readBufferSize;
     if (mode == ReadMode)
         wanted = std::min(wanted, knownLength > at ? knownLength - at : 0);
     std::uint64_t count = 0;

@@ -54,6 +54,9 @@ public:
     int Seek(SeekOrigin origin, std::int64_t offset);
     int SetPosition(std::uint64_t position) { return Seek(FromStart, static_cast<std::int64_t>(position)); }
     int GetPosition(std::uint64_t* position) const;
+    // Reads from the medium ask for no more than `bytes` (at least 1) until the next Open: for
+    // readers that visit known places of a large file and should not pull in what lies between.
+    void SetReadAhead(std::uint64_t bytes) { readAhead = bytes > 0 ? bytes : 1; }
 
     int GetDataLength(std::uint64_t* length) const;
     int SetDataLength(std::uint64_t length);
@@ -99,7 +102,8 @@ private:
     std::uint64_t knownLength = 0;   // data length, kept up to date while open
     std::unique_ptr<char[]> readBuffer;
     std::uint64_t readBufferSize = 0;
-    bool reading = false; // the entry was read since the last seek, so it stands ahead of the reader
+    std::uint64_t readAhead = 0; // 0: no limit
+    bool reading = false;        // the entry was read since the last seek, so it stands ahead of the reader
     std::unique_ptr<Output> output;
     std::uint64_t outputBase = 0;      // file position of the output channel's offset 0
     std::uint64_t outputSeekCount = 0; // output offset at the last seek: no patching before it

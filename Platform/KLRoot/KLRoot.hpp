@@ -3,6 +3,7 @@
 // The foundation core: text, ids, containers, channels, frames, XML, events, locks, handles,
 // preferences, fingerprints and time.
 #include "KLRoot/Array.hpp"
+#include "KLRoot/Base64.hpp"
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/ClassInfo.hpp"
 #include "KLRoot/ErrorCodes.hpp"
@@ -16,6 +17,7 @@
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/MemoryChannel.hpp"
 #include "KLRoot/MemoryManager.hpp"
+#include "KLRoot/NumberText.hpp"
 #include "KLRoot/OChannel.hpp"
 #include "KLRoot/Object.hpp"
 #include "KLRoot/PagedArray.hpp"

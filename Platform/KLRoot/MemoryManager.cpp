@@ -136,3 +136,14 @@ int BMKillHandle(GSHandle* handle) {
 int BMError() {
     return lastError;
 }
+
+namespace KL {
+
+GSHandle BMNewHandleFrom(const void* data, std::int64_t size) {
+    GSHandle handle = BMAllocateHandle(size, 0, 0);
+    if (handle != nullptr && size > 0)
+        std::memcpy(*handle, data, static_cast<std::size_t>(size));
+    return handle;
+}
+
+} // namespace KL

@@ -26,3 +26,42 @@ LM_EXPORT int BMHandleToHandle(GSHandle source, GSHandle* destination);
 // Releases the handle and nulls the caller's variable; a null handle is accepted.
 LM_EXPORT int BMKillHandle(GSHandle* handle);
 LM_EXPORT int BMError();
+
+namespace KL {
+
+// Owns one handle and kills it when it goes; Release hands it over.
+class LM_EXPORT ScopedHandle {
+public:
+    ScopedHandle() = default;
+    explicit ScopedHandle(GSHandle handle) : handle(handle) {}
+    ~ScopedHandle() { BMKillHandle(&handle); }
+    ScopedHandle(const ScopedHandle&) = delete;
+    ScopedHandle& operator=(const ScopedHandle&) = delete;
+    ScopedHandle(ScopedHandle&& other) noexcept : handle(other.Release()) {}
+    ScopedHandle& operator=(ScopedHandle&& other) noexcept {
+        Reset(other.Release());
+        return *this;
+    }
+
+    GSHandle Get() const { return handle; }
+    GSHandle* GetAddress() { return &handle; }
+    char* GetData() const { return handle != nullptr ? *handle : nullptr; }
+    std::int64_t GetSize() const { return handle != nullptr ? BMGetHandleSize(handle) : 0; }
+    GSHandle Release() {
+        GSHandle released = handle;
+        handle = nullptr;
+        return released;
+    }
+    void Reset(GSHandle replacement = nullptr) {
+        BMKillHandle(&handle);
+        handle = replacement;
+    }
+
+private:
+    GSHandle handle = nullptr;
+};
+
+// A new handle holding a copy of `size` bytes; null with BMError set when memory runs out.
+LM_EXPORT GSHandle BMNewHandleFrom(const void* data, std::int64_t size);
+
+} // namespace KL

@@ -1,17 +1,21 @@
 // libmgr: the library manager's command-line tool.
+#include "CommandLine.hpp"
+#include "PartCommands.hpp"
 #include "SelfCheck.hpp"
 
 #include <LibraryManager.hpp>
 
 #include <cstring>
 #include <iostream>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
-constexpr int ExitSuccess = 0;
-constexpr int ExitFailure = 1;
-constexpr int ExitUsage = 2;
+using libmgr::ExitFailure;
+using libmgr::ExitSuccess;
+using libmgr::ExitUsage;
 
 void PrintUsage(std::ostream& out) {
     out << "Usage: libmgr [--version] [--help] <command> [<args>]\n"
@@ -20,6 +24,7 @@ void PrintUsage(std::ostream& out) {
            "\n"
            "Commands:\n"
            "  demo        run on the bundled sample library (for now: a self-check of the foundation)\n"
+           "  part        build a part file from its XML description, or dump one as XML\n"
            "  self-check  exercise the foundation libraries and report each check\n"
            "\n"
            "Run 'libmgr <command> --help' for the options of a command.\n";
@@ -67,6 +72,9 @@ int main(int argc, char** argv) {
     }
     if (command == "demo" || command == "self-check")
         return RunSelfCheckCommand(argc, argv, command);
+    if (command == "part")
+        return libmgr::RunPartCommand(
+            libmgr::Arguments{"part", std::vector<std::string>(argv + 2, argv + argc)});
     std::cerr << "libmgr: unknown command '" << command << "'; see 'libmgr --help'\n";
     return ExitUsage;
 }

@@ -1,0 +1,3 @@
+#include "QDL/BinCode.hpp"
+
+BinCode::~BinCode() = default;

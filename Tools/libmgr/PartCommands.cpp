@@ -1,0 +1,158 @@
+#include "PartCommands.hpp"
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace libmgr {
+
+namespace {
+
+constexpr const char* PartUsage =
+    "Usage: libmgr part <build|dump> ...\n"
+    "\n"
+    "Author library part files (.klm) through their XML description.\n"
+    "\n"
+    "  build SOURCE.xml [-o PART.klm]   compile a description into a part file\n"
+    "                                   (default output: SOURCE with the extension .klm)\n"
+    "  dump PART.klm [-o OUT.xml]       write a part file as its description\n"
+    "                                   (default output: standard output)\n"
+    "\n"
+    "Dumping a built part gives its source back; the format is in docs/formats/part-xml.md.\n"
+    "Guids the source leaves out are made fresh at each build.\n";
+
+struct InputAndOutput {
+    std::string input;
+    std::string output;
+};
+
+// One positional argument and an optional "-o FILE".
+std::optional<InputAndOutput> ParseInputAndOutput(const Arguments& arguments, int* exitCode) {
+    InputAndOutput parsed;
+    const std::vector<std::string>& values = arguments.values;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (values[i] == "-o" || values[i] == "--output") {
+            if (i + 1 == values.size()) {
+                *exitCode = Complain(arguments, "-o needs a file name", ExitUsage);
+                return std::nullopt;
+            }
+            parsed.output = values[++i];
+        } else if (values[i].starts_with("-") && values[i] != "-") {
+            *exitCode = Complain(arguments, "unknown option '" + values[i] + "'", ExitUsage);
+            return std::nullopt;
+        } else if (parsed.input.empty()) {
+            parsed.input = values[i];
+        } else {
+            *exitCode = Complain(arguments, "unexpected argument '" + values[i] + "'", ExitUsage);
+            return std::nullopt;
+        }
+    }
+    if (parsed.input.empty()) {
+        *exitCode =
+            Complain(arguments, "which file? see 'libmgr " + arguments.command + " --help'", ExitUsage);
+        return std::nullopt;
+    }
+    return parsed;
+}
+
+int WriteTextFile(const Arguments& arguments, const std::string& path, const std::string& text) {
+    const std::optional<IO::Location> location = PathToLocation(path);
+    if (!location)
+        return Complain(arguments, path + ": not a usable path", ExitFailure);
+    IOUtil::ScratchFile file(*location);
+    int err = file.Open(IO::File::WriteMode);
+    if (err == KL::NoError)
+        err = file.Write(text.data(), text.size());
+    if (err == KL::NoError)
+        err = file.MakePermanent();
+    if (err != KL::NoError)
+        return Complain(arguments, path + ": " + ErrorText(err), ExitFailure);
+    return ExitSuccess;
+}
+
+int Build(const Arguments& arguments) {
+    if (arguments.WantsHelp()) {
+        std::cout << "Usage: libmgr part build SOURCE.xml [-o PART.klm]\n\n"
+                     "Compiles the XML description of a part into a part file. The output is written\n"
+                     "whole or not at all.\n";
+        return ExitSuccess;
+    }
+    int exitCode = ExitUsage;
+    const std::optional<InputAndOutput> files = ParseInputAndOutput(arguments, &exitCode);
+    if (!files)
+        return exitCode;
+    std::ifstream source(files->input, std::ios::binary);
+    if (!source)
+        return Complain(arguments, files->input + ": cannot be read", ExitFailure);
+    std::ostringstream text;
+    text << source.rdbuf();
+    KL::XMLIChannel xml;
+    if (xml.Parse(text.str()) != KL::NoError)
+        return Complain(arguments, files->input + ": not well-formed XML: " + xml.GetParseMessage(),
+                        ExitFailure);
+    LPF::SymbolFile part;
+    std::string message;
+    if (KLM::ReadPartXML(xml, &part, &message) != KL::NoError)
+        return Complain(arguments, files->input + ": " + message, ExitFailure);
+    std::string output = files->output;
+    if (output.empty()) {
+        const std::size_t dot = files->input.find_last_of("./");
+        output = (dot != std::string::npos && files->input[dot] == '.' ? files->input.substr(0, dot)
+                                                                       : files->input) +
+                 ".klm";
+    }
+    const std::optional<IO::Location> location = PathToLocation(output);
+    if (!location)
+        return Complain(arguments, output + ": not a usable path", ExitFailure);
+    if (const int err = part.Save(*location); err != KL::NoError)
+        return Complain(arguments, output + ": " + ErrorText(err), ExitFailure);
+    return ExitSuccess;
+}
+
+int Dump(const Arguments& arguments) {
+    if (arguments.WantsHelp()) {
+        std::cout << "Usage: libmgr part dump PART.klm [-o OUT.xml]\n\n"
+                     "Writes a part file as its XML description, on standard output or into OUT.xml.\n"
+                     "A damaged or hostile file gets one line on standard error and exit status 1.\n";
+        return ExitSuccess;
+    }
+    int exitCode = ExitUsage;
+    const std::optional<InputAndOutput> files = ParseInputAndOutput(arguments, &exitCode);
+    if (!files)
+        return exitCode;
+    const std::optional<IO::Location> location = PathToLocation(files->input);
+    if (!location)
+        return Complain(arguments, files->input + ": not a usable path", ExitFailure);
+    const LPF::SymbolFile part(*location);
+    if (const int err = part.GetStatus(); err != KL::NoError)
+        return Complain(arguments, files->input + ": " + ErrorText(err), ExitFailure);
+    KL::XMLOChannel xml;
+    std::string message;
+    if (KLM::WritePartXML(part, xml, &message) != KL::NoError)
+        return Complain(arguments, files->input + ": " + message, ExitFailure);
+    if (files->output.empty()) {
+        std::cout << xml.ToString();
+        return std::cout.good() ? ExitSuccess : ExitFailure;
+    }
+    return WriteTextFile(arguments, files->output, xml.ToString());
+}
+
+} // namespace
+
+int RunPartCommand(const Arguments& arguments) {
+    InitLibPartFile("Default_Set");
+    const std::string verb = arguments.values.empty() ? "" : arguments.values.front();
+    Arguments rest{arguments.command + " " + verb,
+                   {arguments.values.begin() + (verb.empty() ? 0 : 1), arguments.values.end()}};
+    if (verb == "build")
+        return Build(rest);
+    if (verb == "dump")
+        return Dump(rest);
+    if (verb.empty() || verb == "--help" || verb == "-h" || verb == "help") {
+        (verb.empty() ? std::cerr : std::cout) << PartUsage;
+        return verb.empty() ? ExitUsage : ExitSuccess;
+    }
+    return Complain(arguments, "unknown subcommand '" + verb + "'; see 'libmgr part --help'", ExitUsage);
+}
+
+} // namespace libmgr
