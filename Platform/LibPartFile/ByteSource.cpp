@@ -2,6 +2,7 @@
 
 #include "KLRoot/ErrorCodes.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace LPF {
@@ -20,6 +21,7 @@ int FileByteSource::Open() {
 
 void FileByteSource::Close() {
     file.reset();
+    prefix.clear();
 }
 
 int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size) {
@@ -27,6 +29,18 @@ int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size)
         return KL::ErrParam;
     if (offset > length || size > length - offset)
         return KL::ErrEndOfData;
+    if (offset == 0 && prefix.empty()) {
+        prefix.resize(std::min(length, std::max(size, PrefixSize)));
+        file->SetReadAhead(prefix.size());
+        if (const int err = file->ReadBin(prefix.data(), prefix.size()); err != KL::NoError) {
+            prefix.clear();
+            return err;
+        }
+    }
+    if (offset + size <= prefix.size()) {
+        std::memcpy(dest, prefix.data() + offset, size);
+        return KL::NoError;
+    }
     if (const int err = file->SetPosition(offset); err != KL::NoError)
         return err;
     file->SetReadAhead(size);

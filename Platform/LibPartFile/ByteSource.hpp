@@ -33,8 +33,13 @@ public:
     TITime GetModificationTime() const override { return modificationTime; }
 
 private:
+    // A visit that starts at the file's beginning takes this much in one read, so that header,
+    // name and directory usually cost one call together.
+    static constexpr std::uint64_t PrefixSize = 4096;
+
     IO::Location location;
     std::unique_ptr<IO::File> file;
+    std::vector<char> prefix;
     std::uint64_t length = 0;
     TITime modificationTime = 0;
 };

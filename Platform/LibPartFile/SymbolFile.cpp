@@ -134,6 +134,21 @@ int SymbolFile::Load(const Section& section) const {
     const std::lock_guard guard(loadLock);
     if (section.loaded)
         return KL::NoError;
+    return VisitAndLoad({&section});
+}
+
+int SymbolFile::LoadAll() const {
+    const std::lock_guard guard(loadLock);
+    std::vector<const Section*> missing;
+    for (const Section& section : sections) {
+        if (!section.loaded)
+            missing.push_back(&section);
+    }
+    return missing.empty() ? KL::NoError : VisitAndLoad(missing);
+}
+
+// One opening of the file for all the sections asked for; the caller holds loadLock.
+int SymbolFile::VisitAndLoad(const std::vector<const Section*>& wanted) const {
     if (source == nullptr)
         return NoFileError;
     const SourceVisit visit(*source);
@@ -141,6 +156,14 @@ int SymbolFile::Load(const Section& section) const {
         return visit.GetStatus();
     if (source->GetLength() != openedLength || source->GetModificationTime() != modificationTime)
         return FileChangedError;
+    for (const Section* section : wanted) {
+        if (const int err = ReadSection(*section); err != KL::NoError)
+            return err;
+    }
+    return KL::NoError;
+}
+
+int SymbolFile::ReadSection(const Section& section) const {
     KL::ScopedHandle data(BMAllocateHandle(section.info.size, 0, 0));
     if (data.Get() == nullptr)
         return BMError();
@@ -157,14 +180,6 @@ int SymbolFile::Load(const Section& section) const {
     }
     section.data = std::move(data);
     section.loaded = true;
-    return KL::NoError;
-}
-
-int SymbolFile::LoadAll() const {
-    for (const Section& section : sections) {
-        if (const int err = Load(section); err != KL::NoError)
-            return err;
-    }
     return KL::NoError;
 }
 

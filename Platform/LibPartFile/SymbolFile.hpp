@@ -109,6 +109,8 @@ private:
     const Section* Find(SectionTag tag, std::uint16_t subIdent) const;
     int Load(const Section& section) const;
     int LoadAll() const;
+    int VisitAndLoad(const std::vector<const Section*>& wanted) const;
+    int ReadSection(const Section& section) const;
 
     std::unique_ptr<ByteSource> source;
     PartHeader header;
