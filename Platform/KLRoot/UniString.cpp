@@ -360,4 +360,15 @@ std::ostream& operator<<(std::ostream& stream, const UniString& text) {
     return stream << text.ToUTF8();
 }
 
+bool IsValidUTF8(std::string_view utf8) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(utf8.data());
+    for (std::size_t i = 0; i < utf8.size();) {
+        const std::size_t start = i;
+        // A replacement character that stands in the text itself is its three bytes EF BF BD.
+        if (DecodeUTF8(bytes, utf8.size(), i) == 0xFFFD && utf8.substr(start, i - start) != "\xEF\xBF\xBD")
+            return false;
+    }
+    return true;
+}
+
 } // namespace KL

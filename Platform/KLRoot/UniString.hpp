@@ -100,6 +100,8 @@ inline UniString operator+(UniString left, const UniString& right) {
 
 // Text output, as UTF-8.
 LM_EXPORT OChannel& operator<<(OChannel& channel, const UniString& text);
+// Strict: overlong forms, surrogates and values past U+10FFFF are refused too.
+LM_EXPORT bool IsValidUTF8(std::string_view utf8);
 LM_EXPORT std::ostream& operator<<(std::ostream& stream, const UniString& text);
 
 // Hash and equality functors for tables keyed by text without case.

@@ -2,6 +2,7 @@
 
 #include "InputOutput/File.hpp"
 #include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/NumberText.hpp"
 #include "KLUtils/KLUtilsErrors.hpp"
 
 #include <charconv>
@@ -23,51 +24,6 @@ std::string_view Trim(std::string_view text) {
     if (first == std::string_view::npos)
         return {};
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-// Strict: overlong forms, surrogates and values past U+10FFFF are refused too.
-bool IsValidUTF8(std::string_view text) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    const std::size_t size = text.size();
-    for (std::size_t i = 0; i < size;) {
-        const unsigned char lead = bytes[i];
-        std::size_t length = 0;
-        char32_t c = 0;
-        char32_t minimum = 0;
-        if (lead < 0x80) {
-            ++i;
-            continue;
-        }
-        if ((lead & 0xE0) == 0xC0) {
-            length = 2, c = lead & 0x1F, minimum = 0x80;
-        } else if ((lead & 0xF0) == 0xE0) {
-            length = 3, c = lead & 0x0F, minimum = 0x800;
-        } else if ((lead & 0xF8) == 0xF0) {
-            length = 4, c = lead & 0x07, minimum = 0x10000;
-        } else {
-            return false;
-        }
-        if (size - i < length)
-            return false;
-        for (std::size_t k = 1; k < length; ++k) {
-            if ((bytes[i + k] & 0xC0) != 0x80)
-                return false;
-            c = (c << 6) | (bytes[i + k] & 0x3F);
-        }
-        if (c < minimum || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000))
-            return false;
-        i += length;
-    }
-    return true;
-}
-
-std::optional<std::int32_t> ParseInt32(std::string_view text) {
-    std::int32_t value = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || stop != end || text.empty())
-        return std::nullopt;
-    return value;
 }
 
 std::optional<bool> ParseBool(std::string_view text) {
@@ -120,7 +76,7 @@ void ProductVersionInfo::Parse(std::string_view text) {
         if (line.ends_with('\r'))
             line.remove_suffix(1);
         const std::string_view trimmed = Trim(line);
-        bool fault = !IsValidUTF8(line);
+        bool fault = !KL::IsValidUTF8(line);
         if (!fault && !trimmed.empty()) {
             if (!signatureSeen) {
                 fault = line != Signature;
@@ -176,10 +132,11 @@ bool ProductVersionInfo::ApplyEntry(std::string_view key, std::string_view value
     if (key == "Language")
         return text(languageCode);
     if (key == "Version") {
-        const std::optional<std::int32_t> parsed = ParseInt32(value);
-        if (parsed)
-            versionNum1 = *parsed;
-        return parsed.has_value();
+        std::int32_t parsed = 0;
+        if (!KL::ParseInt32(std::string(value), &parsed))
+            return false;
+        versionNum1 = parsed;
+        return true;
     }
     if (key == "CollapseLongBranches") {
         const std::optional<bool> parsed = ParseBool(value);

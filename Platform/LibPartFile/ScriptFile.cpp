@@ -10,46 +10,6 @@ namespace LPF {
 
 namespace {
 
-// Length of the UTF-8 sequence at `i`, or 0 when it is not a valid, shortest-form sequence.
-std::size_t UTF8SequenceLength(const unsigned char* s, std::size_t size, std::size_t i) {
-    const unsigned char lead = s[i];
-    if (lead < 0x80)
-        return 1;
-    std::size_t length = 0;
-    char32_t min = 0;
-    char32_t c = 0;
-    if ((lead & 0xE0) == 0xC0) {
-        length = 2, min = 0x80, c = lead & 0x1F;
-    } else if ((lead & 0xF0) == 0xE0) {
-        length = 3, min = 0x800, c = lead & 0x0F;
-    } else if ((lead & 0xF8) == 0xF0) {
-        length = 4, min = 0x10000, c = lead & 0x07;
-    } else {
-        return 0;
-    }
-    if (size - i < length)
-        return 0;
-    for (std::size_t k = 1; k < length; ++k) {
-        if ((s[i + k] & 0xC0) != 0x80)
-            return 0;
-        c = c << 6 | (s[i + k] & 0x3F);
-    }
-    if (c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
-        return 0;
-    return length;
-}
-
-bool IsValidUTF8(const char* bytes, std::size_t size) {
-    const auto* s = reinterpret_cast<const unsigned char*>(bytes);
-    for (std::size_t i = 0; i < size;) {
-        const std::size_t length = UTF8SequenceLength(s, size, i);
-        if (length == 0)
-            return false;
-        i += length;
-    }
-    return true;
-}
-
 std::u16string DecodeUTF16(const char* bytes, std::size_t size, KL::PlatformSign order) {
     std::u16string units(size / 2, u'\0');
     for (std::size_t i = 0; i < units.size(); ++i)
@@ -69,7 +29,7 @@ std::u16string DecodeScriptText(const char* bytes, std::size_t size) {
         bytes += 3;
         size -= 3;
     }
-    if (IsValidUTF8(bytes, size))
+    if (KL::IsValidUTF8(std::string_view(bytes, size)))
         return KL::UniString(std::string_view(bytes, size)).Units();
     std::u16string latin1(size, u'\0');
     for (std::size_t i = 0; i < size; ++i)
