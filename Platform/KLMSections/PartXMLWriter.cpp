@@ -73,7 +73,8 @@ Writer RawSection(const LPF::SectionInfo& info, Bytes data) {
 
 Writer AncestryWriter(const LPF::SectionInfo& info, Bytes data) {
     AncestrySection section;
-    if (ParseAncestrySection(data.data(), data.size(), &section) != KL::NoError)
+    if (ParseAncestrySection(data.data(), data.size(), &section) != KL::NoError ||
+        !SameBytes(data, BuildAncestrySection(section)))
         return nullptr;
     return [info, section](KL::XMLOChannel& xml) {
         xml.StartTag("Ancestry");

@@ -142,7 +142,18 @@ int XMLOChannel::WriteElement(std::string_view name, const Guid& value) {
 std::string XMLOChannel::ToString() const {
     std::ostringstream text;
     document->xml.save(text, "  ", pugi::format_default, pugi::encoding_utf8);
-    return text.str();
+    // The XML library escapes a carriage return in attributes but not in text, where any reader
+    // would fold CR LF into LF. Indentation never holds one, so every CR left is content.
+    std::string saved = text.str();
+    std::string escaped;
+    escaped.reserve(saved.size());
+    for (const char c : saved) {
+        if (c == '\r')
+            escaped += "&#13;";
+        else
+            escaped += c;
+    }
+    return escaped;
 }
 
 int XMLOChannel::WriteTo(OChannel& channel) const {

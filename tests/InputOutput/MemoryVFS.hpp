@@ -33,7 +33,7 @@ public:
         std::string relative;
         if (!Relative(*location, relative) || !files.contains(relative))
             return NoSuchEntry;
-        *entry = new FileEntry(files.at(relative));
+        *entry = new FileEntry(files.at(relative), &bytesRead);
         ++connected;
         return Connected;
     }
@@ -53,11 +53,14 @@ public:
 
     bool IsMounted() const { return mounted; }
     int GetConnectedCount() const { return connected; }
+    // What all reads of all files have handed out, for tests of how much a reader pulls in.
+    std::uint64_t GetBytesRead() const { return bytesRead; }
 
 private:
     class FileEntry : public IO::ReadOnlyFileEntry {
     public:
-        explicit FileEntry(std::shared_ptr<const std::string> data) : content(std::move(data)) {}
+        FileEntry(std::shared_ptr<const std::string> data, std::uint64_t* counter)
+            : content(std::move(data)), bytesRead(counter) {}
         int GetCreationTime(TITime* time) const override { return *time = 100, 0; }
         int GetModificationTime(TITime* time) const override { return *time = 200, 0; }
         int GetPosition(std::uint64_t* result) const override { return *result = position, 0; }
@@ -69,6 +72,7 @@ private:
             *read = std::min<std::uint64_t>(size, content->size() - position);
             std::memcpy(buffer, content->data() + position, *read);
             position += *read;
+            *bytesRead += *read;
             return *read < size ? IO::EntryStatus::EndOfData : 0;
         }
         int Seek(SeekOrigin origin, std::int64_t offset, std::uint64_t* result) override {
@@ -91,6 +95,7 @@ private:
 
     private:
         std::shared_ptr<const std::string> content; // shared, so an entry outlives an unmount
+        std::uint64_t* bytesRead;                   // the file system's, which outlives its entries
         std::uint64_t position = 0;
     };
 
@@ -153,6 +158,7 @@ private:
     std::set<std::string> folders;
     bool mounted = false;
     int connected = 0;
+    std::uint64_t bytesRead = 0;
 };
 
 // Mounts for the length of a scope, so a failing test leaves the process's mount table clean.
