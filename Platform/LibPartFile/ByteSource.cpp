@@ -29,6 +29,8 @@ int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size)
         return KL::ErrParam;
     if (offset > length || size > length - offset)
         return KL::ErrEndOfData;
+    if (size == 0)
+        return KL::NoError;
     if (offset == 0 && prefix.empty()) {
         prefix.resize(std::min(length, std::max(size, PrefixSize)));
         file->SetReadAhead(prefix.size());
