@@ -9,7 +9,6 @@
 #include "VectorImage/VectorImage.hpp"
 
 #include "KLRoot/ErrorCodes.hpp"
-#include "KLRoot/MemoryChannel.hpp"
 
 #include <cstring>
 
@@ -19,18 +18,8 @@ namespace {
 template <typename Content>
 std::unique_ptr<KL::Object> MakeContent(const char* data, std::uint64_t size, int* error) {
     auto content = std::make_unique<Content>();
-    KL::MemoryIChannel channel(data, size);
-    *error = content->Read(channel);
-    if (*error == KL::NoError && channel.GetAvailable() != 0)
-        *error = LPF::CorruptSectionError;
+    *error = LPF::ReadWholeSection(data, size, KL::HostPlatformSign, content.get());
     return *error == KL::NoError ? std::move(content) : nullptr;
-}
-
-template <typename Content>
-int ConvertObjectSection(char* data, std::uint64_t size, KL::PlatformSign from, KL::PlatformSign to) {
-    return LPF::ConvertByRewriting<Content>(
-        data, size, from, to, [](KL::IChannel& channel, Content* content) { return content->Read(channel); },
-        [](KL::OChannel& channel, const Content& content) { return content.Write(channel); });
 }
 
 } // namespace
@@ -42,8 +31,8 @@ int InitLibPartFile(const char* sectionSet) {
     LPF::RegisterSectionType(LPF::Tags::CalledMacros, LPF::SectionType{ConvertCalledMacroSection, nullptr});
     LPF::RegisterSectionType(
         LPF::Tags::MigrationTable,
-        LPF::SectionType{ConvertObjectSection<MigrationTableObject>, MakeContent<MigrationTableObject>});
-    LPF::RegisterSectionType(LPF::Tags::Drawing2D,
-                             LPF::SectionType{ConvertObjectSection<VectorImage>, MakeContent<VectorImage>});
+        LPF::SectionType{LPF::ConvertByRewriting<MigrationTableObject>, MakeContent<MigrationTableObject>});
+    LPF::RegisterSectionType(LPF::Tags::Drawing2D, LPF::SectionType{LPF::ConvertByRewriting<VectorImage>,
+                                                                    MakeContent<VectorImage>});
     return KL::NoError;
 }

@@ -4,6 +4,7 @@
 #include "KLMSections/PartXMLForm.hpp"
 
 #include "LibPartFile/LibPartFileErrors.hpp"
+#include "LibPartFile/SectionTypes.hpp"
 #include "QDL/ParamSection.hpp"
 #include "QDL/ParamXML.hpp"
 #include "QDL/SyCalledMacroItem.hpp"
@@ -38,8 +39,7 @@ bool SameBytes(Bytes section, const std::vector<char>& rebuilt) {
 
 template <typename Content>
 bool ReadsBackExactly(Bytes section, Content* content) {
-    KL::MemoryIChannel in(section.data(), section.size());
-    if (content->Read(in) != KL::NoError || in.GetAvailable() != 0)
+    if (LPF::ReadWholeSection(section.data(), section.size(), KL::HostPlatformSign, content) != KL::NoError)
         return false;
     KL::MemoryOChannel out;
     return content->Write(out) == KL::NoError && SameBytes(section, out.GetData());
@@ -193,14 +193,8 @@ Writer ParamWriter(const LPF::SectionInfo& info, Bytes data) {
     };
 }
 
-struct CalledMacros {
-    KL::Array<SyCalledMacroItem> items;
-    int Read(KL::IChannel& channel) { return ReadCalledMacroList(channel, &items); }
-    int Write(KL::OChannel& channel) const { return WriteCalledMacroList(channel, items); }
-};
-
 Writer CalledMacrosWriter(const LPF::SectionInfo& info, Bytes data) {
-    CalledMacros macros;
+    SyCalledMacroList macros;
     if (!ReadsBackExactly(data, &macros))
         return nullptr;
     for (std::size_t i = 0; i < macros.items.GetSize(); ++i) {

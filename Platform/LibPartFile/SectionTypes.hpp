@@ -40,20 +40,27 @@ LM_EXPORT int ConvertUTF16Section(char* data, std::uint64_t size, KL::PlatformSi
 
 namespace LPF {
 
-// Converts a section that is a stream by reading it in one order and writing it in the other;
-// `read(channel, &value)` and `write(channel, value)` are the stream's own functions. A section
-// with bytes after its stream, or whose size would change, is corrupt.
-template <typename Value, typename ReadFn, typename WriteFn>
-int ConvertByRewriting(char* data, std::uint64_t size, KL::PlatformSign from, KL::PlatformSign to,
-                       ReadFn read, WriteFn write) {
+// Reads a section that is one whole stream of `Content`, through its Read; bytes left over make
+// the section corrupt.
+template <typename Content>
+int ReadWholeSection(const char* data, std::uint64_t size, KL::PlatformSign order, Content* content) {
+    KL::MemoryIChannel in(data, size, order);
+    if (const int err = content->Read(in); err != KL::NoError)
+        return err;
+    return in.GetAvailable() == 0 ? KL::NoError : CorruptSectionError;
+}
+
+// Converts a section that is one stream of `Content` by reading it in one order and writing it in
+// the other. A section that does not read whole, or whose size would change, is corrupt.
+template <typename Content>
+int ConvertByRewriting(char* data, std::uint64_t size, KL::PlatformSign from, KL::PlatformSign to) {
     if (from == to)
         return KL::NoError;
-    Value value{};
-    KL::MemoryIChannel in(data, size, from);
-    if (read(in, &value) != KL::NoError || in.GetAvailable() != 0)
+    Content content{};
+    if (ReadWholeSection(data, size, from, &content) != KL::NoError)
         return CorruptSectionError;
     KL::MemoryOChannel out(to);
-    if (const int err = write(out, value); err != KL::NoError)
+    if (const int err = content.Write(out); err != KL::NoError)
         return err;
     const std::vector<char>& bytes = out.GetData();
     if (bytes.size() != size)

@@ -54,68 +54,8 @@ void SymbolFile::SetFlag(std::uint32_t flag, bool on) {
     header.flags = on ? header.flags | flag : header.flags & ~flag;
 }
 
-int SymbolFile::Reply(int error) const {
-    return status != KL::NoError ? status : error;
-}
-
 int SymbolFile::GetModificationTime(TITime* time) const {
-    if (status == KL::NoError)
-        *time = modificationTime;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetOwnUnID(KL::UnID* id) const {
-    if (status == KL::NoError)
-        *id = header.ownUnID;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::IsPlaceable(bool* placeable) const {
-    if (status == KL::NoError)
-        *placeable = (header.flags & PlaceableFlag) != 0;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::IsArchivable(bool* archivable) const {
-    if (status == KL::NoError)
-        *archivable = (header.flags & ArchivableFlag) != 0;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetMigrationValue(MigrationValue* value) const {
-    if (status == KL::NoError)
-        *value = static_cast<MigrationValue>(header.migrationValue);
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetDocumentName(KL::UniString* name) const {
-    if (status == KL::NoError)
-        *name = header.documentName;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetOwner(unsigned* owner) const {
-    if (status == KL::NoError)
-        *owner = header.owner;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetType(unsigned* type) const {
-    if (status == KL::NoError)
-        *type = header.signature;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetVersion(short* version) const {
-    if (status == KL::NoError)
-        *version = header.version;
-    return Reply(KL::NoError);
-}
-
-int SymbolFile::GetOriginalVersion(short* version) const {
-    if (status == KL::NoError)
-        *version = header.originalVersion;
-    return Reply(KL::NoError);
+    return Give(time, modificationTime);
 }
 
 const SymbolFile::Section* SymbolFile::Find(SectionTag tag, std::uint16_t subIdent) const {
@@ -252,7 +192,7 @@ int SymbolFile::SetSectionDataRef(SectionTag tag, std::uint16_t subIdent, GSHand
     KL::ScopedHandle held(adopt ? data : KL::BMNewHandleFrom(*data, size));
     if (held.Get() == nullptr)
         return BMError();
-    auto* section = const_cast<Section*>(Find(tag, subIdent));
+    Section* section = Find(tag, subIdent);
     if (section == nullptr) {
         section = &sections.emplace_back();
         section->info.tag = tag;
@@ -275,7 +215,7 @@ int SymbolFile::SetSection(const SectionInfo& info, const void* data, std::uint6
         BMKillHandle(&copy);
         return err;
     }
-    const_cast<Section*>(Find(info.tag, info.subIdent))->info.flags = info.flags;
+    Find(info.tag, info.subIdent)->info.flags = info.flags;
     return KL::NoError;
 }
 

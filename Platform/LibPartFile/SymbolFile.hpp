@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LibPartFile/PartFormat.hpp"
+#include "LibPartFile/PartHeaderFields.hpp"
 #include "LibPartFile/SectionInfo.hpp"
 
 #include "InputOutput/Location.hpp"
@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace LPF {
@@ -31,7 +32,7 @@ using SectionEnumerator = int (*)(const SectionInfo& info, void* userData);
 // Section reads may come from several threads at once; changes (the setters, SetSection...) belong
 // to one thread with no readers. A reference from GetSectionDataRef stays valid until that section
 // is set or deleted, or the object goes.
-class LM_EXPORT SymbolFile {
+class LM_EXPORT SymbolFile : public PartHeaderFields {
 public:
     // A new, empty part in memory, with fresh defaults and a null id.
     SymbolFile();
@@ -42,22 +43,7 @@ public:
     SymbolFile(const SymbolFile&) = delete;
     SymbolFile& operator=(const SymbolFile&) = delete;
 
-    // 0, or why the file could not be opened; the getters then give their defaults.
-    int GetStatus() const { return status; }
-
     int GetModificationTime(TITime* time) const;
-    int GetOwnUnID(KL::UnID* id) const;
-    int IsPlaceable(bool* placeable) const;
-    int IsArchivable(bool* archivable) const;
-    int GetMigrationValue(MigrationValue* value) const;
-    int GetDocumentName(KL::UniString* name) const;
-    // The part's creator code.
-    int GetOwner(unsigned* owner) const;
-    // The part's signature, its file type code.
-    int GetType(unsigned* type) const;
-    int GetVersion(short* version) const;
-    int GetOriginalVersion(short* version) const;
-    KL::PlatformSign GetByteOrder() const { return header.byteOrder; }
 
     void SetOwnUnID(const KL::UnID& id) { header.ownUnID = id; }
     void SetPlaceable(bool placeable) { SetFlag(PlaceableFlag, placeable); }
@@ -105,18 +91,18 @@ private:
 
     void Open();
     void SetFlag(std::uint32_t flag, bool on);
-    int Reply(int error) const;
     const Section* Find(SectionTag tag, std::uint16_t subIdent) const;
+    Section* Find(SectionTag tag, std::uint16_t subIdent) {
+        return const_cast<Section*>(std::as_const(*this).Find(tag, subIdent));
+    }
     int Load(const Section& section) const;
     int LoadAll() const;
     int VisitAndLoad(const std::vector<const Section*>& wanted) const;
     int ReadSection(const Section& section) const;
 
     std::unique_ptr<ByteSource> source;
-    PartHeader header;
     TITime modificationTime = 0;
     std::uint64_t openedLength = 0;
-    int status = 0;
     std::vector<Section> sections;
     mutable std::mutex loadLock;
 };

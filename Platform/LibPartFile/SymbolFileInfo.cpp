@@ -16,34 +16,4 @@ SymbolFileInfo::SymbolFileInfo(const IO::Location& location) {
         status = ReadPartHeader(source, &header, &headerSize, &sectionCount);
 }
 
-int SymbolFileInfo::GetVersion(short* version) const {
-    if (status == KL::NoError)
-        *version = header.version;
-    return status;
-}
-
-int SymbolFileInfo::GetOriginalVersion(short* version) const {
-    if (status == KL::NoError)
-        *version = header.originalVersion;
-    return status;
-}
-
-int SymbolFileInfo::GetOwnUnID(KL::UnID* id) const {
-    if (status == KL::NoError)
-        *id = header.ownUnID;
-    return status;
-}
-
-int SymbolFileInfo::GetType(unsigned* type) const {
-    if (status == KL::NoError)
-        *type = header.signature;
-    return status;
-}
-
-int SymbolFileInfo::GetDocumentName(KL::UniString* name) const {
-    if (status == KL::NoError)
-        *name = header.documentName;
-    return status;
-}
-
 } // namespace LPF

@@ -190,7 +190,9 @@ struct Block {
     std::uint32_t offset = 0;
 };
 
-int ParseSection(const char* data, std::uint64_t size, KL::PlatformSign order, SyParSection* section) {
+// `located`, when given, gets where the four blocks lie.
+int ParseSection(const char* data, std::uint64_t size, KL::PlatformSign order, SyParSection* section,
+                 Block (*located)[4] = nullptr) {
     BlockReader fields(data, size, order);
     SyParSection result;
     SyParHeader& header = result.header;
@@ -238,6 +240,8 @@ int ParseSection(const char* data, std::uint64_t size, KL::PlatformSign order, S
             return KL::ErrStreamFormat;
         result.hasOrientation = true;
     }
+    if (located != nullptr)
+        std::copy(std::begin(blocks), std::end(blocks), std::begin(*located));
     *section = std::move(result);
     return KL::NoError;
 }
@@ -289,17 +293,13 @@ GSHandle HandleFrom(const std::vector<char>& bytes) {
     return KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size()));
 }
 
-// Where each block lies, from a checked header.
-int LocateBlocks(const char* data, std::uint64_t size, Block (&blocks)[4]) {
+// Where each block lies, and the header, from a section checked whole.
+int LocateBlocks(const char* data, std::uint64_t size, Block (&blocks)[4], SyParHeader* header = nullptr) {
     SyParSection checked;
-    if (const int err = ParseSection(data, size, KL::HostPlatformSign, &checked); err != KL::NoError)
+    if (const int err = ParseSection(data, size, KL::HostPlatformSign, &checked, &blocks); err != KL::NoError)
         return err;
-    BlockReader fields(data, size, KL::HostPlatformSign);
-    fields.Seek(40);
-    for (Block& block : blocks) {
-        block.length = fields.Take<std::uint32_t>();
-        block.offset = fields.Take<std::uint32_t>();
-    }
+    if (header != nullptr)
+        *header = checked.header;
     return KL::NoError;
 }
 
@@ -357,13 +357,8 @@ int SplitSyParHandle(const char* const* section, SyParHeader* header, GSHandle* 
     const char* data = *section;
     const auto size = static_cast<std::uint64_t>(BMGetHandleSize(const_cast<GSHandle>(section)));
     Block blocks[4];
-    if (const int err = LocateBlocks(data, size, blocks); err != KL::NoError)
+    if (const int err = LocateBlocks(data, size, blocks, header); err != KL::NoError)
         return err;
-    if (header != nullptr) {
-        SyParSection parsed;
-        ParseSection(data, size, KL::HostPlatformSign, &parsed);
-        *header = parsed.header;
-    }
     GSHandle* outputs[4] = {names, values, frameExpressions, orientation};
     for (int i = 0; i < 4; ++i) {
         if (outputs[i] == nullptr)

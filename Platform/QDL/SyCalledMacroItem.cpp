@@ -52,9 +52,5 @@ int WriteCalledMacroList(KL::OChannel& channel, const KL::Array<SyCalledMacroIte
 }
 
 int ConvertCalledMacroSection(char* data, std::uint64_t size, KL::PlatformSign from, KL::PlatformSign to) {
-    return LPF::ConvertByRewriting<KL::Array<SyCalledMacroItem>>(
-        data, size, from, to, ReadCalledMacroList,
-        [](KL::OChannel& channel, const KL::Array<SyCalledMacroItem>& items) {
-            return WriteCalledMacroList(channel, items);
-        });
+    return LPF::ConvertByRewriting<SyCalledMacroList>(data, size, from, to);
 }

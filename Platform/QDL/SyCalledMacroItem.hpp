@@ -33,6 +33,13 @@ inline constexpr KL::ClassInfo
 // Reads a whole list; the count is checked against the bytes left before anything is allocated.
 LM_EXPORT int ReadCalledMacroList(KL::IChannel& channel, KL::Array<SyCalledMacroItem>* items);
 LM_EXPORT int WriteCalledMacroList(KL::OChannel& channel, const KL::Array<SyCalledMacroItem>& items);
+
+// The whole "MCRS" section as one stream object.
+struct SyCalledMacroList {
+    KL::Array<SyCalledMacroItem> items;
+    int Read(KL::IChannel& channel) { return ReadCalledMacroList(channel, &items); }
+    int Write(KL::OChannel& channel) const { return WriteCalledMacroList(channel, items); }
+};
 // The section's bytes from one byte order to the other, in place.
 LM_EXPORT int ConvertCalledMacroSection(char* data, std::uint64_t size, KL::PlatformSign from,
                                         KL::PlatformSign to);

@@ -1,5 +1,6 @@
 #include "PartCommands.hpp"
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -70,17 +71,7 @@ int WriteTextFile(const Arguments& arguments, const std::string& path, const std
     return ExitSuccess;
 }
 
-int Build(const Arguments& arguments) {
-    if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr part build SOURCE.xml [-o PART.klm]\n\n"
-                     "Compiles the XML description of a part into a part file. The output is written\n"
-                     "whole or not at all.\n";
-        return ExitSuccess;
-    }
-    int exitCode = ExitUsage;
-    const std::optional<InputAndOutput> files = ParseInputAndOutput(arguments, &exitCode);
-    if (!files)
-        return exitCode;
+int Build(const Arguments& arguments, const InputAndOutput* files) {
     std::ifstream source(files->input, std::ios::binary);
     if (!source)
         return Complain(arguments, files->input + ": cannot be read", ExitFailure);
@@ -94,13 +85,9 @@ int Build(const Arguments& arguments) {
     std::string message;
     if (KLM::ReadPartXML(xml, &part, &message) != KL::NoError)
         return Complain(arguments, files->input + ": " + message, ExitFailure);
-    std::string output = files->output;
-    if (output.empty()) {
-        const std::size_t dot = files->input.find_last_of("./");
-        output = (dot != std::string::npos && files->input[dot] == '.' ? files->input.substr(0, dot)
-                                                                       : files->input) +
-                 ".klm";
-    }
+    const std::string output = files->output.empty()
+                                   ? std::filesystem::path(files->input).replace_extension(".klm").string()
+                                   : files->output;
     const std::optional<IO::Location> location = PathToLocation(output);
     if (!location)
         return Complain(arguments, output + ": not a usable path", ExitFailure);
@@ -109,17 +96,7 @@ int Build(const Arguments& arguments) {
     return ExitSuccess;
 }
 
-int Dump(const Arguments& arguments) {
-    if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr part dump PART.klm [-o OUT.xml]\n\n"
-                     "Writes a part file as its XML description, on standard output or into OUT.xml.\n"
-                     "A damaged or hostile file gets one line on standard error and exit status 1.\n";
-        return ExitSuccess;
-    }
-    int exitCode = ExitUsage;
-    const std::optional<InputAndOutput> files = ParseInputAndOutput(arguments, &exitCode);
-    if (!files)
-        return exitCode;
+int Dump(const Arguments& arguments, const InputAndOutput* files) {
     const std::optional<IO::Location> location = PathToLocation(files->input);
     if (!location)
         return Complain(arguments, files->input + ": not a usable path", ExitFailure);
@@ -144,10 +121,33 @@ int RunPartCommand(const Arguments& arguments) {
     const std::string verb = arguments.values.empty() ? "" : arguments.values.front();
     Arguments rest{arguments.command + " " + verb,
                    {arguments.values.begin() + (verb.empty() ? 0 : 1), arguments.values.end()}};
-    if (verb == "build")
-        return Build(rest);
-    if (verb == "dump")
-        return Dump(rest);
+    static const struct {
+        const char* verb;
+        const char* help;
+        int (*run)(const Arguments&, const InputAndOutput*);
+    } verbs[] = {
+        {"build",
+         "Usage: libmgr part build SOURCE.xml [-o PART.klm]\n\n"
+         "Compiles the XML description of a part into a part file. The output is written\n"
+         "whole or not at all.\n",
+         Build},
+        {"dump",
+         "Usage: libmgr part dump PART.klm [-o OUT.xml]\n\n"
+         "Writes a part file as its XML description, on standard output or into OUT.xml.\n"
+         "A damaged or hostile file gets one line on standard error and exit status 1.\n",
+         Dump},
+    };
+    for (const auto& entry : verbs) {
+        if (verb != entry.verb)
+            continue;
+        if (rest.WantsHelp()) {
+            std::cout << entry.help;
+            return ExitSuccess;
+        }
+        int exitCode = ExitUsage;
+        const std::optional<InputAndOutput> files = ParseInputAndOutput(rest, &exitCode);
+        return files ? entry.run(rest, &*files) : exitCode;
+    }
     if (verb.empty() || verb == "--help" || verb == "-h" || verb == "help") {
         (verb.empty() ? std::cerr : std::cout) << PartUsage;
         return verb.empty() ? ExitUsage : ExitSuccess;

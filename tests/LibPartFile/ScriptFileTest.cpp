@@ -27,26 +27,26 @@ TEST(ScriptFile, ReadsEveryEncodingAsUTF16) {
     testsupport::ScratchFolder scratch;
     const std::u16string text = u"A = 1\r\nB = \"Grüße €\"";
     const std::string utf8 = "A = 1\r\nB = \"Gr\u00FC\u00DFe \u20AC\"";
-    EXPECT_EQ(ScriptText(scratch, "plain.gdl", utf8), text);
-    EXPECT_EQ(ScriptText(scratch, "bom.gdl", "\xEF\xBB\xBF" + utf8), text);
+    EXPECT_EQ(ScriptText(scratch, "plain.qdl", utf8), text);
+    EXPECT_EQ(ScriptText(scratch, "bom.qdl", "\xEF\xBB\xBF" + utf8), text);
     std::string little = "\xFF\xFE";
     std::string big = "\xFE\xFF";
     for (const char16_t unit : text) {
         little += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
         big += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
     }
-    EXPECT_EQ(ScriptText(scratch, "little.gdl", little), text);
-    EXPECT_EQ(ScriptText(scratch, "big.gdl", big), text);
-    EXPECT_EQ(ScriptText(scratch, "latin1.gdl", "Gr\xFC\xDF"), u"Grüß");
-    EXPECT_EQ(ScriptText(scratch, "overlong.gdl", "\xC0\xAF"), u"\u00C0\u00AF") << "not shortest form";
-    EXPECT_EQ(ScriptText(scratch, "surrogate.gdl", "\xED\xA0\x80"), u"\u00ED\u00A0\u0080");
-    EXPECT_EQ(ScriptText(scratch, "empty.gdl", ""), u"");
+    EXPECT_EQ(ScriptText(scratch, "little.qdl", little), text);
+    EXPECT_EQ(ScriptText(scratch, "big.qdl", big), text);
+    EXPECT_EQ(ScriptText(scratch, "latin1.qdl", "Gr\xFC\xDF"), u"Grüß");
+    EXPECT_EQ(ScriptText(scratch, "overlong.qdl", "\xC0\xAF"), u"\u00C0\u00AF") << "not shortest form";
+    EXPECT_EQ(ScriptText(scratch, "surrogate.qdl", "\xED\xA0\x80"), u"\u00ED\u00A0\u0080");
+    EXPECT_EQ(ScriptText(scratch, "empty.qdl", ""), u"");
 
     KL::UniString name;
-    EXPECT_EQ(LPF::ScriptFile(scratch.Location("Door Frame.gdl")).GetStatus(), IO::NotFoundError);
-    scratch.Write("Door Frame.gdl", "x");
+    EXPECT_EQ(LPF::ScriptFile(scratch.Location("Door Frame.qdl")).GetStatus(), IO::NotFoundError);
+    scratch.Write("Door Frame.qdl", "x");
     scratch.Write("Plain", "x");
-    ASSERT_EQ(LPF::ScriptFile(scratch.Location("Door Frame.gdl")).GetDocumentName(&name), KL::NoError);
+    ASSERT_EQ(LPF::ScriptFile(scratch.Location("Door Frame.qdl")).GetDocumentName(&name), KL::NoError);
     EXPECT_EQ(name, KL::UniString("Door Frame"));
     ASSERT_EQ(LPF::ScriptFile(scratch.Location("Plain")).GetDocumentName(&name), KL::NoError);
     EXPECT_EQ(name, KL::UniString("Plain"));
