@@ -6,6 +6,7 @@
 #include "KLRoot/Base64.hpp"
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/ClassInfo.hpp"
+#include "KLRoot/DebugChannel.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/EventSource.hpp"
 #include "KLRoot/Exceptions.hpp"

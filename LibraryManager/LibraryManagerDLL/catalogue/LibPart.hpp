@@ -1,0 +1,139 @@
+#pragma once
+
+#include "bincode/QdlBinCodeIndexArray.hpp"
+#include "catalogue/Symbol.hpp"
+
+#include "InputOutput/FileType.hpp"
+#include "InputOutput/Location.hpp"
+#include "KLRoot/Guid.hpp"
+#include "KLRoot/KLExport.hpp"
+#include "KLRoot/SpinLock.hpp"
+#include "KLRoot/Time.hpp"
+#include "KLRoot/UniString.hpp"
+#include "LibPartFile/SectionInfo.hpp"
+#include "QDL/ScriptTypes.hpp"
+
+#include <cstdint>
+
+class MigrationTableObject;
+
+namespace KL {
+class IChannel;
+class OChannel;
+class XMLOChannel;
+} // namespace KL
+namespace LPF {
+class ScriptFile;
+class SymbolFile;
+} // namespace LPF
+
+namespace LM {
+
+enum LibPartState : std::int32_t { LibPartStateValid = 0, LibPartStateDummy = 1, LibPartStateDeleted = 2 };
+
+// The catalogue's record of one file found in a library: a symbol, a bare script, a picture, a
+// text or any other storable file. Records live in the store's paged array; their addresses hold
+// until the next Enumerate, so callers keep a LibPartId instead.
+class LM_EXPORT LibPart {
+public:
+    // Bits of `flags` the catalogue itself sets; all others belong to the host.
+    static constexpr std::uint32_t ParametersOverwrittenFlag = 4;
+    static constexpr std::uint32_t UnsupportedTypeFlag = 8;
+
+    LibPart() = default;
+    ~LibPart();
+    LibPart(const LibPart&) = delete;
+    LibPart& operator=(const LibPart&) = delete;
+
+    void FillValid(const IO::Location& location, const KL::Guid& guid, int folderIndex,
+                   const FTM::GeneralID& fileType, std::uint32_t flags);
+    void Reload();
+    void FillDummy(const KL::UniString& name, const KL::UnID& unId, int folderIndex, const FTM::GeneralID& fileType,
+                   std::uint32_t flags);
+    void Swap(LibPart* other);
+    // Hands every field to an empty `target` and leaves this slot as a deleted hole.
+    void MoveAssignment(LibPart* target);
+
+    // The cache record. `ancestryHandle` receives the stored "ANCS" bytes of a symbol, or null; the
+    // caller owns them.
+    int Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandle, MigrationTableObject* migration);
+    int Write(KL::OChannel& channel, int folderOffset) const;
+    int WriteToXML(KL::XMLOChannel& channel, unsigned detail) const;
+
+    const KL::UniString& GetDocumentName() const { return name; }
+    KL::UniString GetFileName() const;
+    const IO::Location& GetLocation() const { return location; }
+    const IO::Location& GetOrigLocation() const { return origLocation.IsEmpty() ? location : origLocation; }
+    int GetFolderIndex() const { return folderIndex; }
+    const FTM::GeneralID& GetGeneralFileType() const { return fileType; }
+    std::uint32_t GetFlags() const;
+    const KL::Guid& GetGuid() const { return guid; }
+    TITime GetFileModTime() const { return modTime; }
+    LibPartState GetState() const { return state; }
+
+    void SetLocation(const IO::Location& value) { location = value; }
+    void SetOrigLocation(const IO::Location& value) { origLocation = value; }
+    void SetFolderIndex(int value) { folderIndex = value; }
+    void SetGeneralFileType(const FTM::GeneralID& value) { fileType = value; }
+    void SetFlags(std::uint32_t value);
+    void AddFlags(std::uint32_t bits);
+    void SetState(LibPartState value) { state = value; }
+    void SetFileModTime(TITime value) { modTime = value; }
+
+    bool IsValid() const { return state == LibPartStateValid; }
+    void SetValid(bool valid) { state = valid ? LibPartStateValid : LibPartStateDummy; }
+    bool IsSymbol() const { return symbol != nullptr; }
+    const Symbol* GetSymbol() const { return symbol; }
+
+    KL::UnID GetOwnUnID() const;
+    void SetOwnUnID(const KL::UnID& unId);
+
+    int GetProxy() const;
+    void SetProxy(int proxy);
+    Paths::TreeEntry* GetAncestryId() const;
+    void SetAncestryId(Paths::TreeEntry* entry);
+    bool IsTemplate() const;
+    void SetAsTemplate(bool isTemplate);
+    bool IsPlaceable() const;
+    void SetPlaceable(bool placeable);
+    bool IsArchivable() const;
+    void SetArchivable(bool archivable);
+    LPF::MigrationValue GetMigrationValue() const;
+    void SetMigrationValue(LPF::MigrationValue value);
+    int GetQdlBinCodeIndex(QDL_ScriptType type) const;
+    void SetQdlBinCodeIndex(QDL_ScriptType type, int index);
+    void SetQdlBinCodeIndex(const QdlBinCodeIndexArray* indices);
+    void ClearQdlBinCodeIndex();
+
+    // The part's files, opened on first use; null for records without a symbol.
+    const LPF::SymbolFile* GetSymbolFile() const;
+    LPF::SymbolFile* GetSymbolFileNotConst() const;
+    const LPF::ScriptFile* GetScriptFile() const;
+    LPF::ScriptFile* GetScriptFileNotConst() const;
+    static const LPF::SymbolFile* GetSymbolFile(const LibPart& part) { return part.GetSymbolFile(); }
+
+    KL::ConstSharedPtr<SymbolUserData> GetUserData(const KL::Guid& client) const;
+    void SetUserData(const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
+    void ClearUserData();
+
+private:
+    bool HasSymbolType() const;
+    void FillFromFile(bool reload);
+    void DeriveNameFromLocation();
+    void ResetToDeleted();
+
+    KL::UniString name;
+    std::uint32_t flags = 0;
+    LibPartState state = LibPartStateDummy;
+    KL::Guid guid;
+    IO::Location location;
+    IO::Location origLocation;
+    std::int32_t folderIndex = -1;
+    FTM::GeneralID fileType;
+    TITime modTime = 0;
+    Symbol* symbol = nullptr;
+    // Guards `flags` and the symbol's user data, which script threads may touch.
+    mutable KL::SpinLock lock;
+};
+
+} // namespace LM

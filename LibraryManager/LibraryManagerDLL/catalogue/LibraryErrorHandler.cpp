@@ -1,0 +1,30 @@
+#include "catalogue/LibraryErrorHandler.hpp"
+
+namespace LM {
+
+ILibraryErrorHandler::~ILibraryErrorHandler() = default;
+
+DefLibraryErrorHandler::~DefLibraryErrorHandler() = default;
+
+void DefLibraryErrorHandler::Reset() {
+    idDuplicates.Clear();
+    nameDuplicates.Clear();
+    revisionConflicts.Clear();
+    sameNameDifferentContents.Clear();
+}
+
+void DefLibraryErrorHandler::ReportRevisionConflict(const KL::Array<DuplicateReport>& revisions) {
+    revisionConflicts.Push(revisions);
+}
+
+void DefLibraryErrorHandler::ReportNameDuplicate(const DuplicateReport& report) { nameDuplicates.Push(report); }
+
+void DefLibraryErrorHandler::ReportIdDuplicate(const DuplicateReport& report) { idDuplicates.Push(report); }
+
+void DefLibraryErrorHandler::ReportSameNameDifferentContent(const DuplicateReport& report) {
+    sameNameDifferentContents.Push(report);
+}
+
+bool DefLibraryErrorHandler::AcceptDuplicateLocation(const IO::Location&) { return true; }
+
+} // namespace LM
