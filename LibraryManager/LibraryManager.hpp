@@ -12,6 +12,7 @@
 #include "LibraryManagerErrors.hpp"
 #include "LibraryManagerVersion.hpp"
 #include "Paths.hpp"
+#include "PathsOld.hpp"
 #include "bincode/QdlBinCodeIndexArray.hpp"
 #include "bincode/QdlBinCodesContainer.hpp"
 #include "catalogue/IServerLibraryCollection.hpp"

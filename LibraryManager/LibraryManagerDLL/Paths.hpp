@@ -1,12 +1,107 @@
 #pragma once
 
+#include "KLRoot/Array.hpp"
+#include "KLRoot/ClassInfo.hpp"
+#include "KLRoot/Guid.hpp"
+#include "KLRoot/KLExport.hpp"
+#include "KLRoot/Object.hpp"
+#include "KLRoot/Queue.hpp"
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace KL {
+class OChannel;
+}
+
 namespace LM {
 
-// The type tree's store of ancestor chains. A symbol keeps its node here as its ancestry id; the
-// tree itself, with its shared prefixes and reference counts, is built by the part store.
-class Paths {
+// Raises the foundation's exception for a failure code of the memory manager; 0 raises nothing.
+LM_EXPORT void ThrowMemoryManagerError(int code);
+
+// A set of paths of ids kept as one tree with shared prefixes. Each node counts the paths that
+// pass through or end at it, so a path ends at a node exactly when its count exceeds the sum of
+// its children's counts, and a node whose count falls to 0 is removed. The root has the empty id
+// and is no part of any path: a path of length n is n nodes below it.
+class LM_EXPORT Paths : public KL::Object {
 public:
     class TreeEntry;
+    // Writes the name of `id` for Print.
+    using NameFunction = void (*)(void* userData, KL::OChannel& channel, const KL::UnID& id);
+
+    Paths();
+    ~Paths() override;
+    Paths(const Paths&) = delete;
+    Paths& operator=(const Paths&) = delete;
+
+    // Operations on a node raise KL::IllegalArgumentException for a null node.
+    void AddPathReference(TreeEntry* node);
+    std::uint32_t GetPathReferenceCount(const TreeEntry* node) const;
+    bool IsNodeOnPath(const TreeEntry* node, const KL::UnID& id) const;
+    // The id `stepsUp` nodes above `node`; the empty id past the root.
+    void GetPathNodeFromBack(const TreeEntry* node, unsigned stepsUp, KL::UnID* id) const;
+    void GetLastPathNode(const TreeEntry* node, KL::UnID* id) const;
+    unsigned GetPathLength(const TreeEntry* node) const;
+    // Fills `ids`, sized by GetPathLength, from the top of the path down to `node`.
+    void GetPath(const TreeEntry* node, KL::UnID* ids) const;
+    void GetPathNode(const TreeEntry* node, unsigned index, KL::UnID* id) const;
+
+    // Each returns the path's end node, or null.
+    TreeEntry* AddPath(const KL::UnID* ids, unsigned count);
+    TreeEntry* AddPath(const KL::UnID* ids, unsigned count, const KL::UnID& last);
+    // Adds the path through `node` one node longer; the path ending at `node` stays.
+    TreeEntry* AppendPathNode(TreeEntry* node, const KL::UnID* id);
+    TreeEntry* ReplacePath(TreeEntry* node, const KL::UnID* ids, unsigned count);
+    void DeletePath(TreeEntry* node);
+
+    // Appends to `collection`, children in ascending order.
+    void GetChildren(const TreeEntry* node, KL::Queue<TreeEntry*>* collection) const;
+    // Every node below `node` at which a path ends, depth first, a node before its children.
+    void GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection) const;
+    // Null while the tree is empty.
+    TreeEntry* GetRoot() const { return root; }
+
+    // Leaves a fresh root with count 0.
+    void Clear();
+    using KL::Object::Print;
+    void Print(KL::OChannel* channel, NameFunction nameFunction, void* userData) const;
+
+private:
+    TreeEntry* MakeRoot(const KL::UnID& id);
+    static TreeEntry* AddChild(TreeEntry* parent, const KL::UnID& id);
+    void DeleteUnreferencedLeafItem(TreeEntry* node);
+    void PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth, std::vector<char>* lastAtDepth,
+                       NameFunction nameFunction, void* userData) const;
+    static void DeleteSubtree(TreeEntry* node);
+
+    TreeEntry* root = nullptr;
+};
+
+// One node of a path tree.
+class LM_EXPORT Paths::TreeEntry {
+public:
+    TreeEntry(TreeEntry* parent, const KL::UnID& id, std::uint32_t count) : parent(parent), id(id), count(count) {}
+    TreeEntry(const TreeEntry&) = delete;
+    TreeEntry& operator=(const TreeEntry&) = delete;
+
+    TreeEntry* GetParent() const { return parent; }
+    const KL::UnID& GetId() const { return id; }
+    std::uint32_t GetCount() const { return count; }
+    bool HasChildren() const { return !children.empty(); }
+
+private:
+    friend class Paths;
+    struct IdOrder {
+        bool operator()(const KL::UnID& a, const KL::UnID& b) const { return a.Compare(b) < 0; }
+    };
+    // A balanced search tree in ascending id order; no node owns another through it, Paths does.
+    using ChildSet = std::map<KL::UnID, TreeEntry*, IdOrder>;
+
+    TreeEntry* parent;
+    ChildSet children;
+    KL::UnID id;
+    std::uint32_t count;
 };
 
 } // namespace LM
