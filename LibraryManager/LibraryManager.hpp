@@ -3,6 +3,7 @@
 // Everything a host needs: the component's exported classes and the platform types they use.
 #include "InputOutput/InputOutput.hpp"
 #include "KLMSections/KLMSections.hpp"
+#include "KLProfiler/ProfilerStep.hpp"
 #include "KLRoot/KLRoot.hpp"
 #include "KLUtils/KLUtils.hpp"
 #include "LibPartFile/LibPartFile.hpp"

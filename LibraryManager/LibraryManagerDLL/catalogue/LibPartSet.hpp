@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <vector>
 
+class MigrationTable;
+
 namespace LM {
 
 class ILibraryErrorHandler;
@@ -41,12 +43,17 @@ struct DuplicateLibpartData {
 };
 
 // The part store of one enumeration. A record's place in `parts` is its catalogue index; slots are
-// never reused, so indices stay stable until the next Enumerate throws the store away.
+// never reused, so indices stay stable until the next Enumerate throws the store away. The store
+// keeps its tables; the decisions of when to store, rebuild and report are the LibrarySet's.
 class LM_EXPORT LibPartSet {
 public:
     using PartTable = KL::PagedArray<LibPart, 8>;
     using IndexArray = std::vector<std::uint32_t>;
     using DuplicateTable = KL::HashTable<const LibPart*, KL::Array<DuplicateLibpartData>>;
+    using RevisionTable = KL::HashTable<KL::Guid, KL::HashTable<KL::Guid, KL::Array<DuplicateLibpartData>>>;
+
+    // How a record comes to be registered: just appended, or reloaded in its own slot.
+    enum RegisterMode { AppendedRecord = 0, ReloadedRecord = 1 };
 
     LibPartSet(ILibraryErrorHandler* errorHandler, LibrarySet* librarySet);
     ~LibPartSet();
@@ -58,26 +65,82 @@ public:
     const LibPart& GetLibPart(std::size_t index) const { return parts[index]; }
     std::size_t GetDuplicateCount() const { return duplicates.GetSize(); }
     const LibPart& GetDuplicate(std::size_t index) const { return duplicates[index]; }
+    LibPart& AppendPart() { return parts.PushNew(); }
+    // Registers where a record is, for records that skip registering (dummies).
+    void EnterIndex(const LibPart* part, std::uint32_t index) { partToIndex.Put(part, index); }
+    // The catalogue index of a registered record, or -1.
+    int GetIndex(const LibPart* part) const;
+    // The first valid record at `location`, or -1; a scan, for single stores after enumeration.
+    int FindValidIndex(const IO::Location& location) const;
+
+    // Settles duplicates at once: the first record of an id stays, unless the handler refuses its
+    // place or `preferNew`. Returns the record that holds the id; `*duplicateSlot` gets the
+    // loser's slot in the duplicate store, or null.
+    LibPart* Register(std::size_t index, RegisterMode mode, bool preferNew, const MigrationTable* migration,
+                      LibPart** duplicateSlot);
+    // The inverse; true when a duplicate of the record was promoted to a new slot at the end.
+    bool Unregister(std::size_t index);
+    // Turns a slot into a deleted hole that keeps its index.
+    void MakeHole(std::size_t index);
 
     // A query with the null id finds a null part instead of failing.
     void AddNullIdEntry();
     const LibPartCache* FindId(const LibPartId& id) const { return idToPart.GetPtr(id); }
+    const LibPart* FindPart(const LibPartId& id) const;
+    // Remembers `part` under `id`; `isOwnId` is worked out here.
+    void AddId(const LibPartId& id, const LibPart* part, bool resultFlagFirst, bool resultFlagSecond);
+    // The record's own id, and for a record without a KL::UnID also its file name.
+    void AddOwnIds(const LibPart* part, bool resultFlagFirst, bool withFileName);
+    // Forgets every id that still leads to `part`.
+    void RemoveIds(const LibPart* part);
+    void ResetIdTable();
 
-    // The four sorted indices, built once when a pass has stored everything.
+    // The four sorted indices, built once when a pass has stored everything, then kept by single
+    // binary-search insertions. Deleted holes are in none of them.
     void BuildSortedIndices();
+    void InsertInSortedIndices(std::uint32_t index);
+    void RemoveFromSortedIndices(std::uint32_t index);
     const IndexArray& GetIndexByName() const { return indexByName; }
     const IndexArray& GetIndexByFileName() const { return indexByFileName; }
     const IndexArray& GetIndexByUnId() const { return indexByUnId; }
     const IndexArray& GetIndexByGuid() const { return indexByGuid; }
+    // A record of the symbol types with this own id, by binary search; -1 if none.
+    int FindIndexByUnId(const KL::UnID& unId) const;
 
     // Follows a sort of the folder set: `newIndex[old]` for every folder. Records in the duplicate
     // store keep their stale index.
     void RemapFolderIndices(const std::vector<std::int32_t>& newIndex);
 
+    // Removes the first duplicate-store record at `location`; false when there is none.
+    bool DeleteDuplicate(const IO::Location& location);
+    // Rebuilds the handler's whole picture of duplicates from the tables.
+    void UpdateDuplicateCounters() const;
+    const DuplicateTable& GetNameDuplicates() const { return nameDuplicates; }
+    const DuplicateTable& GetIdDuplicates() const { return idDuplicates; }
+    const RevisionTable& GetRevisionConflicts() const { return revisionConflicts; }
+    // Parts that declare they replace `mainGuid`.
+    const KL::Array<LibPartCache>* FindMigrations(const KL::Guid& mainGuid) const {
+        return migrationGuidToParts.GetPtr(mainGuid);
+    }
+    const KL::Array<LibPartCache>* FindByMainGuid(const KL::Guid& mainGuid) const {
+        return mainGuidToParts.GetPtr(mainGuid);
+    }
+
     ILibraryErrorHandler* GetErrorHandler() const { return errorHandler; }
     LibrarySet* GetLibrarySet() const { return librarySet; }
 
 private:
+    DuplicateLibpartData MakeDuplicateData(const LibPart& part) const;
+    bool IsDuplicateOf(const LibPartCache* entry, const LibPartId& id, const LibPart& record) const;
+    void AddRevisionConflict(const LibPart& existing, const LibPart& newcomer);
+    void RemoveRevisionConflict(const LibPart& record);
+    void AddMigrations(const LibPart* part, const MigrationTable* migration);
+    void RemoveMigrations(const LibPart* part);
+    void RemoveFromMainGuidTable(const LibPart* part);
+    LibPart* FindDuplicateOf(const LibPartId& id, const LibPart& record);
+    void ReportRevisionConflicts() const;
+    void ReportSameNameDifferentContents() const;
+
     PartTable parts;
     PartTable duplicates;
     IndexArray indexByName;
@@ -93,7 +156,7 @@ private:
     LibrarySet* librarySet;
     DuplicateTable nameDuplicates;
     DuplicateTable idDuplicates;
-    KL::HashTable<KL::Guid, KL::HashTable<KL::Guid, KL::Array<DuplicateLibpartData>>> revisionConflicts;
+    RevisionTable revisionConflicts;
 };
 
 } // namespace LM

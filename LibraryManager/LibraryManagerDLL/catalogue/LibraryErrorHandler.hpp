@@ -2,6 +2,7 @@
 
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
+#include "KLRoot/Guid.hpp"
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/PagedArray.hpp"
 #include "KLRoot/UniString.hpp"
@@ -14,6 +15,9 @@ namespace LM {
 // library and document name.
 struct DuplicateReport {
     KL::UniString name;
+    // The id the members share: the winner's for id duplicates, main and revision guid for one
+    // revision of a conflict; null otherwise.
+    KL::UnID unId;
     std::int32_t count = 0;
     KL::Array<IO::Location> locations;
     KL::Array<std::int32_t> actLibIndices;

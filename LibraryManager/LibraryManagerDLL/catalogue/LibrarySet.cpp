@@ -48,7 +48,7 @@ LibrarySet::LibrarySet(QdlBinCodesContainer* binCodes, ILibraryErrorHandler& err
     std::unique_ptr<LibPartSet> newParts = std::make_unique<LibPartSet>(&errorHandler, this);
     std::unique_ptr<FolderSet> newFolders = std::make_unique<FolderSet>();
     std::unique_ptr<LibraryList> newList = std::make_unique<LibraryList>();
-    hierarchy = new AncestryHierarchy;
+    hierarchy = new AncestryHierarchy(this);
     libParts = newParts.release();
     folderSet = newFolders.release();
     activeLibraries = newList.release();
@@ -485,7 +485,7 @@ void LibrarySet::StartNewCatalogue() {
     folderSet = new FolderSet;
     if (activeLibraries == nullptr)
         activeLibraries = new LibraryList;
-    // The path tree of the hierarchy is cleared here once the hierarchy keeps one.
+    hierarchy->Clear();
     inBatch = false;
     batchFolderSetDirty = false;
     batchHierarchyDirty = false;
@@ -584,14 +584,6 @@ void LibrarySet::FinishFolderSet() {
     if (libParts != nullptr)
         libParts->RemapFolderIndices(newIndex);
 }
-
-// The type tree is rebuilt from the stored chains, and every symbol's proxy set, once the
-// hierarchy builds from path trees.
-void LibrarySet::RebuildTypeHierarchy(KL::ProcessControl&, bool) {}
-
-// The error handler's picture of duplicates is rebuilt from the store's tables, once the store
-// keeps them.
-void LibrarySet::UpdateDuplicateCounters() const {}
 
 void LibrarySet::StartBatchLibPartAdd() {
     inBatch = true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "catalogue/LibPart.hpp"
+#include "catalogue/LibPartId.hpp"
 #include "catalogue/LibrarySetModifier.hpp"
 #include "catalogue/LibraryModes.hpp"
 
@@ -25,6 +26,7 @@ class ProcessControl;
 namespace LM {
 
 class AncestryHierarchy;
+class AncestryInfo;
 class FolderSet;
 class ILibraryErrorHandler;
 class IServerLibraryCollection;
@@ -62,7 +64,6 @@ public:
     const LibPartSet* GetLibPartSet() const { return libParts; }
     const LibraryList* GetActiveLibraries() const { return activeLibraries; }
     QdlBinCodesContainer* GetBinCodes() const { return binCodes; }
-    const AncestryHierarchy* GetAncestryHierarchy() const { return hierarchy; }
     ILibraryErrorHandler* GetErrorHandler() const { return errorHandler; }
     const FileTypeList& GetStorableFileTypes() const { return storableFileTypes; }
     const FileTypeList& GetUnsupportedFileTypes() const { return unsupportedFileTypes; }
@@ -100,6 +101,7 @@ public:
     void EndBatchLibPartAdd(KL::ProcessControl& process);
     void RebuildTypeHierarchy(KL::ProcessControl& process, bool conformAll);
     void UpdateDuplicateCounters() const;
+    const AncestryHierarchy* GetAncestryHierarchy() const { return hierarchy; }
 
     // The active libraries by index; a bad index gives -7003, false or 0.
     int GetActiveLibraryNum() const;
@@ -138,6 +140,82 @@ public:
     int SetFolderExpandState(int folder, bool expanded);
     int SetFolderTreeItemId(int folder, int treeItemId);
 
+    // ---- The part store. Each Store returns null for a file that is not wanted; that is no error.
+    const LibPart* StoreLibPart(KL::ProcessControl& process, const IO::Location& location, int folderIndex,
+                                const LibPart* oldPart, bool* folderAdded, bool preferNew, const LibPart** duplicate);
+    const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name, const KL::UnID& unId,
+                                     const FTM::GeneralID& fileType, const AncestryInfo& ancestry,
+                                     bool temporarilyMissing);
+    void DeleteLibPart(KL::ProcessControl& process, const LibPart* part);
+    void DeleteDuplicateLibPart(const IO::Location& location);
+    // Remembers a search result under a further id.
+    void AddIdToLibPartTable(const LibPartId& id, const LibPart* part, const bool* resultFlagFirst,
+                             const bool* resultFlagSecond);
+    bool AlreadyQueriedLibPartId(const LibPartId& id) const;
+    void ResetIdToLibPartTable();
+    void DetermineProxy(int index);
+    const LibPart* GetProxy(const LibPartId& id) const;
+    const LibPart* GetSymbolProxy(const LibPart* part) const;
+    int SetSymbolAncestor(LibPart* part, int parentIndex);
+    // Enters the part's chain, from `ancestryHandle` or else its own "ANCS" section, in the tree.
+    void AddLibPartToAncestryHierarchy(LibPart* part, const char* const* ancestryHandle);
+    bool IsLocationStorableFileType(const IO::Location& location, FTM::GeneralID* id) const;
+    bool IsLocationUnsupportedFileType(const IO::Location& location, FTM::GeneralID* id) const;
+    // The target takes over the parameters it shares with the source.
+    int UpdateSymbolParameters(const LibPart* target, const LibPart* source);
+
+    const LibPart* GetLibPart(const LibPartId& id) const;
+    const LibPart* GetLibPartByIndex(int index) const;
+    int GetIndexByLibPart(const LibPart* part) const;
+    int GetLibPartNumber() const;
+    bool IsExistingLibPart(const LibPartId& id) const { return GetLibPart(id) != nullptr; }
+    bool IsValidLibPart(const LibPartId& id) const { return IsLibPartValid(GetLibPart(id)); }
+    bool IsSameLibPart(const LibPartId& a, const LibPartId& b) const { return GetLibPart(a) == GetLibPart(b); }
+    bool IsEqualLibParts(const LibPartId& a, const LibPartId& b) const;
+    static bool IsLibPartValid(const LibPart* part) { return part != nullptr && part->IsValid(); }
+    int GetSortedSymbolIndexByName(int n) const;
+    void SetTempLocationForLibPart(const LibPart* part, const IO::Location& location);
+    void AddFlags(const LibPart* part, std::uint32_t bits);
+    int ClearAllSymbolFlags(std::uint32_t mask);
+    bool IsSymbolArchivable(const LibPart* part) const;
+    bool IsSymbolArchivable(int index) const;
+
+    // ---- Per-part forwarders by id. For an unknown id a setter does nothing, an output keeps its
+    // value, GetFolderIndex gives -1, GetFlags 1, the bool getters false and the pointers null.
+    void GetDocumentName(const LibPartId& id, KL::UniString* name) const;
+    void GetFileName(const LibPartId& id, KL::UniString* name) const;
+    void GetLocation(const LibPartId& id, IO::Location* location) const;
+    void GetOrigLocation(const LibPartId& id, IO::Location* location) const;
+    int GetFolderIndex(const LibPartId& id) const;
+    void GetGeneralFileType(const LibPartId& id, FTM::GeneralID* type) const;
+    std::uint32_t GetFlags(const LibPartId& id) const;
+    void GetFileModTime(const LibPartId& id, TITime* time) const;
+    void GetGuid(const LibPartId& id, KL::Guid* guid) const;
+    bool IsSymbol(const LibPartId& id) const;
+    const LPF::SymbolFile* GetSymbolFile(const LibPartId& id) const;
+    const LPF::ScriptFile* GetScriptFile(const LibPartId& id) const;
+    void GetOwnUnID(const LibPartId& id, KL::UnID* unId) const;
+    Paths::TreeEntry* GetAncestryId(const LibPartId& id) const;
+    bool IsTemplate(const LibPartId& id) const;
+    bool IsPlaceable(const LibPartId& id) const;
+    bool IsArchivable(const LibPartId& id) const;
+    KL::ConstSharedPtr<SymbolUserData> GetUserData(const LibPartId& id, const KL::Guid& client) const;
+    void SetLocation(const LibPartId& id, const IO::Location& location);
+    void SetOrigLocation(const LibPartId& id, const IO::Location& location);
+    void SetFolderIndex(const LibPartId& id, int folderIndex);
+    void SetGeneralFileType(const LibPartId& id, const FTM::GeneralID& type);
+    void SetFlags(const LibPartId& id, std::uint32_t flags);
+    void SetValid(const LibPartId& id, bool valid);
+    void SetFileModTime(const LibPartId& id, TITime time);
+    void SetOwnUnID(const LibPartId& id, const KL::UnID& unId);
+    void SetProxy(const LibPartId& id, int proxy);
+    void SetAncestryId(const LibPartId& id, Paths::TreeEntry* entry);
+    void SetAsTemplate(const LibPartId& id, bool isTemplate);
+    void SetPlaceable(const LibPartId& id, bool placeable);
+    void SetArchivable(const LibPartId& id, bool archivable);
+    void SetUserData(const LibPartId& id, const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
+    void ClearUserData(const LibPartId& id);
+
     // The deepest active library that holds `location`, or -1.
     int GetLibItemLibraryIndex(const IO::Location& location) const;
     LibraryMode GetLibItemLibraryMode(const IO::Location& location, int* index) const;
@@ -164,6 +242,15 @@ private:
     void ReadVersionInformation(LibraryItem* item) const;
     WalkResult WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder);
     static void ReportWalkFailure(const IO::Folder& folder, int result);
+    LibPart* MutablePart(const LibPartId& id) const { return const_cast<LibPart*>(GetLibPart(id)); }
+    int DetermineStoreFolder(const IO::Location& location, int folderIndex, const IO::Location& previous,
+                             bool* folderAdded);
+    KL::Guid ServerGuidOf(const IO::Location& location, int folderIndex) const;
+    void ForgetSymbolState(LibPart& part);
+    // Files and enters the duplicate that Unregister promoted; true when a folder was added.
+    bool AdoptPromotedPart();
+    // After a single change outside a walk: the finishing work now, or owed to the batch's end.
+    void FinishSingleChange(KL::ProcessControl& process, bool folderAdded, bool hierarchyChanged);
 
     LibPartSet* libParts = nullptr;
     FolderSet* folderSet = nullptr;

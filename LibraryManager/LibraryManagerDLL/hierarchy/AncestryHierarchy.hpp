@@ -1,18 +1,35 @@
 #pragma once
 
+#include "Paths.hpp"
+
+#include "KLRoot/ClassInfo.hpp"
 #include "KLRoot/KLExport.hpp"
 
 namespace LM {
 
-// The type tree of all parts, built from their ancestor chains after every enumeration. The
-// catalogue owns one for its whole life and hands it to the compiled script cache; the tree and
-// its questions are built on the path trees.
-class LM_EXPORT AncestryHierarchy {
+class AncestryInfo;
+class LibrarySet;
+
+// The type tree of all parts of one catalogue. Every symbol has one path: its ancestors, then its
+// own id; the node at the end is the symbol's ancestry id.
+class LM_EXPORT AncestryHierarchy : public Paths {
 public:
-    AncestryHierarchy();
-    ~AncestryHierarchy();
-    AncestryHierarchy(const AncestryHierarchy&) = delete;
-    AncestryHierarchy& operator=(const AncestryHierarchy&) = delete;
+    static const KL::ClassInfo classInfo;
+
+    explicit AncestryHierarchy(LibrarySet* librarySet);
+    ~AncestryHierarchy() override;
+
+    const KL::ClassInfo* GetClassInfo() const override;
+
+    // Brings the tree in line with the catalogue after it changed. Moving subtrees under present
+    // revisions and re-anchoring old parts come with the type tree's own work; until then the
+    // paths stay as the parts brought them.
+    void Build(bool conformAll);
+    // Every node of the path to `node` but the last, from the top.
+    int GetAncestryInfo(const TreeEntry* node, AncestryInfo* info) const;
+
+private:
+    LibrarySet* librarySet;
 };
 
 } // namespace LM
