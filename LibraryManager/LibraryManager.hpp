@@ -26,6 +26,7 @@
 #include "catalogue/LibrarySetModifier.hpp"
 #include "catalogue/LibrarySetObserver.hpp"
 #include "catalogue/Symbol.hpp"
+#include "containers/ContainerMount.hpp"
 #include "containers/LibraryContainerVFSOptions.hpp"
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "hierarchy/AncestryInfo.hpp"
@@ -39,3 +40,5 @@
 #include "services/FileTypeInitializer.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 #include "services/LibrarySetSingletonLP.hpp"
+#include "walking/LibraryCacheEntry.hpp"
+#include "walking/LibraryEnumerator.hpp"

@@ -69,13 +69,29 @@ TEST(StartUp, HostAddsEnumeratesReadsBackRemovesAndExits) {
     EXPECT_FALSE(set.IsVitalActiveLibrary(0));
     EXPECT_EQ(set.GetLibItemLibraryIndex(scratch.Location("Office/Chairs/readme.txt")), 0);
 
-    // The folder set always holds the three fixed folders, named by the start-up strings.
-    ASSERT_EQ(set.GetFolderNumber(), 3);
+    // The three fixed folders, named by the start-up strings, then each library's folders sorted
+    // by library and location; every text file is a part in its folder.
+    ASSERT_EQ(set.GetFolderNumber(), 6);
     EXPECT_EQ(set.GetFolderName(0, &name), 0);
     EXPECT_EQ(name, KL::UniString("Libraries"));
     EXPECT_EQ(set.GetFolderName(2, &name), 0);
     EXPECT_EQ(name, KL::UniString("Temporarily Missing"));
-    EXPECT_EQ(set.GetFolderName(3, &name), LM::LibPartFileError);
+    EXPECT_EQ(set.GetFolderName(3, &name), 0);
+    EXPECT_EQ(name, KL::UniString("Office"));
+    EXPECT_EQ(set.GetFolderName(4, &name), 0);
+    EXPECT_EQ(name, KL::UniString("Chairs"));
+    EXPECT_EQ(set.GetFolderParent(4), 3);
+    EXPECT_EQ(set.GetFolderActLibIndex(5), 1);
+    EXPECT_EQ(set.GetFolderName(6, &name), LM::LibPartFileError);
+    // Two files without an id and with one file name in two libraries: the first found stays and
+    // the second is reported as its duplicate.
+    ASSERT_EQ(set.GetLibPartNumber(), 1);
+    const LM::LibPart* chairsText = set.GetLibPart(LM::LibPartId(KL::NULLUnID, KL::UniString("readme.txt")));
+    ASSERT_NE(chairsText, nullptr);
+    EXPECT_EQ(chairsText->GetFolderIndex(), 4);
+    EXPECT_EQ(chairsText->GetDocumentName(), KL::UniString("readme"));
+    ASSERT_EQ(manager.GetLibraryErrorHandler()->GetNameDuplicates().GetSize(), 1U);
+    EXPECT_EQ(manager.GetLibraryErrorHandler()->GetNameDuplicates()[0].count, 2);
 
     EXPECT_EQ(manager.RemoveLibrary(process, scratch.Location("Office")), 0);
     EXPECT_EQ(ActiveLocations(set), (std::vector<IO::Location>{scratch.Location("Garden")}));

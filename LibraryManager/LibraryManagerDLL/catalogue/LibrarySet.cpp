@@ -10,6 +10,7 @@
 #include "lists/FolderSet.hpp"
 #include "lists/LibraryList.hpp"
 #include "services/LibraryManagerGlobals.hpp"
+#include "walking/LibraryEnumerator.hpp"
 
 #include "InputOutput/FileSystem.hpp"
 #include "InputOutput/Folder.hpp"
@@ -540,14 +541,27 @@ void LibrarySet::ReadVersionInformation(LibraryItem* item) const {
     item->SetCollapseLongBranches(collapse);
 }
 
-// The library walker stores every file of the library here, once it lands; until then a library
-// contributes nothing beyond its place in the active list.
-LibrarySet::WalkResult LibrarySet::WalkLibrary(KL::ProcessControl&, int, const IO::Folder&) { return {}; }
+// The library cache's part stream and validity list join the walk with the library cache; until
+// then every library is walked in full.
+LibrarySet::WalkResult LibrarySet::WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder) {
+    LibraryEnumerator walker(process, folder, this, index, nullptr, nullptr, GetLibPartNumber(),
+                             folderSet->GetFolderCount(), serverCollection);
+    WalkResult walk;
+    walk.result = walker.Do();
+    walk.partCount = walker.GetStoredPartCount();
+    walk.breakHonoured = walker.WasInterrupted();
+    return walk;
+}
 
 void LibrarySet::ReportWalkFailure(const IO::Folder& folder, int result) {
     const LibraryManagerCallBacks& callBacks = GetLibraryManagerCallBacks();
-    void (*report)(const IO::Folder&) =
-        result == WalkFailedWithCode ? callBacks.libraryWalkFailedWithCode : callBacks.libraryWalkFailed;
+    LongFilenameEnumerator longNames(folder);
+    longNames.Do();
+    void (*report)(const IO::Folder&) = callBacks.libraryWalkFailed;
+    if (longNames.IsLongFilenameFound())
+        report = callBacks.libraryPathTooLong;
+    else if (result == WalkFailedWithCode)
+        report = callBacks.libraryWalkFailedWithCode;
     if (report != nullptr)
         report(folder);
 }
