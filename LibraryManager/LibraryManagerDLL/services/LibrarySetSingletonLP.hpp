@@ -54,6 +54,7 @@ public:
     LibrarySet::Modifier GetModifier() { return LibrarySet::Modifier(librarySet); }
     // Null outside InitLibraryManager ... ExitLibraryManager.
     const LibrarySet* GetLibrarySet() const { return librarySet; }
+    LibrarySet* GetLibrarySet() { return librarySet; }
     FileServices* GetFileServices() const { return fileServices; }
     DefLibraryErrorHandler* GetLibraryErrorHandler() { return errorHandler; }
     const PublicIDs& GetPublicIDs() const { return publicIDs; }
