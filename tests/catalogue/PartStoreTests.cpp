@@ -1,0 +1,204 @@
+// The part store after enumeration: single stores and replacements, duplicates settled at store
+// time, deletions that promote a duplicate, dummies and their proxies, batches, and forwarders of
+// unknown ids.
+#include "support/Catalogue.hpp"
+
+#include <LibraryManager.hpp>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using testsupport::CatalogueTest;
+using testsupport::TestId;
+
+class PartStore : public CatalogueTest {
+protected:
+    PartStore() {
+        SavePart("Lib/Templates/Furniture.klm", TestId(1), "Furniture", {}, true);
+        SavePart("Lib/Objects/Chair.klm", TestId(2), "Chair", {TestId(1)});
+        AddLibrary("Lib");
+        EXPECT_EQ(Set().Enumerate(process), 0);
+    }
+
+    const LM::LibPart* Store(const IO::Location& location, bool preferNew = false,
+                             const LM::LibPart** duplicate = nullptr) {
+        return Set().StoreLibPart(process, location, -1, nullptr, nullptr, preferNew, duplicate);
+    }
+
+    std::vector<std::string> NamesInIndex() {
+        std::vector<std::string> names;
+        for (int n = 0; Set().GetSortedSymbolIndexByName(n) != -1; ++n)
+            names.push_back(Set().GetLibPartByIndex(Set().GetSortedSymbolIndexByName(n))->GetDocumentName().ToUTF8());
+        return names;
+    }
+};
+
+TEST_F(PartStore, SingleStoresKeepIndicesFoldersAndDuplicatesUpToDate) {
+    // A new part in a new folder: the folder is created, sorted in, and the index takes the part.
+    const IO::Location table = SavePart("Lib/Objects/Tables/Table.klm", TestId(3), "Table", {TestId(1)});
+    bool folderAdded = false;
+    const LM::LibPart* stored = Set().StoreLibPart(process, table, -1, nullptr, &folderAdded, false, nullptr);
+    ASSERT_NE(stored, nullptr);
+    EXPECT_TRUE(folderAdded);
+    EXPECT_EQ(FolderPath(stored->GetFolderIndex()), "Lib/Objects/Tables");
+    EXPECT_EQ(NamesInIndex(), (std::vector<std::string>{"Chair", "Furniture", "Table"}));
+    EXPECT_EQ(Set().GetLibPart(LM::LibPartId(TestId(3), KL::UniString())), stored);
+
+    // The same id again: the first stays, the newcomer lands in the duplicate store and is reported.
+    const IO::Location copy = SavePart("Lib/Objects/Table copy.klm", TestId(3), "Table");
+    const LM::LibPart* duplicate = nullptr;
+    EXPECT_EQ(Store(copy, false, &duplicate), stored);
+    ASSERT_NE(duplicate, nullptr);
+    EXPECT_EQ(duplicate->GetLocation(), copy);
+    EXPECT_EQ(stored->GetLocation(), table);
+    ASSERT_EQ(Reports().GetIdDuplicates().GetSize(), 1U);
+    EXPECT_EQ(Reports().GetIdDuplicates()[0].unId, TestId(3));
+
+    // Preferring the new one swaps them: the newcomer takes the first one's index.
+    const IO::Location third = SavePart("Lib/Objects/Table third.klm", TestId(3), "Table");
+    const int tableIndex = Set().GetIndexByLibPart(stored);
+    EXPECT_EQ(Store(third, true, &duplicate), stored);
+    EXPECT_EQ(Set().GetLibPartByIndex(tableIndex)->GetLocation(), third);
+    EXPECT_EQ(duplicate->GetLocation(), table);
+    EXPECT_EQ(Reports().GetIdDuplicates()[0].count, 3);
+
+    // Deleting the winner promotes a duplicate to a new slot at the end; the old slot is a hole.
+    const int before = Set().GetLibPartNumber();
+    Set().DeleteLibPart(process, Set().GetLibPartByIndex(tableIndex));
+    EXPECT_EQ(Set().GetLibPartByIndex(tableIndex)->GetState(), LM::LibPartStateDeleted);
+    ASSERT_EQ(Set().GetLibPartNumber(), before + 1);
+    const LM::LibPart* promoted = Set().GetLibPart(LM::LibPartId(TestId(3), KL::UniString()));
+    ASSERT_NE(promoted, nullptr);
+    EXPECT_EQ(Set().GetIndexByLibPart(promoted), before);
+    EXPECT_EQ(NamesInIndex(), (std::vector<std::string>{"Chair", "Furniture", "Table"}));
+    EXPECT_NE(promoted->GetAncestryId(), nullptr);
+    // The first duplicate found is promoted: the copy, which lost first.
+    EXPECT_EQ(promoted->GetLocation(), copy);
+    EXPECT_EQ(FolderPath(promoted->GetFolderIndex()), "Lib/Objects");
+
+    // A duplicate removed from the store leaves no report behind.
+    Set().DeleteDuplicateLibPart(table);
+    EXPECT_TRUE(Reports().GetIdDuplicates().IsEmpty());
+
+    // Files that are not wanted change nothing.
+    scratch.Write("Lib/Objects/data.bin", "bytes");
+    const int count = Set().GetLibPartNumber();
+    EXPECT_EQ(Store(scratch.Location("Lib/Objects/data.bin")), nullptr);
+    scratch.Write("Lib/Objects/.klm", "");
+    EXPECT_EQ(Store(scratch.Location("Lib/Objects/.klm")), nullptr);
+    scratch.Write("Elsewhere/x.txt", "text");
+    EXPECT_EQ(Store(scratch.Location("Elsewhere/x.txt")), nullptr);
+    EXPECT_EQ(Set().GetLibPartNumber(), count);
+}
+
+TEST_F(PartStore, StoringAKnownFileAgainReloadsItInPlace) {
+    const LM::LibPart* chair = Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString()));
+    ASSERT_NE(chair, nullptr);
+    const int index = Set().GetIndexByLibPart(chair);
+    SavePart("Lib/Objects/Chair.klm", TestId(2), "Armchair", {TestId(1)});
+    const LM::LibPart* reloaded = Store(scratch.Location("Lib/Objects/Chair.klm"));
+    ASSERT_EQ(reloaded, chair);
+    EXPECT_EQ(Set().GetIndexByLibPart(reloaded), index);
+    EXPECT_EQ(reloaded->GetDocumentName(), KL::UniString("Armchair"));
+    EXPECT_EQ(NamesInIndex(), (std::vector<std::string>{"Armchair", "Furniture"}));
+    ASSERT_NE(reloaded->GetAncestryId(), nullptr);
+    EXPECT_TRUE(Set().GetAncestryHierarchy()->IsNodeOnPath(reloaded->GetAncestryId(), TestId(1)));
+}
+
+TEST_F(PartStore, DummiesStandForMissingPartsAndPointToTheirAncestors) {
+    LM::AncestryInfo chain;
+    chain.Append(TestId(1));
+    const LM::LibPart* missing = Set().StoreDummyLibPart(process, KL::UniString("Sofa"), TestId(7),
+                                                        LM::GetSymbolFileGroup(), chain, false);
+    ASSERT_NE(missing, nullptr);
+    EXPECT_FALSE(missing->IsValid());
+    EXPECT_EQ(missing->GetFolderIndex(), LM::FolderSet::MissingFolder);
+    // Its proxy is the nearest present ancestor.
+    EXPECT_EQ(Set().GetSymbolProxy(missing), Set().GetLibPart(LM::LibPartId(TestId(1), KL::UniString())));
+    EXPECT_FALSE(Set().IsSymbolArchivable(missing));
+    EXPECT_EQ(Set().UpdateSymbolParameters(missing, Set().GetLibPart(LM::LibPartId(TestId(1), KL::UniString()))),
+              LM::InvalidPartError);
+
+    const LM::LibPart* later = Set().StoreDummyLibPart(process, KL::UniString("Stool"), TestId(8),
+                                                      LM::GetSymbolFileGroup(), LM::AncestryInfo(), true);
+    ASSERT_NE(later, nullptr);
+    EXPECT_EQ(later->GetFolderIndex(), LM::FolderSet::TemporarilyMissingFolder);
+    // Without ancestors a dummy stands for itself.
+    EXPECT_EQ(Set().GetSymbolProxy(later), later);
+    // Asking again refills the same record.
+    EXPECT_EQ(Set().StoreDummyLibPart(process, KL::UniString("Stool"), TestId(8), LM::GetSymbolFileGroup(),
+                                      LM::AncestryInfo(), false),
+              later);
+    EXPECT_EQ(later->GetFolderIndex(), LM::FolderSet::MissingFolder);
+    // A dummy of a type the catalogue does not store is refused, and dummies are never duplicates.
+    EXPECT_EQ(Set().StoreDummyLibPart(process, KL::UniString("X"), TestId(9), manager.GetPublicIDs().listSetupType,
+                                      LM::AncestryInfo(), false),
+              nullptr);
+    EXPECT_TRUE(Reports().GetIdDuplicates().IsEmpty());
+}
+
+TEST_F(PartStore, BatchesPutTheFinishingWorkOff) {
+    int rebuilds = 0;
+    const auto runs = [] {
+        const auto totals = KL::ProfilerStep::GetTotals();
+        const auto found = totals.find("RebuildTypeHierarchy");
+        return found == totals.end() ? std::uint64_t{0} : found->second.runs;
+    };
+    const std::uint64_t atStart = runs();
+    Set().StartBatchLibPartAdd();
+    for (int i = 0; i < 5; ++i) {
+        const std::string name = "Lib/New/Part" + std::to_string(i) + ".klm";
+        ASSERT_NE(Store(SavePart(name, TestId(100 + static_cast<std::uint32_t>(i)), name.c_str())), nullptr);
+    }
+    EXPECT_EQ(runs(), atStart);
+    Set().EndBatchLibPartAdd(process);
+    rebuilds = static_cast<int>(runs() - atStart);
+    EXPECT_EQ(rebuilds, 1);
+    // The folder made during the batch was sorted in at its end.
+    const LM::LibPart* first = Set().GetLibPart(LM::LibPartId(TestId(100), KL::UniString()));
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(FolderPath(first->GetFolderIndex()), "Lib/New");
+    EXPECT_EQ(NamesInIndex().size(), 7U);
+}
+
+TEST_F(PartStore, UnknownIdsGiveTheDocumentedDefaults) {
+    const LM::LibPartId unknown(TestId(55), KL::UniString("nothing"));
+    EXPECT_EQ(Set().GetFlags(unknown), 1U);
+    EXPECT_EQ(Set().GetFolderIndex(unknown), -1);
+    EXPECT_FALSE(Set().IsSymbol(unknown));
+    EXPECT_EQ(Set().GetSymbolFile(unknown), nullptr);
+    KL::UniString name("kept");
+    Set().GetDocumentName(unknown, &name);
+    EXPECT_EQ(name, KL::UniString("kept"));
+    Set().SetFlags(unknown, 7);
+    EXPECT_TRUE(Set().IsSameLibPart(unknown, LM::LibPartId(TestId(56), KL::UniString())));
+    EXPECT_TRUE(Set().IsEqualLibParts(unknown, LM::LibPartId(TestId(56), KL::UniString())));
+    const LM::LibPartId chair(TestId(2), KL::UniString());
+    EXPECT_FALSE(Set().IsEqualLibParts(unknown, chair));
+    EXPECT_TRUE(Set().IsValidLibPart(chair));
+
+    // Flags through the forwarders, and a mask cleared on every record.
+    Set().SetFlags(chair, 0x30);
+    Set().AddFlags(Set().GetLibPart(chair), 0x1);
+    EXPECT_EQ(Set().GetFlags(chair), 0x31U);
+    EXPECT_EQ(Set().ClearAllSymbolFlags(0x10), 0);
+    EXPECT_EQ(Set().GetFlags(chair), 0x21U);
+
+    // The null id finds the null part after every enumeration.
+    EXPECT_TRUE(Set().AlreadyQueriedLibPartId(LM::LibPartId()));
+    EXPECT_EQ(Set().GetLibPart(LM::LibPartId()), nullptr);
+    // A remembered search result leads to its part until the id table is reset.
+    const LM::LibPartId alias(KL::NULLUnID, KL::UniString("Old Chair Name"));
+    const bool first = true;
+    Set().AddIdToLibPartTable(alias, Set().GetLibPart(chair), &first, nullptr);
+    EXPECT_EQ(Set().GetLibPart(alias), Set().GetLibPart(chair));
+    Set().ResetIdToLibPartTable();
+    EXPECT_EQ(Set().GetLibPart(alias), nullptr);
+    EXPECT_NE(Set().GetLibPart(chair), nullptr);
+}
+
+} // namespace
