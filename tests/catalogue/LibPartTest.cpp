@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -228,6 +229,24 @@ TEST_F(LibPartRecord, CacheRecordKeepsTheFirstPlaceAndMovesFolders) {
     KL::MemoryIChannel again(bytes);
     ASSERT_EQ(moved.Read(again, 10, nullptr, nullptr), 0);
     EXPECT_EQ(moved.GetFolderIndex(), 13);
+
+    // A record of a lying cache: a folder at the top of the range wraps instead of overflowing,
+    // and a state byte no record can have is refused.
+    LM::LibPart wild;
+    wild.FillValid(chair, MainGuid, std::numeric_limits<std::int32_t>::max(), Symbols(), 0);
+    const std::vector<char> wildBytes = Written(wild, 0);
+    LM::LibPart wrapped;
+    KL::MemoryIChannel wildIn(wildBytes);
+    char** wildAncestry = nullptr;
+    ASSERT_EQ(wrapped.Read(wildIn, 3, &wildAncestry, nullptr), 0);
+    BMKillHandle(&wildAncestry);
+    EXPECT_EQ(wrapped.GetFolderIndex(), std::numeric_limits<std::int32_t>::min() + 2);
+    // The state byte follows the name (count and UTF-16 units) and the flags.
+    std::vector<char> badState = bytes;
+    badState.at(4 + 2 * part.GetDocumentName().GetLength() + 4) = 7;
+    LM::LibPart refused;
+    KL::MemoryIChannel badStateIn(badState);
+    EXPECT_EQ(refused.Read(badStateIn, 0, nullptr, nullptr), KL::ErrStreamFormat);
 
     // Every cut of the record fails cleanly.
     for (std::size_t size = 0; size < bytes.size(); size += 3) {

@@ -1,10 +1,12 @@
 #include "catalogue/LibPart.hpp"
 
+#include "lists/FolderItem.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 
 #include "InputOutput/File.hpp"
 #include "InputOutput/FileTypeManager.hpp"
 #include "InputOutput/Name.hpp"
+#include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/IChannel.hpp"
 #include "KLRoot/MemoryManager.hpp"
 #include "KLRoot/OChannel.hpp"
@@ -271,7 +273,7 @@ int LibPart::Write(KL::OChannel& channel, int folderOffset) const {
     // A part read from a temporary copy is remembered at its first place.
     if (int error = GetOrigLocation().Write(channel); error != 0)
         return error;
-    if (int error = channel.Write(static_cast<std::int32_t>(folderIndex - folderOffset)); error != 0)
+    if (int error = channel.Write(ShiftFolderIndex(folderIndex, -folderOffset)); error != 0)
         return error;
     if (int error = channel.Write(static_cast<std::int32_t>(modTime)); error != 0)
         return error;
@@ -296,13 +298,15 @@ int LibPart::Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandl
     std::int8_t readState = 0;
     if (int error = channel.Read(readState); error != 0)
         return error;
+    if (readState < LibPartStateValid || readState > LibPartStateDeleted)
+        return KL::ErrStreamFormat;
     state = static_cast<LibPartState>(readState);
     if (int error = location.Read(channel); error != 0)
         return error;
     std::int32_t storedFolder = 0;
     if (int error = channel.Read(storedFolder); error != 0)
         return error;
-    folderIndex = storedFolder + folderOffset;
+    folderIndex = ShiftFolderIndex(storedFolder, folderOffset);
     if (int error = channel.Read(modTime); error != 0)
         return error;
     bool hasSymbol = false;

@@ -14,12 +14,6 @@ constexpr std::int32_t FirstLibraryFolder = 3;
 constexpr KL::ClassVersion RelativeParentVersion{2, 0};
 constexpr KL::ClassVersion GuidVersion{2, 1};
 
-// Stored indices come from files; their sums wrap rather than overflow, and a wild parent is
-// caught by the index checks of whoever follows it.
-std::int32_t Shift(std::int32_t index, std::int32_t offset) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + static_cast<std::uint32_t>(offset));
-}
-
 } // namespace
 
 const KL::ClassInfo FolderItem::classInfo("LM::FolderItem", KL::Guid("003E6D08-AC5F-4196-9109-F6703BE0027F"), 2, 1);
@@ -41,7 +35,7 @@ int FolderItem::Write(KL::OChannel& channel, std::int32_t firstIndex) const {
     KL::OutputFrame frame(channel, classInfo);
     if (frame.GetStatus() != 0)
         return frame.GetStatus();
-    const std::int32_t storedParent = Shift(parent, parent < FirstLibraryFolder ? -FirstLibraryFolder : -firstIndex);
+    const std::int32_t storedParent = ShiftFolderIndex(parent, parent < FirstLibraryFolder ? -FirstLibraryFolder : -firstIndex);
     int error = channel.Write(storedParent);
     if (error == 0)
         error = channel.Write(actLibIndex);
@@ -69,7 +63,7 @@ int FolderItem::Read(KL::IChannel& channel, std::int32_t firstIndex) {
     const KL::ClassVersion version = frame.GetVersion();
     int error = channel.Read(parent);
     if (error == 0 && version >= RelativeParentVersion)
-        parent = Shift(parent, parent < 0 ? FirstLibraryFolder : firstIndex);
+        parent = ShiftFolderIndex(parent, parent < 0 ? FirstLibraryFolder : firstIndex);
     if (error == 0)
         error = channel.Read(actLibIndex);
     if (error == 0)

@@ -11,6 +11,13 @@
 
 namespace LM {
 
+// Moves a folder index stored relative to a block by the block's offset. Indices come from files:
+// the sum wraps rather than overflows, and a wild index is caught by the index checks of whoever
+// follows it.
+inline std::int32_t ShiftFolderIndex(std::int32_t index, std::int32_t offset) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + static_cast<std::uint32_t>(offset));
+}
+
 // One folder seen during enumeration. Its parent is an index into the same FolderSet, so an item
 // means something only together with the set it stands in.
 class LM_EXPORT FolderItem : public KL::Object {
