@@ -4,6 +4,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
@@ -23,8 +24,15 @@ KL::UnID PartId(int n) {
 // Parts in folders of a hundred, each below one of ten templates.
 class Library {
 public:
+    // LM_BENCH_LIBRARY names a folder to keep the library in between runs, for profiling the walk
+    // without the writing.
     Library() {
-        root = std::filesystem::temp_directory_path() / ("lm-enumerate-bench-" + std::to_string(::getpid()));
+        const char* kept = std::getenv("LM_BENCH_LIBRARY");
+        keep = kept != nullptr && *kept != 0;
+        root = keep ? std::filesystem::path(kept)
+                    : std::filesystem::temp_directory_path() / ("lm-enumerate-bench-" + std::to_string(::getpid()));
+        if (keep && std::filesystem::exists(root))
+            return;
         std::filesystem::create_directories(root);
         const std::u16string script(ScriptUnits, u'x');
         for (int i = 0; i < PartCount; ++i) {
@@ -44,9 +52,13 @@ public:
             part.Save(IO::Location((folder / ("Part " + std::to_string(i) + ".klm")).string()));
         }
     }
-    ~Library() { std::filesystem::remove_all(root); }
+    ~Library() {
+        if (!keep)
+            std::filesystem::remove_all(root);
+    }
 
     std::filesystem::path root;
+    bool keep = false;
 };
 
 Library& GetLibrary() {

@@ -149,10 +149,17 @@ int LocalFileEntry::GetCreationTime(TITime* time) const {
 }
 
 int LocalFileEntry::SetModificationTime(TITime time) {
-    return SetModification(path, time);
+    const int result = SetModification(path, time);
+    if (result == KL::NoError)
+        openModificationTime = time;
+    return result;
 }
 
 int LocalFileEntry::GetModificationTime(TITime* time) const {
+    if (time != nullptr && hasOpenFacts) {
+        *time = openModificationTime;
+        return KL::NoError;
+    }
     return time == nullptr ? KL::ErrParam : GetTimes(path, descriptor, nullptr, time);
 }
 
@@ -185,6 +192,13 @@ int LocalFileEntry::Open(OpenMode mode) {
         return LastError();
     writable = mode != ReadMode;
     position = 0;
+    hasOpenFacts = false;
+    struct stat info {};
+    if (!writable && fstat(descriptor, &info) == 0) {
+        hasOpenFacts = true;
+        openLength = static_cast<std::uint64_t>(info.st_size);
+        openModificationTime = TIFromUnixTime(info.st_mtim.tv_sec);
+    }
     return KL::NoError;
 }
 
@@ -260,6 +274,7 @@ int LocalFileEntry::Close() {
     const int result = close(descriptor);
     descriptor = -1;
     position = 0;
+    hasOpenFacts = false;
     return result == 0 ? KL::NoError : LastError();
 }
 
@@ -272,6 +287,10 @@ int LocalFileEntry::SetDataLength(std::uint64_t length) {
 int LocalFileEntry::GetDataLength(std::uint64_t* length) const {
     if (length == nullptr)
         return KL::ErrParam;
+    if (hasOpenFacts) {
+        *length = openLength;
+        return KL::NoError;
+    }
     struct stat info {};
     const int result = descriptor >= 0 ? fstat(descriptor, &info) : stat(path.c_str(), &info);
     if (result != 0)

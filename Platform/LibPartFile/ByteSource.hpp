@@ -21,6 +21,8 @@ public:
     virtual int ReadAt(std::uint64_t offset, void* dest, std::uint64_t size) = 0;
     virtual std::uint64_t GetLength() const = 0;
     virtual TITime GetModificationTime() const = 0;
+    // How many bytes from the start this visit holds in memory already; reads within them are free.
+    virtual std::uint64_t GetBufferedLength() const = 0;
 };
 
 class FileByteSource final : public ByteSource {
@@ -31,6 +33,7 @@ public:
     int ReadAt(std::uint64_t offset, void* dest, std::uint64_t size) override;
     std::uint64_t GetLength() const override { return length; }
     TITime GetModificationTime() const override { return modificationTime; }
+    std::uint64_t GetBufferedLength() const override { return prefix.size(); }
 
 private:
     // A visit that starts at the file's beginning takes this much in one read, so that header,
@@ -52,6 +55,7 @@ public:
     int ReadAt(std::uint64_t offset, void* dest, std::uint64_t size) override;
     std::uint64_t GetLength() const override { return bytes.size(); }
     TITime GetModificationTime() const override { return 0; }
+    std::uint64_t GetBufferedLength() const override { return bytes.size(); }
 
 private:
     std::vector<char> bytes;

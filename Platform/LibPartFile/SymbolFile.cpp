@@ -48,6 +48,18 @@ void SymbolFile::Open() {
         sections[i].info = directory[i].info;
         sections[i].offset = directory[i].offset;
     }
+    LoadBufferedCatalogueSections();
+}
+
+// A catalogue reads the ancestry and migration sections of every part it stores. When they lie in
+// the bytes the header read brought anyway, they are taken now: storing a part then opens its file
+// once. A section that fails here is left to be read, and to fail, when asked for.
+void SymbolFile::LoadBufferedCatalogueSections() {
+    for (Section& section : sections) {
+        const bool wanted = section.info.tag == Tags::Ancestry || section.info.tag == Tags::MigrationTable;
+        if (wanted && section.offset + section.info.size <= source->GetBufferedLength())
+            ReadSection(section);
+    }
 }
 
 void SymbolFile::SetFlag(std::uint32_t flag, bool on) {

@@ -90,6 +90,7 @@ private:
     };
 
     void Open();
+    void LoadBufferedCatalogueSections();
     void SetFlag(std::uint32_t flag, bool on);
     const Section* Find(SectionTag tag, std::uint16_t subIdent) const;
     Section* Find(SectionTag tag, std::uint16_t subIdent) {
