@@ -245,6 +245,23 @@ TEST(SymbolFile, SectionsReadAfterTheFileChangedFail) {
     EXPECT_EQ(opened.GetSectionDataRef(Extra, 1, &data), IO::NotFoundError);
 }
 
+// A catalogue reads the ancestry and migration table of every part it stores; they come with the
+// header read, so a part file is opened once. Other sections wait until they are asked for.
+TEST(SymbolFile, CatalogueSectionsComeWithTheHeader) {
+    ScratchFolder scratch;
+    LPF::SymbolFile part;
+    SetSection(part, LPF::Tags::Ancestry, 0, std::string(64, '\0'));
+    SetSection(part, Extra, 0, "later");
+    ASSERT_EQ(part.Save(scratch.Location("p.klm")), KL::NoError);
+
+    const LPF::SymbolFile opened(scratch.Location("p.klm"));
+    ASSERT_EQ(opened.GetStatus(), KL::NoError);
+    std::filesystem::remove(scratch.Path() / "p.klm");
+    EXPECT_EQ(SectionBytes(opened, LPF::Tags::Ancestry, 0), std::string(64, '\0'));
+    GSHandle data = nullptr;
+    EXPECT_EQ(opened.GetSectionDataRef(Extra, 0, &data), IO::NotFoundError);
+}
+
 TEST(SymbolFile, BigEndianPartsGiveTheirSectionsInHostOrder) {
     ScratchFolder scratch;
     ASSERT_EQ(InitLibPartFile("Default_Set"), KL::NoError);
