@@ -1,4 +1,5 @@
 // libmgr: the library manager's command-line tool.
+#include "CatalogueCommands.hpp"
 #include "CommandLine.hpp"
 #include "PartCommands.hpp"
 #include "SelfCheck.hpp"
@@ -23,7 +24,11 @@ void PrintUsage(std::ostream& out) {
            "Inspect, pack and author libraries of parametric parts.\n"
            "\n"
            "Commands:\n"
-           "  demo        run on the bundled sample library (for now: a self-check of the foundation)\n"
+           "  demo        enumerate the bundled sample library: summary, type tree, duplicates\n"
+           "  enumerate   enumerate libraries and print a summary\n"
+           "  list        list the parts of libraries\n"
+           "  duplicates  print the duplicate reports of libraries\n"
+           "  tree        print the type hierarchy of libraries\n"
            "  part        build a part file from its XML description, or dump one as XML\n"
            "  self-check  exercise the foundation libraries and report each check\n"
            "\n"
@@ -70,11 +75,21 @@ int main(int argc, char** argv) {
         std::cout << "libmgr " << LM::GetLibraryManagerVersion() << '\n';
         return ExitSuccess;
     }
-    if (command == "demo" || command == "self-check")
+    const libmgr::Arguments arguments{std::string(command), std::vector<std::string>(argv + 2, argv + argc)};
+    if (command == "self-check")
         return RunSelfCheckCommand(argc, argv, command);
+    if (command == "demo")
+        return libmgr::RunDemoCommand(arguments, LM_SAMPLE_LIBRARY_DIR);
+    if (command == "enumerate")
+        return libmgr::RunEnumerateCommand(arguments);
+    if (command == "list")
+        return libmgr::RunListCommand(arguments);
+    if (command == "duplicates")
+        return libmgr::RunDuplicatesCommand(arguments);
+    if (command == "tree")
+        return libmgr::RunTreeCommand(arguments);
     if (command == "part")
-        return libmgr::RunPartCommand(
-            libmgr::Arguments{"part", std::vector<std::string>(argv + 2, argv + argc)});
+        return libmgr::RunPartCommand(arguments);
     std::cerr << "libmgr: unknown command '" << command << "'; see 'libmgr --help'\n";
     return ExitUsage;
 }

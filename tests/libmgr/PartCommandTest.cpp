@@ -1,5 +1,6 @@
 // libmgr part build|dump as a library author runs them: the bundled sample library round trip, and
 // one clear line for every kind of damaged file.
+#include "libmgr/ToolRun.hpp"
 #include "support/ScratchFolder.hpp"
 
 #include <LibraryManager.hpp>
@@ -17,37 +18,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-struct ToolRun {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string ReadAll(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-std::string Quote(const std::string& text) {
-    std::string quoted = "'";
-    for (const char c : text)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
-ToolRun RunLibmgr(const testsupport::ScratchFolder& scratch, const std::vector<std::string>& arguments) {
-    std::string command = Quote(LM_LIBMGR_PATH);
-    for (const std::string& argument : arguments)
-        command += " " + Quote(argument);
-    const fs::path out = scratch.Path() / "stdout.txt";
-    const fs::path err = scratch.Path() / "stderr.txt";
-    command += " >" + Quote(out.string()) + " 2>" + Quote(err.string());
-    const int status = std::system(command.c_str());
-    return ToolRun{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
-}
+using testsupport::ReadAll;
+using testsupport::RunLibmgr;
+using testsupport::ToolRun;
 
 // Comments and white space between elements dropped, attributes sorted, no indentation.
 void SortAttributes(pugi::xml_node node) {

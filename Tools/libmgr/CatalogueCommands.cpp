@@ -1,0 +1,449 @@
+#include "CatalogueCommands.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <optional>
+#include <unistd.h>
+
+namespace libmgr {
+
+namespace {
+
+struct Options {
+    std::vector<std::string> libraries;
+    std::string type;
+    bool json = false;
+    bool quiet = false;
+};
+
+struct CommandHelp {
+    const char* usage;
+    const char* text;
+};
+
+// Shows the library being walked on a terminal, and nothing anywhere else.
+class TerminalProgress : public KL::ProcessControl {
+public:
+    explicit TerminalProgress(bool enabled) : enabled(enabled) {}
+    ~TerminalProgress() override { Clear(); }
+    bool BreakRequested() override {
+        // The walker asks once per 50 parts stored: a cheap moment to show that work goes on.
+        ++polls;
+        Show();
+        return false;
+    }
+    void Clear() {
+        if (enabled && shown)
+            std::cerr << "\r\x1b[K" << std::flush;
+        shown = false;
+    }
+
+protected:
+    void PhaseChanged() override {
+        polls = 0;
+        Show();
+    }
+
+private:
+    void Show() {
+        if (!enabled)
+            return;
+        std::cerr << "\r\x1b[Kenumerating " << GetPhaseText().ToUTF8() << "  " << polls * 50 << " parts"
+                  << std::flush;
+        shown = true;
+    }
+
+    bool enabled;
+    bool shown = false;
+    long polls = 0;
+};
+
+std::optional<Options> ParseOptions(const Arguments& arguments, bool takesType, int* exitCode) {
+    Options options;
+    const std::vector<std::string>& values = arguments.values;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::string& value = values[i];
+        if (value == "--json") {
+            options.json = true;
+        } else if (value == "-q" || value == "--quiet") {
+            options.quiet = true;
+        } else if (takesType && value == "--type") {
+            if (i + 1 == values.size()) {
+                *exitCode = Complain(arguments, "--type needs a type (part, script, image, text, xml, ...)", ExitUsage);
+                return std::nullopt;
+            }
+            options.type = values[++i];
+        } else if (value.starts_with("-")) {
+            *exitCode = Complain(arguments, "unknown option '" + value + "'", ExitUsage);
+            return std::nullopt;
+        } else {
+            options.libraries.push_back(value);
+        }
+    }
+    if (options.libraries.empty()) {
+        *exitCode = Complain(arguments, "which library? see 'libmgr " + arguments.command + " --help'", ExitUsage);
+        return std::nullopt;
+    }
+    return options;
+}
+
+// A started manager with the libraries of the command line enumerated.
+class Session {
+public:
+    // Returns an exit code; 0 when the catalogue stands.
+    int Open(const Arguments& arguments, const Options& options) {
+        for (const std::string& path : options.libraries) {
+            std::error_code error;
+            const std::optional<IO::Location> location = PathToLocation(path);
+            if (!location || !std::filesystem::exists(path, error))
+                return Complain(arguments, path + ": no such folder", ExitFailure);
+            if (!std::filesystem::is_directory(path, error))
+                return Complain(arguments, path + ": not a folder", ExitFailure);
+            libraries.Push(*location);
+        }
+        if (manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr) != 0)
+            return Complain(arguments, "the library manager did not start", ExitFailure);
+        TerminalProgress progress(!options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1);
+        const auto start = std::chrono::steady_clock::now();
+        manager.AddLibraries(progress, libraries);
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        progress.Clear();
+        return Set().IsEnumerated() ? ExitSuccess
+                                    : Complain(arguments, "the libraries could not be enumerated", ExitFailure);
+    }
+
+    LM::LibrarySet& Set() { return *manager.GetLibrarySet(); }
+    const LM::DefLibraryErrorHandler& Reports() { return *manager.GetLibraryErrorHandler(); }
+    const LM::PublicIDs& Ids() const { return manager.GetPublicIDs(); }
+    double GetSeconds() const { return seconds; }
+
+    // A place as "<library name>/<path inside it>", the way authors think of it.
+    std::string Display(const IO::Location& location) {
+        const int library = Set().GetLibItemLibraryIndex(location);
+        IO::Location libraryLocation;
+        if (library < 0 || Set().GetActiveLibraryLocation(library, &libraryLocation) != 0)
+            return location.ToString();
+        IO::Name libraryName;
+        libraryLocation.GetLastLocalName(&libraryName);
+        IO::RelativeLocation inside;
+        location.GetDifference(libraryLocation, &inside);
+        return inside.IsEmpty() ? libraryName.ToUTF8() : libraryName.ToUTF8() + "/" + inside.ToString();
+    }
+
+    std::string FolderDisplay(int folder) {
+        if (!Set().GetFolderSet()->IsValidIndex(folder))
+            return "";
+        if (folder < LM::FolderSet::FirstLibraryFolder) {
+            KL::UniString name;
+            Set().GetFolderName(folder, &name);
+            return name.ToUTF8();
+        }
+        IO::Location location;
+        Set().GetFolderSet()->GetLocation(folder, &location);
+        return Display(location);
+    }
+
+    // A short word for a part's type, for listings and --type.
+    std::string TypeWord(const LM::LibPart& part) const {
+        const FTM::GeneralID& type = part.GetGeneralFileType();
+        const LM::PublicIDs& ids = Ids();
+        if (type == ids.symbolGroup)
+            return "part";
+        if (type == ids.scriptType)
+            return "script";
+        if (type == ids.imageGroup)
+            return "image";
+        if (type == ids.textType)
+            return "text";
+        if (type == ids.xmlType)
+            return "xml";
+        if (type == ids.packageType)
+            return "package";
+        return "other";
+    }
+
+    std::string PartName(const KL::UnID& id) {
+        const LM::LibPart* part = Set().GetLibPart(LM::LibPartId(id, KL::UniString()));
+        return part != nullptr ? part->GetDocumentName().ToUTF8() : "";
+    }
+
+private:
+    LM::LibrarySetSingletonLP manager;
+    KL::Array<IO::Location> libraries;
+    double seconds = 0;
+};
+
+// Parses, opens the session and hands over; --help answers before anything runs.
+template <typename Work>
+int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help, bool takesType, Work work) {
+    if (arguments.WantsHelp()) {
+        std::cout << "Usage: libmgr " << help.usage << "\n\n" << help.text;
+        return ExitSuccess;
+    }
+    int exitCode = ExitSuccess;
+    const std::optional<Options> options = ParseOptions(arguments, takesType, &exitCode);
+    if (!options)
+        return exitCode;
+    Session session;
+    if (const int opened = session.Open(arguments, *options); opened != ExitSuccess)
+        return opened;
+    return work(session, *options);
+}
+
+struct Counts {
+    int parts = 0;
+    int valid = 0;
+    int dummies = 0;
+};
+
+Counts CountParts(Session& session) {
+    Counts counts;
+    for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+        const LM::LibPart* part = session.Set().GetLibPartByIndex(i);
+        if (part->GetState() == LM::LibPartStateDeleted)
+            continue;
+        ++counts.parts;
+        ++(part->IsValid() ? counts.valid : counts.dummies);
+    }
+    return counts;
+}
+
+std::size_t DuplicateCount(Session& session) {
+    const LM::DefLibraryErrorHandler& reports = session.Reports();
+    return reports.GetIdDuplicates().GetSize() + reports.GetNameDuplicates().GetSize() +
+           reports.GetRevisionConflicts().GetSize() + reports.GetSameNameDifferentContents().GetSize();
+}
+
+nlohmann::json SummaryJson(Session& session) {
+    const Counts counts = CountParts(session);
+    const LM::DefLibraryErrorHandler& reports = session.Reports();
+    return {{"libraries", session.Set().GetActiveLibraryNum()},
+            {"parts", counts.parts},
+            {"validParts", counts.valid},
+            {"dummyParts", counts.dummies},
+            {"folders", session.Set().GetFolderNumber() - LM::FolderSet::FirstLibraryFolder},
+            {"duplicates", DuplicateCount(session)},
+            {"duplicatesByKind",
+             {{"id", reports.GetIdDuplicates().GetSize()},
+              {"name", reports.GetNameDuplicates().GetSize()},
+              {"revisionConflicts", reports.GetRevisionConflicts().GetSize()},
+              {"sameNameDifferentContent", reports.GetSameNameDifferentContents().GetSize()}}},
+            {"seconds", session.GetSeconds()}};
+}
+
+void PrintSummary(Session& session, std::ostream& out) {
+    const nlohmann::json summary = SummaryJson(session);
+    const nlohmann::json& kinds = summary["duplicatesByKind"];
+    out << "libraries   " << summary["libraries"] << '\n'
+        << "parts       " << summary["parts"] << " (" << summary["validParts"] << " valid, " << summary["dummyParts"]
+        << " dummy)\n"
+        << "folders     " << summary["folders"] << '\n'
+        << "duplicates  " << kinds["id"] << " by id, " << kinds["name"] << " by name, " << kinds["revisionConflicts"]
+        << " revision conflicts, " << kinds["sameNameDifferentContent"] << " same name with different content\n"
+        << "time        " << std::fixed << std::setprecision(3) << session.GetSeconds() << " s\n";
+    out.unsetf(std::ios::floatfield);
+}
+
+nlohmann::json ReportJson(Session& session, const LM::DuplicateReport& report) {
+    nlohmann::json members = nlohmann::json::array();
+    for (std::size_t i = 0; i < report.locations.GetSize(); ++i)
+        members.push_back({{"name", report.names[i].ToUTF8()},
+                           {"location", report.locations[i].ToString()},
+                           {"display", session.Display(report.locations[i])},
+                           {"library", report.actLibIndices[i]}});
+    nlohmann::json json = {{"name", report.name.ToUTF8()}, {"members", members}};
+    if (!report.unId.IsNull()) {
+        json["mainGuid"] = report.unId.mainGuid.ToString();
+        json["revisionGuid"] = report.unId.revGuid.ToString();
+    }
+    return json;
+}
+
+nlohmann::json DuplicatesJson(Session& session) {
+    const LM::DefLibraryErrorHandler& reports = session.Reports();
+    const auto reportList = [&session](const LM::DefLibraryErrorHandler::Reports& list) {
+        nlohmann::json array = nlohmann::json::array();
+        for (const LM::DuplicateReport& report : list)
+            array.push_back(ReportJson(session, report));
+        return array;
+    };
+    nlohmann::json conflicts = nlohmann::json::array();
+    for (const KL::Array<LM::DuplicateReport>& revisions : reports.GetRevisionConflicts()) {
+        nlohmann::json conflict = {{"name", revisions[0].name.ToUTF8()},
+                                   {"mainGuid", revisions[0].unId.mainGuid.ToString()},
+                                   {"revisions", nlohmann::json::array()}};
+        for (const LM::DuplicateReport& revision : revisions)
+            conflict["revisions"].push_back(ReportJson(session, revision));
+        conflicts.push_back(conflict);
+    }
+    return {{"idDuplicates", reportList(reports.GetIdDuplicates())},
+            {"nameDuplicates", reportList(reports.GetNameDuplicates())},
+            {"revisionConflicts", conflicts},
+            {"sameNameDifferentContent", reportList(reports.GetSameNameDifferentContents())}};
+}
+
+// Of duplicates only the first member stays in the catalogue; `markKept` says so.
+void PrintMembers(const nlohmann::json& report, const char* indent, bool markKept, std::ostream& out) {
+    bool first = true;
+    for (const nlohmann::json& member : report["members"]) {
+        out << indent << member["display"].get<std::string>() << (first && markKept ? "   (kept)" : "") << '\n';
+        first = false;
+    }
+}
+
+void PrintDuplicates(Session& session, std::ostream& out) {
+    const nlohmann::json all = DuplicatesJson(session);
+    const auto printKind = [&out](const nlohmann::json& reports, const char* title, bool markKept) {
+        out << title << " (" << reports.size() << ")\n";
+        for (const nlohmann::json& report : reports) {
+            out << "  " << report["name"].get<std::string>();
+            if (report.contains("mainGuid"))
+                out << "  {" << report["mainGuid"].get<std::string>() << "}";
+            out << '\n';
+            PrintMembers(report, "    ", markKept, out);
+        }
+    };
+    printKind(all["idDuplicates"], "same id", true);
+    printKind(all["nameDuplicates"], "same name, no id", true);
+    out << "revision conflicts (" << all["revisionConflicts"].size() << ")\n";
+    for (const nlohmann::json& conflict : all["revisionConflicts"]) {
+        out << "  " << conflict["name"].get<std::string>() << "  {" << conflict["mainGuid"].get<std::string>()
+            << "}\n";
+        for (const nlohmann::json& revision : conflict["revisions"]) {
+            out << "    revision {" << revision["revisionGuid"].get<std::string>() << "}\n";
+            PrintMembers(revision, "      ", false, out);
+        }
+    }
+    printKind(all["sameNameDifferentContent"], "same name, different content", false);
+}
+
+void PrintTree(Session& session, std::ostream& out) {
+    KL::MemoryOChannel text;
+    session.Set().GetAncestryHierarchy()->Print(
+        &text,
+        [](void* userData, KL::OChannel& channel, const KL::UnID& id) {
+            const std::string name = static_cast<Session*>(userData)->PartName(id);
+            if (id.IsNull())
+                channel << "(parts without an id)";
+            else
+                channel << (name.empty() ? "(missing) {" + id.mainGuid.ToString() + "}" : name);
+        },
+        &session);
+    const std::vector<char> bytes = text.TakeData();
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+constexpr const char* LibraryArguments =
+    "Each LIB is a library folder; several are enumerated in order, and parts found first win.\n";
+
+} // namespace
+
+int RunEnumerateCommand(const Arguments& arguments) {
+    const CommandHelp help{"enumerate LIB... [--json] [-q]",
+                           "Enumerates the libraries and prints a summary: libraries, parts (valid and dummy),\n"
+                           "folders, duplicates by kind, and the time taken.\n\n"
+                           "  --json   one JSON object with libraries, parts, validParts, dummyParts, folders,\n"
+                           "           duplicates, duplicatesByKind and seconds\n"
+                           "  -q       no progress on the terminal\n\n"};
+    return RunOnCatalogue(arguments, help, false, [](Session& session, const Options& options) {
+        if (options.json)
+            std::cout << SummaryJson(session).dump(2) << '\n';
+        else
+            PrintSummary(session, std::cout);
+        return ExitSuccess;
+    });
+}
+
+int RunListCommand(const Arguments& arguments) {
+    const CommandHelp help{"list LIB... [--type T] [--json] [-q]",
+                           "Lists every part, one a line: name, file name, type, main and revision guid,\n"
+                           "valid or dummy, and folder, separated by tabs.\n\n"
+                           "  --type T   only parts of type T: part, script, image, text, xml, package, other\n"
+                           "  --json     an array of objects with name, file, location, type, mainGuid,\n"
+                           "             revisionGuid, valid and folder\n"
+                           "  -q         no progress on the terminal\n\n"};
+    return RunOnCatalogue(arguments, help, true, [](Session& session, const Options& options) {
+        nlohmann::json parts = nlohmann::json::array();
+        for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+            const LM::LibPart& part = *session.Set().GetLibPartByIndex(i);
+            if (part.GetState() == LM::LibPartStateDeleted)
+                continue;
+            const std::string type = session.TypeWord(part);
+            if (!options.type.empty() && options.type != type)
+                continue;
+            const KL::UnID id = part.GetOwnUnID();
+            parts.push_back({{"name", part.GetDocumentName().ToUTF8()},
+                             {"file", part.GetFileName().ToUTF8()},
+                             {"location", part.GetLocation().ToString()},
+                             {"type", type},
+                             {"mainGuid", id.mainGuid.ToString()},
+                             {"revisionGuid", id.revGuid.ToString()},
+                             {"valid", part.IsValid()},
+                             {"folder", session.FolderDisplay(part.GetFolderIndex())}});
+        }
+        if (options.json) {
+            std::cout << parts.dump(2) << '\n';
+            return ExitSuccess;
+        }
+        for (const nlohmann::json& part : parts)
+            std::cout << part["name"].get<std::string>() << '\t' << part["file"].get<std::string>() << '\t'
+                      << part["type"].get<std::string>() << '\t' << part["mainGuid"].get<std::string>() << '\t'
+                      << part["revisionGuid"].get<std::string>() << '\t'
+                      << (part["valid"].get<bool>() ? "valid" : "dummy") << '\t'
+                      << part["folder"].get<std::string>() << '\n';
+        return ExitSuccess;
+    });
+}
+
+int RunDuplicatesCommand(const Arguments& arguments) {
+    const CommandHelp help{"duplicates LIB... [--json] [-q]",
+                           "Prints the four kinds of duplicate reports: parts with the same id, parts without\n"
+                           "an id with the same file name, revisions of one part that conflict, and parts of\n"
+                           "one name whose ids differ. The part kept in the catalogue comes first.\n\n"
+                           "  --json   an object with idDuplicates, nameDuplicates, revisionConflicts and\n"
+                           "           sameNameDifferentContent\n"
+                           "  -q       no progress on the terminal\n\n"};
+    return RunOnCatalogue(arguments, help, false, [](Session& session, const Options& options) {
+        if (options.json)
+            std::cout << DuplicatesJson(session).dump(2) << '\n';
+        else
+            PrintDuplicates(session, std::cout);
+        return ExitSuccess;
+    });
+}
+
+int RunTreeCommand(const Arguments& arguments) {
+    const CommandHelp help{"tree LIB... [-q]",
+                           "Prints the type hierarchy of the parts as a tree; each node shows how many parts\n"
+                           "lie at or below it. Ancestors that no library holds show as (missing).\n\n"};
+    return RunOnCatalogue(arguments, help, false, [](Session& session, const Options&) {
+        PrintTree(session, std::cout);
+        return ExitSuccess;
+    });
+}
+
+int RunDemoCommand(const Arguments& arguments, const std::string& sampleLibrary) {
+    const CommandHelp help{"demo [LIB]",
+                           "Enumerates the bundled sample library (or LIB) and prints its summary, its type\n"
+                           "tree and its duplicates.\n\n"};
+    Arguments withLibrary = arguments;
+    if (std::none_of(arguments.values.begin(), arguments.values.end(),
+                     [](const std::string& value) { return !value.starts_with("-"); }))
+        withLibrary.values.push_back(sampleLibrary);
+    return RunOnCatalogue(withLibrary, help, false, [](Session& session, const Options&) {
+        std::cout << "== summary\n";
+        PrintSummary(session, std::cout);
+        std::cout << "\n== type tree\n";
+        PrintTree(session, std::cout);
+        std::cout << "\n== duplicates\n";
+        PrintDuplicates(session, std::cout);
+        return ExitSuccess;
+    });
+}
+
+} // namespace libmgr

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "CommandLine.hpp"
+
+namespace libmgr {
+
+// The commands that enumerate libraries and show the catalogue: demo, enumerate, list, duplicates
+// and tree. Each starts the manager as a host would, through the public interface only.
+int RunEnumerateCommand(const Arguments& arguments);
+int RunListCommand(const Arguments& arguments);
+int RunDuplicatesCommand(const Arguments& arguments);
+int RunTreeCommand(const Arguments& arguments);
+// `sampleLibrary` is the sample library's folder.
+int RunDemoCommand(const Arguments& arguments, const std::string& sampleLibrary);
+
+} // namespace libmgr

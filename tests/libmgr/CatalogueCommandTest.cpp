@@ -1,0 +1,116 @@
+// libmgr's catalogue commands as a host engineer or library author runs them: on the sample
+// library, with --json for scripts, and on paths that are not libraries.
+#include "libmgr/ToolRun.hpp"
+#include "support/ScratchFolder.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <set>
+#include <string>
+
+namespace {
+
+using testsupport::RunLibmgr;
+using testsupport::ScratchFolder;
+using testsupport::ToolRun;
+
+TEST(CatalogueCommands, EnumerateSummarisesTheSampleLibrary) {
+    ScratchFolder scratch;
+    const ToolRun text = RunLibmgr(scratch, {"enumerate", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(text.exitCode, 0) << text.err;
+    EXPECT_EQ(text.err, "");
+    EXPECT_NE(text.out.find("libraries   1\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("parts       36 (36 valid, 0 dummy)\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("duplicates  1 by id, 0 by name, 1 revision conflicts"), std::string::npos) << text.out;
+
+    const ToolRun json = RunLibmgr(scratch, {"enumerate", "--json", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    const nlohmann::json summary = nlohmann::json::parse(json.out);
+    EXPECT_EQ(summary["libraries"], 1);
+    EXPECT_EQ(summary["parts"], 36);
+    EXPECT_GT(summary["folders"].get<int>(), 10);
+    // Round Table by id; the two Lamp revisions conflict, and share a name with different ids.
+    EXPECT_EQ(summary["duplicates"], 3);
+    EXPECT_EQ(summary["duplicatesByKind"]["id"], 1);
+}
+
+TEST(CatalogueCommands, ListShowsEveryPartWithItsFields) {
+    ScratchFolder scratch;
+    const ToolRun json = RunLibmgr(scratch, {"list", "--json", "-q", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    const nlohmann::json parts = nlohmann::json::parse(json.out);
+    ASSERT_EQ(parts.size(), 36U);
+    std::set<std::string> types;
+    for (const nlohmann::json& part : parts) {
+        for (const char* field : {"name", "file", "location", "type", "mainGuid", "revisionGuid", "valid", "folder"})
+            EXPECT_TRUE(part.contains(field)) << field;
+        types.insert(part["type"].get<std::string>());
+    }
+    EXPECT_EQ(types, (std::set<std::string>{"part", "script", "image", "text"}));
+
+    const ToolRun scripts = RunLibmgr(scratch, {"list", "--type", "script", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(scripts.exitCode, 0) << scripts.err;
+    EXPECT_EQ(scripts.out.rfind("Shared Stair Rail\tShared Stair Rail.qdl\tscript\t", 0), 0U) << scripts.out;
+    EXPECT_EQ(std::count(scripts.out.begin(), scripts.out.end(), '\n'), 1);
+    EXPECT_NE(scripts.out.find("\tvalid\tlibrary/Macros\n"), std::string::npos) << scripts.out;
+}
+
+TEST(CatalogueCommands, DuplicatesTreeAndDemoShowWhatTheCatalogueFound) {
+    ScratchFolder scratch;
+    const ToolRun duplicates = RunLibmgr(scratch, {"duplicates", "--json", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(duplicates.exitCode, 0) << duplicates.err;
+    const nlohmann::json reports = nlohmann::json::parse(duplicates.out);
+    ASSERT_EQ(reports["idDuplicates"].size(), 1U);
+    EXPECT_EQ(reports["idDuplicates"][0]["name"], "Round Table");
+    EXPECT_EQ(reports["idDuplicates"][0]["members"].size(), 2U);
+    ASSERT_EQ(reports["revisionConflicts"].size(), 1U);
+    EXPECT_EQ(reports["revisionConflicts"][0]["revisions"].size(), 2U);
+
+    const ToolRun tree = RunLibmgr(scratch, {"tree", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(tree.exitCode, 0) << tree.err;
+    EXPECT_NE(tree.out.find("+---General Object"), std::string::npos) << tree.out;
+    EXPECT_NE(tree.out.find("    +---Furniture (14)\n"), std::string::npos) << tree.out;
+    EXPECT_NE(tree.out.find("    |   +---Chair (5)\n"), std::string::npos) << tree.out;
+
+    const ToolRun demo = RunLibmgr(scratch, {"demo"});
+    ASSERT_EQ(demo.exitCode, 0) << demo.err;
+    for (const char* heading : {"== summary\n", "== type tree\n", "== duplicates\n"})
+        EXPECT_NE(demo.out.find(heading), std::string::npos) << heading;
+}
+
+TEST(CatalogueCommands, BadLibrariesAndBadUsageGetOneClearLine) {
+    ScratchFolder scratch;
+    scratch.Write("file.txt", "not a folder");
+    const std::string missing = (scratch.Path() / "nowhere").string();
+    const ToolRun noFolder = RunLibmgr(scratch, {"enumerate", missing});
+    EXPECT_EQ(noFolder.exitCode, 1);
+    EXPECT_EQ(noFolder.out, "");
+    EXPECT_EQ(noFolder.err, "libmgr enumerate: " + missing + ": no such folder\n");
+
+    const std::string file = (scratch.Path() / "file.txt").string();
+    const ToolRun notFolder = RunLibmgr(scratch, {"list", file});
+    EXPECT_EQ(notFolder.exitCode, 1);
+    EXPECT_EQ(notFolder.err, "libmgr list: " + file + ": not a folder\n");
+
+    const ToolRun noLibrary = RunLibmgr(scratch, {"tree"});
+    EXPECT_EQ(noLibrary.exitCode, 2);
+    EXPECT_EQ(std::count(noLibrary.err.begin(), noLibrary.err.end(), '\n'), 1);
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "--colour", LM_SAMPLE_LIBRARY_DIR}).exitCode, 2);
+    EXPECT_EQ(RunLibmgr(scratch, {"frobnicate"}).exitCode, 2);
+
+    for (const char* command : {"enumerate", "list", "duplicates", "tree", "demo"}) {
+        const ToolRun help = RunLibmgr(scratch, {command, "--help"});
+        EXPECT_EQ(help.exitCode, 0) << command;
+        EXPECT_EQ(help.out.rfind(std::string("Usage: libmgr ") + command, 0), 0U) << help.out;
+    }
+
+    // Hostile parts inside a library are records, not failures of the tool.
+    scratch.Write("Lib/garbage.klm", std::string(300, '\x7f'));
+    scratch.Write("Lib/ok.txt", "fine");
+    const ToolRun hostile = RunLibmgr(scratch, {"enumerate", "--json", (scratch.Path() / "Lib").string()});
+    ASSERT_EQ(hostile.exitCode, 0) << hostile.err;
+    EXPECT_EQ(nlohmann::json::parse(hostile.out)["parts"], 2);
+}
+
+} // namespace
