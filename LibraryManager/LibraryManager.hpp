@@ -32,6 +32,7 @@
 #include "hierarchy/AncestryInfo.hpp"
 #include "lists/FolderItem.hpp"
 #include "lists/FolderSet.hpp"
+#include "lists/LibItemIterator.hpp"
 #include "lists/LibraryItem.hpp"
 #include "lists/LibraryList.hpp"
 #include "services/BinFileTypes.hpp"

@@ -357,16 +357,60 @@ void LibPartSet::RemoveFromSortedIndices(std::uint32_t index) {
     }
 }
 
-int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
-    // Records without a symbol sort first; among symbols the order is by KL::UnID.
-    const auto firstSymbol = std::partition_point(indexByUnId.begin(), indexByUnId.end(),
-                                                  [this](std::uint32_t i) { return !parts[i].IsSymbol(); });
-    const auto at = std::lower_bound(firstSymbol, indexByUnId.end(), unId, [this](std::uint32_t i, const KL::UnID& key) {
-        return parts[i].GetOwnUnID().Compare(key) < 0;
+namespace {
+
+// Records without a symbol sort first in the id and guid indices; symbols follow in key order.
+template <typename Key, typename KeyOf>
+LibPartSet::IndexRange SymbolKeyRange(const LibPartSet::IndexArray& index, const LibPartSet::PartTable& parts,
+                                      const Key& key, KeyOf keyOf) {
+    const auto firstSymbol =
+        std::partition_point(index.begin(), index.end(), [&](std::uint32_t i) { return !parts[i].IsSymbol(); });
+    const auto below = std::lower_bound(firstSymbol, index.end(), key, [&](std::uint32_t i, const Key& wanted) {
+        return keyOf(parts[i]).Compare(wanted) < 0;
     });
-    if (at == indexByUnId.end() || parts[*at].GetOwnUnID() != unId)
-        return -1;
-    return static_cast<int>(*at);
+    const auto above = std::upper_bound(below, index.end(), key, [&](const Key& wanted, std::uint32_t i) {
+        return wanted.Compare(keyOf(parts[i])) < 0;
+    });
+    return {below, above};
+}
+
+template <typename NameOf>
+LibPartSet::IndexRange TextRange(const LibPartSet::IndexArray& index, const LibPartSet::PartTable& parts,
+                                 const KL::UniString& text, NameOf nameOf) {
+    const auto below = std::lower_bound(index.begin(), index.end(), text, [&](std::uint32_t i, const KL::UniString& key) {
+        return CompareText(nameOf(parts[i]), key) < 0;
+    });
+    const auto above = std::upper_bound(below, index.end(), text, [&](const KL::UniString& key, std::uint32_t i) {
+        return CompareText(key, nameOf(parts[i])) < 0;
+    });
+    return {below, above};
+}
+
+} // namespace
+
+int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
+    const IndexRange range =
+        SymbolKeyRange(indexByUnId, parts, unId, [](const LibPart& part) { return part.GetOwnUnID(); });
+    return range.first == range.second ? -1 : static_cast<int>(*range.first);
+}
+
+int LibPartSet::FindIndexByGuid(const KL::Guid& guid) const {
+    const IndexRange range = SymbolKeyRange(indexByGuid, parts, guid, [](const LibPart& part) { return part.GetGuid(); });
+    return range.first == range.second ? -1 : static_cast<int>(*range.first);
+}
+
+LibPartSet::IndexRange LibPartSet::MainGuidRange(const KL::Guid& mainGuid) const {
+    return SymbolKeyRange(indexByUnId, parts, mainGuid, [](const LibPart& part) { return part.GetOwnUnID().mainGuid; });
+}
+
+LibPartSet::IndexRange LibPartSet::NameRange(const KL::UniString& name) const {
+    return TextRange(indexByName, parts, name, [](const LibPart& part) -> const KL::UniString& {
+        return part.GetDocumentName();
+    });
+}
+
+LibPartSet::IndexRange LibPartSet::FileNameRange(const KL::UniString& fileName) const {
+    return TextRange(indexByFileName, parts, fileName, [](const LibPart& part) { return part.GetFileName(); });
 }
 
 void LibPartSet::RemapFolderIndices(const std::vector<std::int32_t>& newIndex) {

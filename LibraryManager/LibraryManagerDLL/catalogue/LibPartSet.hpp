@@ -12,6 +12,7 @@
 #include "KLRoot/UniString.hpp"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 class MigrationTable;
@@ -52,6 +53,8 @@ public:
     using DuplicateTable = KL::HashTable<const LibPart*, KL::Array<DuplicateLibpartData>>;
     using RevisionTable = KL::HashTable<KL::Guid, KL::HashTable<KL::Guid, KL::Array<DuplicateLibpartData>>>;
 
+    // Which records a collecting search keeps.
+    enum SearchType { ValidRecords = 0, NotValidRecords = 1 };
     // How a record comes to be registered: just appended, or reloaded in its own slot.
     enum RegisterMode { AppendedRecord = 0, ReloadedRecord = 1 };
 
@@ -106,6 +109,12 @@ public:
     const IndexArray& GetIndexByGuid() const { return indexByGuid; }
     // A record of the symbol types with this own id, by binary search; -1 if none.
     int FindIndexByUnId(const KL::UnID& unId) const;
+    int FindIndexByGuid(const KL::Guid& guid) const;
+    // Equal ranges of the sorted indices, each found by binary search.
+    using IndexRange = std::pair<IndexArray::const_iterator, IndexArray::const_iterator>;
+    IndexRange NameRange(const KL::UniString& name) const;
+    IndexRange FileNameRange(const KL::UniString& fileName) const;
+    IndexRange MainGuidRange(const KL::Guid& mainGuid) const;
 
     // Follows a sort of the folder set: `newIndex[old]` for every folder. Records in the duplicate
     // store keep their stale index.

@@ -8,6 +8,7 @@
 #include "InputOutput/FileType.hpp"
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
+#include "KLRoot/PagedArray.hpp"
 #include "KLRoot/EventSource.hpp"
 #include "KLRoot/Guid.hpp"
 #include "KLRoot/KLExport.hpp"
@@ -45,6 +46,19 @@ public:
     using FileTypeList = KL::ArrayFB<FTM::GeneralID, 10>;
     using IModifier = ILibrarySetModifier;
     class Modifier;
+    // 1 also matches a part's first place (GetOrigLocation); any other value the current one.
+    using SearchMode = std::int32_t;
+    static constexpr SearchMode CurrentLocation = 0;
+    static constexpr SearchMode OrigLocationToo = 1;
+    // 0 takes the set's stored compatibility, 1 ends a search after its direct stage, any other
+    // value goes on through the dummy, migration and anyhow stages.
+    using LibPartSearchMode = std::int32_t;
+    // A part that declares it replaces a searched id, with its migration table entry.
+    struct MigrationLibPart {
+        const LibPart* libPart = nullptr;
+        bool flag = false;
+        std::int32_t rank = 0x7fffffff;
+    };
 
     LibrarySet(QdlBinCodesContainer* binCodes, ILibraryErrorHandler& errorHandler,
                IServerLibraryCollection* serverCollection, const FileTypeList& storable,
@@ -180,6 +194,54 @@ public:
     bool IsSymbolArchivable(const LibPart* part) const;
     bool IsSymbolArchivable(int index) const;
 
+    // ---- Searches. None reports anything: no match is null, -1 or 0. Names are compared with "/"
+    // read as ":", and without case.
+    const LibPart* SearchLibPart(const IO::Location& location, SearchMode mode) const;
+    const LibPart* SearchLibPartDocuName(const KL::UniString& name) const;
+    const LibPart* SearchLibPartDocuName(const KL::UniString& name, const FTM::GeneralID& type) const;
+    const LibPart* SearchDocuNameByAncestor(const KL::UniString& name, const KL::UnID& ancestor) const;
+    const LibPart* SearchSymbolByGuid(const KL::Guid& guid, int* index) const;
+    const LibPart* SearchLibPartFileName(const KL::UniString& fileName) const;
+    const LibPart* SearchLibPartFileName(const KL::UniString& fileName, const FTM::GeneralID& type) const;
+    // Valid records of exactly this id; dummies never.
+    const LibPart* SearchSymbolByUnID(const KL::UnID& unId, int* index) const;
+    // The exact id, then the main guid, then the name as document or file name.
+    const LibPart* SearchLibPartAnyhow(const KL::UnID& unId, const KL::UniString& name, bool* ambiguous) const;
+    const LibPart* SearchDummySymbol(const KL::UnID& unId, const KL::UniString* name, int* index) const;
+    const LibPart* SearchAnySymbolByMainID(const KL::UnID& unId, bool* ambiguous) const;
+    int SearchSymbolsByAncestor(const KL::UnID& ancestor, KL::Array<const LibPart*>& parts, bool placeableOnly) const;
+    unsigned SearchSymbolsByMainIDIdx(const KL::UnID& unId, KL::PagedArray<int, 8>* indices) const;
+    unsigned SearchSymbolsByMainID(const KL::UnID& unId, KL::PagedArray<const LibPart*, 8>* parts,
+                                   int searchType) const;
+    unsigned SearchDuplicateSymbolsByMainID(const KL::Guid& mainGuid, KL::PagedArray<const LibPart*, 8>* parts) const;
+    void SearchSymbolFileType(const FTM::GeneralID& type, KL::PagedArray<const LibPart*, 8>& parts) const;
+    // The parts that replace the id, those still in use first; the first of them.
+    const LibPart* SearchSymbolFromMigrationTable(const KL::UnID& unId, KL::Array<MigrationLibPart>* parts) const;
+    const LibPart* GetLibPartArrayFromMigrationGuidTable(const LibPartId& id, KL::Array<const LibPart*>* parts) const;
+    // The whole chain: direct, then dummy, migration and anyhow stages as the compatibility allows.
+    const LibPart* SearchLibPartComplex(const KL::UnID& unId, const KL::UniString& name, LibPartSearchMode mode,
+                                       bool* ambiguous, KL::Array<const LibPart*>* migrationParts,
+                                       bool* migrated) const;
+    const LibPart* SearchSymbolComplex(const KL::UnID& unId, const KL::UniString& name, LibPartSearchMode mode,
+                                       bool* ambiguous, KL::Array<const LibPart*>* migrationParts,
+                                       bool* migrated) const;
+    // The whole chain, remembering its answer under the id asked for.
+    const LibPart* GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous, bool* migrated,
+                                   bool doNotRemember, KL::Array<const LibPart*>* migrationParts);
+    bool IsSameLibPartByUnId(const KL::UnID& a, const KL::UnID& b) const;
+
+    // ---- Type questions, answered from the type tree.
+    // The ancestry test: `ancestor` is on the part's path above the part itself.
+    bool HasAncestor(const LibPart& part, const KL::UnID& ancestor) const;
+    // A part is of its own type and of every type above it.
+    bool IsSymbolTypeOf(const LibPart* part, const KL::UnID& type) const;
+    bool IsSymbolTypeOf(const LibPart* part, const LibPart* type) const;
+    bool IsSymbolTypeOf(const LibPartId& part, const LibPartId& type) const;
+    // The part's chain from the tree, with its template mark; -50 for a part outside the tree.
+    int GetSymbolAncestryInfo(const LibPart* part, AncestryInfo* info) const;
+    // Brings the chain of a part file that is not catalogued in line with the present revisions.
+    void RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, const LibPart** found) const;
+
     // ---- Per-part forwarders by id. For an unknown id a setter does nothing, an output keeps its
     // value, GetFolderIndex gives -1, GetFlags 1, the bool getters false and the pointers null.
     void GetDocumentName(const LibPartId& id, KL::UniString* name) const;
@@ -210,6 +272,7 @@ public:
     void SetOwnUnID(const LibPartId& id, const KL::UnID& unId);
     void SetProxy(const LibPartId& id, int proxy);
     void SetAncestryId(const LibPartId& id, Paths::TreeEntry* entry);
+    void SetAncestryId(const LibPart* part, Paths::TreeEntry* entry);
     void SetAsTemplate(const LibPartId& id, bool isTemplate);
     void SetPlaceable(const LibPartId& id, bool placeable);
     void SetArchivable(const LibPartId& id, bool archivable);
@@ -249,6 +312,18 @@ private:
     void ForgetSymbolState(LibPart& part);
     // Files and enters the duplicate that Unregister promoted; true when a folder was added.
     bool AdoptPromotedPart();
+    int SearchLibPartDocuNameIndex(const KL::UniString& name) const;
+    int SearchLibPartFileNameIndex(const KL::UniString& fileName) const;
+    int SearchSymbolByUnIDIndex(const KL::UnID& unId) const;
+    int SearchLibPartAnyhowIndex(const KL::UnID& unId, const KL::UniString& name, bool* ambiguous) const;
+    int SearchDummySymbolIndex(const KL::UnID& unId, const KL::UniString* name) const;
+    int SearchByMainGuidPreferringName(const KL::Guid& mainGuid, const KL::UniString& name, bool* ambiguous) const;
+    template <typename Append>
+    unsigned CollectByMainGuid(const KL::Guid& mainGuid, int searchType, Append append) const;
+    FTM::GeneralID AdjustedSearchType(const FTM::GeneralID& requested) const;
+    const LibPart* SearchByNameAndType(bool fileNames, const KL::UniString& name, const FTM::GeneralID& type) const;
+    const LibPart* SearchComplex(const KL::UnID& unId, const KL::UniString& name, LibpartSearchCompatibility compatibility,
+                                 bool* ambiguous, KL::Array<const LibPart*>* migrationParts, bool* migrated) const;
     // After a single change outside a walk: the finishing work now, or owed to the batch's end.
     void FinishSingleChange(KL::ProcessControl& process, bool folderAdded, bool hierarchyChanged);
 

@@ -214,6 +214,12 @@ void LibrarySet::SetAncestryId(const LibPartId& id, Paths::TreeEntry* entry) {
     WriteTo(MutablePart(id), [&](LibPart& part) { part.SetAncestryId(entry); });
 }
 
+// The type tree moves records it found by search, which hands out const records of this set.
+void LibrarySet::SetAncestryId(const LibPart* part, Paths::TreeEntry* entry) {
+    if (part != nullptr && GetIndexByLibPart(part) != -1)
+        const_cast<LibPart*>(part)->SetAncestryId(entry);
+}
+
 void LibrarySet::SetAsTemplate(const LibPartId& id, bool isTemplate) {
     WriteTo(MutablePart(id), [&](LibPart& part) { part.SetAsTemplate(isTemplate); });
 }

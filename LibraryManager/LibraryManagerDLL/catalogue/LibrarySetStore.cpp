@@ -21,13 +21,6 @@ namespace LM {
 
 namespace {
 
-KL::Array<KL::UnID> AncestorsOf(const AncestryInfo& info) {
-    KL::Array<KL::UnID> ids(info.GetAncestorsCount());
-    for (unsigned k = 1; k <= info.GetAncestorsCount(); ++k)
-        ids.Push(info.GetAncestorRef(k));
-    return ids;
-}
-
 bool MatchesAnyType(const KL::Array<FTM::GeneralID>& types, const IO::Location& location, FTM::GeneralID* id) {
     const FTM::FileTypeManager& manager = FTM::FileTypeManager::GetCurrent();
     for (const FTM::GeneralID& type : types) {
@@ -213,7 +206,7 @@ const LibPart* LibrarySet::StoreDummyLibPart(KL::ProcessControl& process, const 
     dummy->FillDummy(name, unId, folder, fileType, 0);
     libParts->AddOwnIds(dummy, true, false);
     if (fileType == GetSymbolFileGroup() && dummy->IsSymbol()) {
-        const KL::Array<KL::UnID> ancestors = AncestorsOf(ancestry);
+        const KL::Array<KL::UnID>& ancestors = ancestry.GetAncestors();
         dummy->SetAncestryId(
             hierarchy->AddPath(ancestors.GetContent(), static_cast<unsigned>(ancestors.GetSize()), unId));
         dummy->SetAsTemplate(ancestry.IsTemplate());
@@ -347,7 +340,7 @@ void LibrarySet::AddLibPartToAncestryHierarchy(LibPart* part, const char* const*
     }
     const KL::UnID own = part->GetOwnUnID();
     info.CheckAndFix(own);
-    const KL::Array<KL::UnID> ancestors = AncestorsOf(info);
+    const KL::Array<KL::UnID>& ancestors = info.GetAncestors();
     part->SetAncestryId(hierarchy->AddPath(ancestors.GetContent(), static_cast<unsigned>(ancestors.GetSize()), own));
     part->SetAsTemplate(info.IsTemplate());
 }

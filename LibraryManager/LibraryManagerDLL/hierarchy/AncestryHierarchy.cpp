@@ -1,10 +1,25 @@
 #include "hierarchy/AncestryHierarchy.hpp"
 
+#include "catalogue/LibPartSet.hpp"
+#include "catalogue/LibrarySet.hpp"
 #include "hierarchy/AncestryInfo.hpp"
+#include "lists/LibItemIterator.hpp"
+#include "services/LibraryManagerGlobals.hpp"
 
 #include <vector>
 
 namespace LM {
+
+namespace {
+
+bool IsPartFile(const LibPart& part) { return part.IsSymbol() && part.GetGeneralFileType() == GetSymbolFileGroup(); }
+
+bool Flag(const KL::HashTable<const LibPart*, bool>& flags, const LibPart* part) {
+    const bool* value = flags.GetPtr(part);
+    return value != nullptr && *value;
+}
+
+} // namespace
 
 const KL::ClassInfo AncestryHierarchy::classInfo("LM::AncestryHierarchy",
                                                  KL::Guid("0FA63CCD-E0CF-4F75-BE44-C3905969DFF5"), 2, 1);
@@ -14,8 +29,6 @@ AncestryHierarchy::AncestryHierarchy(LibrarySet* librarySet) : librarySet(librar
 AncestryHierarchy::~AncestryHierarchy() = default;
 
 const KL::ClassInfo* AncestryHierarchy::GetClassInfo() const { return &classInfo; }
-
-void AncestryHierarchy::Build(bool) {}
 
 int AncestryHierarchy::GetAncestryInfo(const TreeEntry* node, AncestryInfo* info) const {
     info->Clear();
@@ -27,6 +40,194 @@ int AncestryHierarchy::GetAncestryInfo(const TreeEntry* node, AncestryInfo* info
     for (unsigned i = 0; i + 1 < length; ++i)
         info->Append(ids[i]);
     return 0;
+}
+
+AncestryInfo AncestryHierarchy::PathOf(const LibPart* part) const {
+    AncestryInfo chain;
+    if (const TreeEntry* node = part->GetAncestryId())
+        GetAncestryInfo(node, &chain);
+    chain.Append(part->GetOwnUnID());
+    return chain;
+}
+
+// Breadth first from the top, so that a type is settled before the types below it.
+void AncestryHierarchy::Build(bool conformAll) {
+    if (GetRoot() == nullptr)
+        return;
+    PartFlags visited;
+    PartFlags moved;
+    EntryQueue work;
+    GetChildren(GetRoot(), &work);
+    while (!work.IsEmpty()) {
+        TreeEntry* entry = work.Pop();
+        const KL::UnID& id = entry->GetId();
+        if (id.IsNull())
+            continue; // old parts, re-anchored at the end
+        if (const LibPart* part = librarySet->SearchSymbolByUnID(id, nullptr)) {
+            visited.Put(part, true);
+            if (conformAll || Flag(moved, part))
+                ConformSymbolToNewHierarchyPosition(entry, part);
+            GetChildren(entry, &work);
+            continue;
+        }
+        KL::PagedArray<const LibPart*, 8> revisions;
+        if (GetSimilarUnIDIdxs(id, &revisions) == 0) {
+            // No revision of this type at all: the subtree stays where it is.
+            GetChildren(entry, &work);
+            continue;
+        }
+        const LibPart* present = revisions[0];
+        EntryQueue before;
+        GetChildren(present->GetAncestryId(), &before);
+        MoveSubtree(entry, present, &moved);
+        if (Flag(visited, present)) {
+            // The present revision was walked already: walk what just arrived under it.
+            EntryQueue after;
+            GetChildren(present->GetAncestryId(), &after);
+            PushDifference(&before, &after, &work);
+        }
+    }
+    BuildOldLibParts();
+}
+
+unsigned AncestryHierarchy::GetSimilarUnIDIdxs(const KL::UnID& id, KL::PagedArray<const LibPart*, 8>* parts) const {
+    parts->Clear();
+    const unsigned found = librarySet->SearchSymbolsByMainID(id, parts, LibPartSet::ValidRecords);
+    if (found == static_cast<unsigned>(-1) || found == 0)
+        return 0;
+    // The index holds one revision's records together, so equal neighbours are one revision.
+    unsigned distinct = found;
+    for (std::size_t i = 1; i < parts->GetSize(); ++i)
+        if ((*parts)[i]->GetOwnUnID() == (*parts)[i - 1]->GetOwnUnID())
+            --distinct;
+    return distinct;
+}
+
+KL::Array<const LibPart*> AncestryHierarchy::PartsEndingAt(const TreeEntry* end) const {
+    KL::Array<const LibPart*> parts;
+    if (GetPathReferenceCount(end) == 1) {
+        const KL::UnID& id = end->GetId();
+        const LibPart* part = librarySet->SearchSymbolByUnID(id, nullptr);
+        if (part == nullptr)
+            part = librarySet->SearchDummySymbol(id, nullptr, nullptr);
+        if (part != nullptr && IsPartFile(*part) && part->GetAncestryId() == end)
+            parts.Push(part);
+        return parts;
+    }
+    // Old parts share end nodes; only a scan finds them all.
+    for (int i = 0; i < librarySet->GetLibPartNumber(); ++i) {
+        const LibPart* part = librarySet->GetLibPartByIndex(i);
+        if (IsPartFile(*part) && part->GetAncestryId() == end)
+            parts.Push(part);
+    }
+    return parts;
+}
+
+void AncestryHierarchy::MoveSubtree(TreeEntry* entry, const LibPart* part, PartFlags* moved) {
+    const AncestryInfo chain = PathOf(part);
+    const unsigned depth = GetPathLength(entry) - 1;
+    EntryQueue ends;
+    GetPathEnds(entry, &ends);
+    for (TreeEntry* end : ends) {
+        // Collected before any path changes, since a replaced end node may be freed and reused.
+        for (const LibPart* mover : PartsEndingAt(end)) {
+            TreeEntry* newEnd = ReplaceAncestryPath(chain, depth, const_cast<TreeEntry*>(mover->GetAncestryId()));
+            moved->Put(mover, true);
+            librarySet->SetAncestryId(mover, newEnd);
+        }
+    }
+}
+
+Paths::TreeEntry* AncestryHierarchy::ReplaceAncestryPath(AncestryInfo chain, unsigned depth, TreeEntry* entry) {
+    const unsigned length = GetPathLength(entry);
+    std::vector<KL::UnID> old(length);
+    GetPath(entry, old.data());
+    for (unsigned i = depth + 1; i < length; ++i)
+        chain.Append(old[i]);
+    // A chain that would loop loses its tail here.
+    chain.CheckAndFix();
+    const KL::Array<KL::UnID>& ids = chain.GetAncestors();
+    return ReplacePath(entry, ids.GetContent(), static_cast<unsigned>(ids.GetSize()));
+}
+
+void AncestryHierarchy::ConformSymbolToNewHierarchyPosition(const TreeEntry* entry, const LibPart* part) {
+    const unsigned length = GetPathLength(entry);
+    const LibPart* ancestor = nullptr;
+    for (unsigned up = 1; up <= length && ancestor == nullptr; ++up) {
+        KL::UnID id;
+        GetPathNodeFromBack(entry, up, &id);
+        ancestor = librarySet->SearchSymbolByUnID(id, nullptr);
+    }
+    librarySet->UpdateSymbolParameters(part, ancestor);
+    // Compiled code keeps no ancestry marks in memory yet; once it does, the conformed part's
+    // marks are cleared here so that its code is checked again.
+}
+
+void AncestryHierarchy::PushDifference(EntryQueue* before, EntryQueue* after, EntryQueue* out) {
+    while (!before->IsEmpty()) {
+        TreeEntry* known = before->Pop();
+        while (!after->IsEmpty()) {
+            TreeEntry* next = after->Pop();
+            if (next == known)
+                break;
+            out->Push(next);
+        }
+    }
+    while (!after->IsEmpty())
+        out->Push(after->Pop());
+}
+
+// Old parts carry no id of their own, so Build cannot find them by it: each is anchored below the
+// nearest ancestor that is present in some revision.
+void AncestryHierarchy::BuildOldLibParts() {
+    for (LibItemIterator item(*librarySet, false); item != nullptr; ++item) {
+        const LibPart* part = item.Get();
+        TreeEntry* node = part->GetAncestryId();
+        if (!IsPartFile(*part) || node == nullptr || !part->GetOwnUnID().IsNull())
+            continue;
+        const LibPart* anchor = nullptr;
+        unsigned up = 1;
+        for (;; ++up) {
+            KL::UnID id;
+            GetPathNodeFromBack(node, up, &id);
+            // Above the top: nothing to anchor to, and nothing to take parameters from.
+            if (id.IsNull())
+                break;
+            if ((anchor = librarySet->SearchSymbolByUnID(id, nullptr)) != nullptr)
+                break;
+            KL::PagedArray<int, 8> indices;
+            const unsigned found = librarySet->SearchSymbolsByMainIDIdx(id, &indices);
+            if (found != 0 && found != static_cast<unsigned>(-1)) {
+                anchor = librarySet->GetLibPartByIndex(indices[0]);
+                // The path keeps the ids walked over, in the order of the walk upward.
+                AncestryInfo path = PathOf(anchor);
+                for (unsigned k = 2; k <= up; ++k) {
+                    KL::UnID walked;
+                    GetPathNodeFromBack(node, k, &walked);
+                    path.Append(walked);
+                }
+                path.Append(KL::UnID());
+                const KL::Array<KL::UnID>& ids = path.GetAncestors();
+                librarySet->SetAncestryId(part, ReplacePath(node, ids.GetContent(), static_cast<unsigned>(ids.GetSize())));
+                break;
+            }
+        }
+        if (anchor != nullptr)
+            librarySet->UpdateSymbolParameters(part, anchor);
+    }
+}
+
+int AncestryHierarchy::GetPreorderAncestryTreeWalk(KL::Array<const LibPart*>* parts) const {
+    EntryQueue ends;
+    if (GetRoot() != nullptr)
+        GetPathEnds(GetRoot(), &ends);
+    for (const TreeEntry* end : ends)
+        if (!end->GetId().IsNull())
+            parts->Push(librarySet->SearchSymbolByUnID(end->GetId(), nullptr));
+    for (LibItemIterator item(*librarySet, false); item != nullptr; ++item)
+        if (item.Get()->GetAncestryId() != nullptr && item.Get()->GetOwnUnID().IsNull())
+            parts->Push(item.Get());
+    return static_cast<int>(parts->GetSize());
 }
 
 } // namespace LM

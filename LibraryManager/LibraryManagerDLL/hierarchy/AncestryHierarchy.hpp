@@ -3,15 +3,21 @@
 #include "Paths.hpp"
 
 #include "KLRoot/ClassInfo.hpp"
+#include "KLRoot/HashTable.hpp"
 #include "KLRoot/KLExport.hpp"
+#include "KLRoot/PagedArray.hpp"
+#include "KLRoot/Queue.hpp"
 
 namespace LM {
 
 class AncestryInfo;
+class LibPart;
 class LibrarySet;
 
 // The type tree of all parts of one catalogue. Every symbol has one path: its ancestors, then its
-// own id; the node at the end is the symbol's ancestry id.
+// own id; the node at the end is the symbol's ancestry id. A new revision of a type keeps the main
+// guid and changes the revision guid, so parts saved against the old revision name an ancestor
+// that is gone; Build moves their subtrees under the revision that is present.
 class LM_EXPORT AncestryHierarchy : public Paths {
 public:
     static const KL::ClassInfo classInfo;
@@ -21,14 +27,30 @@ public:
 
     const KL::ClassInfo* GetClassInfo() const override;
 
-    // Brings the tree in line with the catalogue after it changed. Moving subtrees under present
-    // revisions and re-anchoring old parts come with the type tree's own work; until then the
-    // paths stay as the parts brought them.
+    // Brings the tree in line with the catalogue after it changed. With `conformAll` every part
+    // takes over the parameters of its nearest present ancestor; otherwise only the moved ones.
     void Build(bool conformAll);
     // Every node of the path to `node` but the last, from the top.
     int GetAncestryInfo(const TreeEntry* node, AncestryInfo* info) const;
+    // Every symbol with ancestors before descendants, old parts last; a node without a part gives
+    // a null element. Returns the element count.
+    int GetPreorderAncestryTreeWalk(KL::Array<const LibPart*>* parts) const;
 
 private:
+    using PartFlags = KL::HashTable<const LibPart*, bool>;
+    using EntryQueue = KL::Queue<TreeEntry*>;
+
+    void MoveSubtree(TreeEntry* entry, const LibPart* part, PartFlags* moved);
+    TreeEntry* ReplaceAncestryPath(AncestryInfo chain, unsigned depth, TreeEntry* entry);
+    void ConformSymbolToNewHierarchyPosition(const TreeEntry* entry, const LibPart* part);
+    unsigned GetSimilarUnIDIdxs(const KL::UnID& id, KL::PagedArray<const LibPart*, 8>* parts) const;
+    static void PushDifference(EntryQueue* before, EntryQueue* after, EntryQueue* out);
+    void BuildOldLibParts();
+    // The parts whose path ends at `end`, found without a scan when only one path ends there.
+    KL::Array<const LibPart*> PartsEndingAt(const TreeEntry* end) const;
+    // The part's chain from the tree with its own id appended.
+    AncestryInfo PathOf(const LibPart* part) const;
+
     LibrarySet* librarySet;
 };
 

@@ -34,6 +34,8 @@ public:
     bool IsAncestor(const KL::UnID& id) const;
     // 1-based, unchecked: index 1 is the root, GetAncestorsCount() the parent.
     const KL::UnID& GetAncestorRef(unsigned index) const { return ancestors[index - 1]; }
+    // Root first, parent last.
+    const KL::Array<KL::UnID>& GetAncestors() const { return ancestors; }
     int SetAncestor(unsigned index, const KL::UnID& id);
     // The nearest ancestor, or the null id for an empty chain.
     KL::UnID GetParentID() const;
