@@ -102,6 +102,31 @@ public:
         Record("compatibility");
     }
     LM::FolderSet* GetFolderSet() const override { return nullptr; }
+    // A list never reaches the store, the type tree or compiled code.
+    int ReloadQdlBinCodes() const override { return Record("reload code"); }
+    void RebuildTypeHierarchy(KL::ProcessControl&, bool) const override { Record("rebuild tree"); }
+    const LM::LibPart* GetSymbolAnyhow(const LM::LibPartId&, bool*, bool*, bool*, bool,
+                                       KL::Array<const LM::LibPart*>*) const override {
+        Record("search");
+        return nullptr;
+    }
+    const LM::LibPart* StoreLibPart(KL::ProcessControl&, const IO::Location&, int, const LM::LibPart*, bool*, bool,
+                                    const LM::LibPart**) const override {
+        Record("store");
+        return nullptr;
+    }
+    const LM::LibPart* StoreDummyLibPart(KL::ProcessControl&, const KL::UniString&, const KL::UnID&,
+                                         const FTM::GeneralID&, const LM::AncestryInfo&, bool) const override {
+        Record("store dummy");
+        return nullptr;
+    }
+    void DeleteLibPart(KL::ProcessControl&, const LM::LibPart*) const override { Record("delete"); }
+    void DeleteDuplicateLibPart(const IO::Location&) const override { Record("delete duplicate"); }
+    void ResetIdToLibPartTable() const override { Record("reset ids"); }
+    int ClearAllSymbolFlags(unsigned) const override { return Record("clear flags"); }
+    void SetValid(const LM::LibPartId&, bool) const override { Record("set valid"); }
+    int ClearAllQdlBinCodes() const override { return Record("clear code"); }
+    void SetTempLocationForLibPart(const LM::LibPart*, const IO::Location&) const override { Record("temp location"); }
 
     mutable std::vector<std::string> calls;
 

@@ -36,7 +36,6 @@ constexpr int WalkFailedWithCode = static_cast<int>(0x81010400);
 
 } // namespace
 
-ILibrarySetModifier::~ILibrarySetModifier() = default;
 IServerLibraryCollection::~IServerLibraryCollection() = default;
 
 LibrarySet::LibrarySet(QdlBinCodesContainer* binCodes, ILibraryErrorHandler& errorHandler,
@@ -617,52 +616,5 @@ void LibrarySet::EndBatchLibPartAdd(KL::ProcessControl& process) {
     if (std::exchange(batchDuplicatesDirty, false))
         UpdateDuplicateCounters();
 }
-
-// ---- Modifier
-
-int LibrarySet::Modifier::ResetActiveLibraries() const { return librarySet->ResetActiveLibraries(); }
-
-int LibrarySet::Modifier::AddActiveLibrary(const KL::UniString& url, LibraryMode mode, VitalMode vital) const {
-    return librarySet->AddActiveLibrary(url, mode, vital);
-}
-
-int LibrarySet::Modifier::AddActiveLibrary(KL::ProcessControl& process, const IO::Location& location,
-                                           LibraryMode mode, VitalMode vital, const KL::Guid& guid,
-                                           const KL::UniString& langCode, bool collapseLongBranches) const {
-    return librarySet->AddActiveLibrary(process, location, mode, vital, guid, langCode, collapseLongBranches);
-}
-
-int LibrarySet::Modifier::AddServerActiveLibrary(const IO::Location& location, const IO::Location& serverId,
-                                                 const IO::RelativeLocation& relLocation,
-                                                 const KL::UniString& srcLocation, std::int64_t version,
-                                                 int vital) const {
-    return librarySet->AddServerActiveLibrary(location, serverId, relLocation, srcLocation, version, vital);
-}
-
-int LibrarySet::Modifier::RemoveActiveLibrary(int index) const { return librarySet->RemoveActiveLibrary(index); }
-
-void LibrarySet::Modifier::AddStorableFileType(FTM::GeneralID type) const { librarySet->AddStorableFileType(type); }
-
-void LibrarySet::Modifier::StartBatchLibPartAdd() const { librarySet->StartBatchLibPartAdd(); }
-
-void LibrarySet::Modifier::EndBatchLibPartAdd(KL::ProcessControl& process) const {
-    librarySet->EndBatchLibPartAdd(process);
-}
-
-int LibrarySet::Modifier::SetActiveLibraryVersion(int index, std::int64_t version) const {
-    return librarySet->SetActiveLibraryVersion(index, version);
-}
-
-int LibrarySet::Modifier::Enumerate(KL::ProcessControl& process) const { return librarySet->Enumerate(process); }
-
-void LibrarySet::Modifier::Reset(KL::ProcessControl& process) const { librarySet->Reset(process); }
-
-void LibrarySet::Modifier::CleanUp() const { librarySet->CleanUp(); }
-
-void LibrarySet::Modifier::SetLibpartSearchCompatibility(LibpartSearchCompatibility compatibility) const {
-    librarySet->SetLibpartSearchCompatibility(compatibility);
-}
-
-FolderSet* LibrarySet::Modifier::GetFolderSet() const { return librarySet->GetFolderSet(); }
 
 } // namespace LM

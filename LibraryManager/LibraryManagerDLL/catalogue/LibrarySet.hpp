@@ -44,8 +44,13 @@ class QdlBinCodesContainer;
 class LM_EXPORT LibrarySet : public KL::EventSource {
 public:
     using FileTypeList = KL::ArrayFB<FTM::GeneralID, 10>;
+    using IThreadSafeModifier = ILibrarySetThreadSafeModifier;
+    using ISingleThreadedModifier = ILibrarySetSingleThreadedModifier;
     using IModifier = ILibrarySetModifier;
+    class ThreadSafeModifier;
+    class SingleThreadedModifier;
     class Modifier;
+    class AccessGuard;
     // 1 also matches a part's first place (GetOrigLocation); any other value the current one.
     using SearchMode = std::int32_t;
     static constexpr SearchMode CurrentLocation = 0;
@@ -67,6 +72,11 @@ public:
     ~LibrarySet() override;
     LibrarySet(const LibrarySet&) = delete;
     LibrarySet& operator=(const LibrarySet&) = delete;
+
+    // No thread check is made: the class of a modifier is the contract, not a run-time test. Kept so
+    // that hosts that switch checking on keep building.
+    static void EnableAccessCheck(bool enable);
+    void AccessCheck() const {}
 
     bool IsEnumerated() const { return isEnumerated; }
     bool IsInBatchLibPartAdd() const { return inBatch; }
@@ -190,6 +200,7 @@ public:
     int GetSortedSymbolIndexByName(int n) const;
     void SetTempLocationForLibPart(const LibPart* part, const IO::Location& location);
     void AddFlags(const LibPart* part, std::uint32_t bits);
+    void SetUserData(const LibPart* part, const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
     int ClearAllSymbolFlags(std::uint32_t mask);
     bool IsSymbolArchivable(const LibPart* part) const;
     bool IsSymbolArchivable(int index) const;
@@ -241,6 +252,13 @@ public:
     int GetSymbolAncestryInfo(const LibPart* part, AncestryInfo* info) const;
     // Brings the chain of a part file that is not catalogued in line with the present revisions.
     void RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, const LibPart** found) const;
+
+    // ---- Compiled code; any thread, under the bin code lock.
+    int GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, KL::ConstSharedPtr<BinCode>* code);
+    int SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, const KL::ConstSharedPtr<BinCode>& code);
+    void DeleteAncestryUpToDate(const LibPart* part);
+    int ClearAllQdlBinCodes();
+    int ReloadQdlBinCodes();
 
     // ---- Per-part forwarders by id. For an unknown id a setter does nothing, an output keeps its
     // value, GetFolderIndex gives -1, GetFlags 1, the bool getters false and the pointers null.
@@ -324,6 +342,8 @@ private:
     const LibPart* SearchByNameAndType(bool fileNames, const KL::UniString& name, const FTM::GeneralID& type) const;
     const LibPart* SearchComplex(const KL::UnID& unId, const KL::UniString& name, LibpartSearchCompatibility compatibility,
                                  bool* ambiguous, KL::Array<const LibPart*>* migrationParts, bool* migrated) const;
+    template <typename Change>
+    int ChangeAllQdlBinCodes(Change change);
     // After a single change outside a walk: the finishing work now, or owed to the batch's end.
     void FinishSingleChange(KL::ProcessControl& process, bool folderAdded, bool hierarchyChanged);
 
@@ -350,11 +370,51 @@ private:
     IServerLibraryCollection* serverCollection;
 };
 
-// The right to change everything in a set; handed out by the set's owner.
-class LM_EXPORT LibrarySet::Modifier : public ILibrarySetModifier {
+// The rights that any thread may use; handed out to the script engine's services.
+class LM_EXPORT LibrarySet::ThreadSafeModifier : public ILibrarySetThreadSafeModifier {
 public:
-    explicit Modifier(LibrarySet* librarySet) : librarySet(librarySet) {}
+    explicit ThreadSafeModifier(LibrarySet* librarySet) : librarySet(librarySet) {}
 
+    const LibrarySet* GetConstLibrarySet() const override { return librarySet; }
+    void SetUserData(const LibPart* part, const KL::Guid& client,
+                     const KL::ConstSharedPtr<SymbolUserData>& data) const override;
+    void SetUserData(const LibPartId& id, const KL::Guid& client,
+                     const KL::ConstSharedPtr<SymbolUserData>& data) const override;
+    void ClearUserData(const LibPartId& id) const override;
+    int SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
+                            const KL::ConstSharedPtr<BinCode>& code) const override;
+    int GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
+                            KL::ConstSharedPtr<BinCode>* code) const override;
+    void AddFlags(const LibPart* part, unsigned bits) const override;
+    void Attach(LibrarySetObserver& observer) override;
+    void Detach(LibrarySetObserver& observer) override;
+
+protected:
+    LibrarySet* librarySet;
+};
+
+// Adds the folder tree's view state, which belongs to the owner's thread.
+class LM_EXPORT LibrarySet::SingleThreadedModifier : public ThreadSafeModifier, public ILibrarySetSingleThreadedModifier {
+public:
+    explicit SingleThreadedModifier(LibrarySet* librarySet)
+        : ThreadSafeModifier(librarySet), singleThreadedSet(librarySet) {}
+
+    void AccessCheck() const {}
+    int GetFolderTreeItemId(int folder) const override;
+    bool GetFolderExpandState(int folder) const override;
+    int SetFolderExpandState(int folder, bool expanded) const override;
+    int SetFolderTreeItemId(int folder, int treeItemId) const override;
+
+private:
+    LibrarySet* singleThreadedSet;
+};
+
+// The right to change everything in a set; handed out by the set's owner.
+class LM_EXPORT LibrarySet::Modifier : public SingleThreadedModifier, public ILibrarySetModifier {
+public:
+    explicit Modifier(LibrarySet* librarySet) : SingleThreadedModifier(librarySet) {}
+
+    void AccessCheck() const {}
     int ResetActiveLibraries() const override;
     int AddActiveLibrary(const KL::UniString& url, LibraryMode mode, VitalMode vital) const override;
     int AddActiveLibrary(KL::ProcessControl& process, const IO::Location& location, LibraryMode mode, VitalMode vital,
@@ -364,17 +424,49 @@ public:
                                std::int64_t version, int vital) const override;
     int RemoveActiveLibrary(int index) const override;
     void AddStorableFileType(FTM::GeneralID type) const override;
+    int ReloadQdlBinCodes() const override;
     void StartBatchLibPartAdd() const override;
     void EndBatchLibPartAdd(KL::ProcessControl& process) const override;
+    void RebuildTypeHierarchy(KL::ProcessControl& process, bool conformAll) const override;
     int SetActiveLibraryVersion(int index, std::int64_t version) const override;
+    const LibPart* GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous, bool* migrated,
+                                   bool doNotRemember, KL::Array<const LibPart*>* migrationParts) const override;
+    const LibPart* StoreLibPart(KL::ProcessControl& process, const IO::Location& location, int folderIndex,
+                                const LibPart* oldPart, bool* folderAdded, bool preferNew,
+                                const LibPart** duplicate) const override;
+    const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name, const KL::UnID& unId,
+                                     const FTM::GeneralID& fileType, const AncestryInfo& ancestry,
+                                     bool temporarilyMissing) const override;
+    void DeleteLibPart(KL::ProcessControl& process, const LibPart* part) const override;
+    void DeleteDuplicateLibPart(const IO::Location& location) const override;
+    void ResetIdToLibPartTable() const override;
     int Enumerate(KL::ProcessControl& process) const override;
     void Reset(KL::ProcessControl& process) const override;
     void CleanUp() const override;
+    int ClearAllSymbolFlags(unsigned mask) const override;
+    void SetValid(const LibPartId& id, bool valid) const override;
     void SetLibpartSearchCompatibility(LibpartSearchCompatibility compatibility) const override;
+    int ClearAllQdlBinCodes() const override;
     FolderSet* GetFolderSet() const override;
+    void SetTempLocationForLibPart(const LibPart* part, const IO::Location& location) const override;
+};
+
+// Marks a span of read access on the stack. It takes no lock and checks no thread.
+class LM_EXPORT LibrarySet::AccessGuard {
+public:
+    explicit AccessGuard(const LibrarySet* librarySet) : librarySet(librarySet) { Add(); }
+    ~AccessGuard() { Remove(); }
+    AccessGuard(const AccessGuard&) = delete;
+    AccessGuard& operator=(const AccessGuard&) = delete;
+
+    std::int64_t GetCreatorThreadId() const { return creatorThreadId; }
 
 private:
-    LibrarySet* librarySet;
+    void Add() {}
+    void Remove() {}
+
+    const LibrarySet* librarySet;
+    std::int64_t creatorThreadId = 0;
 };
 
 } // namespace LM

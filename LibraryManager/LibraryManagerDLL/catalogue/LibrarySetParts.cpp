@@ -73,6 +73,12 @@ void LibrarySet::AddFlags(const LibPart* part, std::uint32_t bits) {
         const_cast<LibPart*>(part)->AddFlags(bits);
 }
 
+void LibrarySet::SetUserData(const LibPart* part, const KL::Guid& client,
+                             const KL::ConstSharedPtr<SymbolUserData>& data) {
+    if (part != nullptr)
+        const_cast<LibPart*>(part)->SetUserData(client, data);
+}
+
 int LibrarySet::ClearAllSymbolFlags(std::uint32_t mask) {
     if (libParts == nullptr)
         return LibPartFileError;

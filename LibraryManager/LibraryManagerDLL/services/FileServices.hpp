@@ -1,5 +1,6 @@
 #pragma once
 
+#include "catalogue/LibrarySet.hpp"
 #include "services/FileTypeIDs.hpp"
 
 #include "InputOutput/Location.hpp"
@@ -7,8 +8,6 @@
 #include "KLRoot/MemoryManager.hpp"
 
 namespace LM {
-
-class LibrarySet;
 
 // What the script engine asks of the catalogue: macros, pictures, parameters and compiled code
 // by name. Start-up creates one per catalogue and hands it to the host; it holds the catalogue,
@@ -25,6 +24,10 @@ public:
     FileServices& operator=(const FileServices&) = delete;
 
     LibrarySet* GetLibrarySet() const { return librarySet; }
+    // Script threads get no more than this from the catalogue.
+    LibrarySet::ThreadSafeModifier GetLibSetThreadSafeModifier() const {
+        return LibrarySet::ThreadSafeModifier(librarySet);
+    }
     const IO::Location& GetDataFolder() const { return dataFolder; }
     const FileTypeIDS& GetFileTypeIDs() const { return fileTypes; }
     GSHandle GetVariables() const { return variables.Get(); }
