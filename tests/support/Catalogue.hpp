@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,8 @@ protected:
 
     // A part file with an own id, a document name and an ancestry chain.
     IO::Location SavePart(const std::string& relative, const KL::UnID& id, const char* documentName,
-                          std::initializer_list<KL::UnID> ancestors = {}, bool isTemplate = false) {
+                          std::initializer_list<KL::UnID> ancestors = {}, bool isTemplate = false,
+                          const std::function<void(LPF::SymbolFile&)>& adjust = {}) {
         LPF::SymbolFile file;
         file.SetOwnUnID(id);
         file.SetPlaceable(!isTemplate);
@@ -52,6 +54,8 @@ protected:
         if (isTemplate)
             chain.MarkAsTemplate();
         EXPECT_EQ(file.SetSectionDataRef(LPF::Tags::Ancestry, 0, chain.GetAncestrySection(), true, -1), 0);
+        if (adjust)
+            adjust(file);
         scratch.Write(relative, "");
         EXPECT_EQ(file.Save(scratch.Location(relative)), 0);
         return scratch.Location(relative);

@@ -323,7 +323,8 @@ const LibPart* LibrarySet::GetLibPartArrayFromMigrationGuidTable(const LibPartId
 const LibPart* LibrarySet::SearchComplex(const KL::UnID& unId, const KL::UniString& name,
                                          LibpartSearchCompatibility compatibility, bool* ambiguous,
                                          KL::Array<const LibPart*>* migrationParts, bool* migrated) const {
-    *ambiguous = false;
+    // A caller's stale `migrated` must not end the chain early.
+    *ambiguous = *migrated = false;
     const LibPart* found = nullptr;
     if (unId.IsNull()) {
         found = SearchLibPartDocuName(name);
