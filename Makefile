@@ -1,12 +1,13 @@
 # Entry points for a fresh machine: `make demo` and `make test`.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps fuzz-deps build demo test check-asan fuzz bench format clean
+.PHONY: all deps fuzz-deps build demo test check-asan check-tsan fuzz bench format clean
 
 all: build
 
@@ -35,6 +36,15 @@ check-asan: deps $(ASAN_BUILD)/build.ninja
 	    ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 	$(MAKE) fuzz
 
+$(TSAN_BUILD)/build.ninja: | deps
+	cmake -S . -B $(TSAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLM_SANITIZE=thread \
+	    -DLM_WARNINGS_AS_ERRORS=ON -DLM_BUILD_BENCH=OFF $(CMAKE_ARGS)
+
+# The whole suite under ThreadSanitizer; the script threads' operations have a test of their own.
+check-tsan: deps $(TSAN_BUILD)/build.ninja
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS)
+
 fuzz-deps:
 	@LM_SANITIZE_DEPS=1 scripts/install-deps
 
@@ -60,4 +70,4 @@ format:
 	git ls-files -z '*.cpp' '*.hpp' | xargs -0 clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

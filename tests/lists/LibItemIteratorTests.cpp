@@ -1,0 +1,118 @@
+// Walks over a catalogue: orders, filters, start parts, both directions, dummies and deleted slots.
+#include "support/Catalogue.hpp"
+
+#include <LibraryManager.hpp>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using testsupport::CatalogueTest;
+using testsupport::TestId;
+
+// Only parts whose document name starts with the letter given.
+class StartsWith : public LM::ILibItemCriteria {
+public:
+    explicit StartsWith(char letter) : letter(letter) {}
+    bool operator()(const LM::LibrarySet& set, int index) const override {
+        return set.GetLibPartByIndex(index)->GetDocumentName().ToUTF8().rfind(letter, 0) == 0;
+    }
+
+private:
+    char letter;
+};
+
+class Iteration : public CatalogueTest {
+protected:
+    Iteration() {
+        // Stored in walk order: Bench, Chair, Armchair (folders by name, then files by name).
+        SavePart("Lib/A/Bench.klm", TestId(1), "Bench");
+        SavePart("Lib/A/Chair.klm", TestId(2), "Chair");
+        SavePart("Lib/B/Armchair.klm", TestId(3), "Armchair");
+        AddLibrary("Lib");
+        EXPECT_EQ(Set().Enumerate(process), 0);
+        ghost = Set().StoreDummyLibPart(process, KL::UniString("Ghost"), TestId(9), LM::GetSymbolFileGroup(),
+                                        LM::AncestryInfo(), false);
+    }
+
+    const LM::LibPart* Named(const char* name) { return Set().SearchLibPartDocuName(KL::UniString(name)); }
+
+    template <typename Iterator, typename Step>
+    static std::string Walk(Iterator& it, Step step) {
+        std::string names;
+        for (; it != nullptr; step(it))
+            names += (names.empty() ? "" : ",") + it->GetDocumentName().ToUTF8();
+        return names;
+    }
+    static std::string Forward(LM::LibItemIterator& it) {
+        return Walk(it, [](LM::LibItemIterator& i) { ++i; });
+    }
+    static std::string Backward(LM::LibItemReverseIterator& it) {
+        return Walk(it, [](LM::LibItemReverseIterator& i) { --i; });
+    }
+
+    const LM::LibPart* ghost = nullptr;
+};
+
+TEST_F(Iteration, ForwardInCatalogueAndNameOrderFromAStartPart) {
+    LM::LibItemIterator all(Set(), false);
+    EXPECT_EQ(Forward(all), "Bench,Chair,Armchair,Ghost");
+    LM::LibItemIterator valid(Set(), LM::LibItemIterator::ValidItemsOnly);
+    EXPECT_EQ(Forward(valid), "Bench,Chair,Armchair");
+
+    const LM::LibItemOrderByName byName;
+    LM::LibItemIterator named(Set(), byName, LM::LibItemIterator::AllItems);
+    EXPECT_EQ(Forward(named), "Armchair,Bench,Chair,Ghost");
+    // A walk with a start part begins behind it; behind the last there is nothing.
+    LM::LibItemIterator afterBench(Set(), byName, LM::LibItemIterator::ValidItemsOnly, Named("Bench"));
+    EXPECT_EQ(Forward(afterBench), "Chair");
+    LM::LibItemIterator afterLast(Set(), LM::LibItemIterator::AllItems, ghost);
+    EXPECT_EQ(afterLast.Get(), nullptr);
+    ++afterLast;
+    EXPECT_EQ(afterLast.Get(), nullptr);
+
+    // A part of another catalogue is no start part: the walk begins at the first position.
+    LM::LibrarySetSingletonLP other;
+    ASSERT_EQ(other.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr), 0);
+    LM::LibItemIterator foreignStart(*other.GetLibrarySet(), LM::LibItemIterator::AllItems, Named("Chair"));
+    EXPECT_EQ(foreignStart.Get(), nullptr);
+    LM::LibItemIterator strangerInHere(Set(), LM::LibItemIterator::AllItems, Set().GetLibPartByIndex(99));
+    EXPECT_EQ(Forward(strangerInHere), "Bench,Chair,Armchair,Ghost");
+}
+
+TEST_F(Iteration, FiltersDeletedSlotsAndTheReverseWalk) {
+    const StartsWith letterA('A');
+    LM::LibItemIterator onlyA(Set(), letterA, LM::LibItemIterator::AllItems);
+    EXPECT_EQ(Forward(onlyA), "Armchair");
+    const StartsWith none('Z');
+    LM::LibItemIterator refused(Set(), none, LM::LibItemIterator::AllItems);
+    EXPECT_EQ(refused.Get(), nullptr);
+
+    LM::LibItemReverseIterator back(Set(), LM::LibItemReverseIterator::AllItems);
+    EXPECT_EQ(Backward(back), "Ghost,Armchair,Chair,Bench");
+    LM::LibItemReverseIterator beforeArmchair(Set(), LM::LibItemReverseIterator::ValidItemsOnly, Named("Armchair"));
+    EXPECT_EQ(Backward(beforeArmchair), "Chair,Bench");
+    const LM::LibItemOrderByName byName;
+    LM::LibItemReverseIterator namedBack(Set(), byName, letterA, LM::LibItemReverseIterator::AllItems);
+    EXPECT_EQ(Backward(namedBack), "Armchair");
+
+    // A deleted slot keeps its index but is never visited, whatever the filter.
+    Set().DeleteLibPart(process, Named("Chair"));
+    LM::LibItemIterator after(Set(), false);
+    EXPECT_EQ(Forward(after), "Bench,Armchair,Ghost");
+    LM::LibItemReverseIterator afterBack(Set(), byName, LM::LibItemReverseIterator::AllItems);
+    EXPECT_EQ(Backward(afterBack), "Ghost,Bench,Armchair");
+}
+
+TEST_F(Iteration, AnEmptyCatalogueEndsAtOnce) {
+    ASSERT_EQ(Set().ResetActiveLibraries(), 0);
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    LM::LibItemIterator forward(Set(), false);
+    EXPECT_TRUE(forward == nullptr);
+    LM::LibItemReverseIterator backward(Set(), LM::LibItemReverseIterator::AllItems);
+    EXPECT_TRUE(backward == nullptr);
+}
+
+} // namespace
