@@ -1,199 +1,15 @@
 #include "CatalogueCommands.hpp"
+#include "CatalogueSession.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
 #include <iomanip>
 #include <iostream>
-#include <optional>
-#include <unistd.h>
 
 namespace libmgr {
 
 namespace {
-
-struct Options {
-    std::vector<std::string> libraries;
-    std::string type;
-    bool json = false;
-    bool quiet = false;
-};
-
-struct CommandHelp {
-    const char* usage;
-    const char* text;
-};
-
-// Shows the library being walked on a terminal, and nothing anywhere else.
-class TerminalProgress : public KL::ProcessControl {
-public:
-    explicit TerminalProgress(bool enabled) : enabled(enabled) {}
-    ~TerminalProgress() override { Clear(); }
-    bool BreakRequested() override {
-        // The walker asks once per 50 parts stored: a cheap moment to show that work goes on.
-        ++polls;
-        Show();
-        return false;
-    }
-    void Clear() {
-        if (enabled && shown)
-            std::cerr << "\r\x1b[K" << std::flush;
-        shown = false;
-    }
-
-protected:
-    void PhaseChanged() override {
-        polls = 0;
-        Show();
-    }
-
-private:
-    void Show() {
-        if (!enabled)
-            return;
-        std::cerr << "\r\x1b[Kenumerating " << GetPhaseText().ToUTF8() << "  " << polls * 50 << " parts"
-                  << std::flush;
-        shown = true;
-    }
-
-    bool enabled;
-    bool shown = false;
-    long polls = 0;
-};
-
-std::optional<Options> ParseOptions(const Arguments& arguments, bool takesType, int* exitCode) {
-    Options options;
-    const std::vector<std::string>& values = arguments.values;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const std::string& value = values[i];
-        if (value == "--json") {
-            options.json = true;
-        } else if (value == "-q" || value == "--quiet") {
-            options.quiet = true;
-        } else if (takesType && value == "--type") {
-            if (i + 1 == values.size()) {
-                *exitCode = Complain(arguments, "--type needs a type (part, script, image, text, xml, ...)", ExitUsage);
-                return std::nullopt;
-            }
-            options.type = values[++i];
-        } else if (value.starts_with("-")) {
-            *exitCode = Complain(arguments, "unknown option '" + value + "'", ExitUsage);
-            return std::nullopt;
-        } else {
-            options.libraries.push_back(value);
-        }
-    }
-    if (options.libraries.empty()) {
-        *exitCode = Complain(arguments, "which library? see 'libmgr " + arguments.command + " --help'", ExitUsage);
-        return std::nullopt;
-    }
-    return options;
-}
-
-// A started manager with the libraries of the command line enumerated.
-class Session {
-public:
-    // Returns an exit code; 0 when the catalogue stands.
-    int Open(const Arguments& arguments, const Options& options) {
-        for (const std::string& path : options.libraries) {
-            std::error_code error;
-            const std::optional<IO::Location> location = PathToLocation(path);
-            if (!location || !std::filesystem::exists(path, error))
-                return Complain(arguments, path + ": no such folder", ExitFailure);
-            if (!std::filesystem::is_directory(path, error))
-                return Complain(arguments, path + ": not a folder", ExitFailure);
-            libraries.Push(*location);
-        }
-        if (manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr) != 0)
-            return Complain(arguments, "the library manager did not start", ExitFailure);
-        TerminalProgress progress(!options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1);
-        const auto start = std::chrono::steady_clock::now();
-        manager.AddLibraries(progress, libraries);
-        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        progress.Clear();
-        return Set().IsEnumerated() ? ExitSuccess
-                                    : Complain(arguments, "the libraries could not be enumerated", ExitFailure);
-    }
-
-    LM::LibrarySet& Set() { return *manager.GetLibrarySet(); }
-    const LM::DefLibraryErrorHandler& Reports() { return *manager.GetLibraryErrorHandler(); }
-    const LM::PublicIDs& Ids() const { return manager.GetPublicIDs(); }
-    double GetSeconds() const { return seconds; }
-
-    // A place as "<library name>/<path inside it>", the way authors think of it.
-    std::string Display(const IO::Location& location) {
-        const int library = Set().GetLibItemLibraryIndex(location);
-        IO::Location libraryLocation;
-        if (library < 0 || Set().GetActiveLibraryLocation(library, &libraryLocation) != 0)
-            return location.ToString();
-        IO::Name libraryName;
-        libraryLocation.GetLastLocalName(&libraryName);
-        IO::RelativeLocation inside;
-        location.GetDifference(libraryLocation, &inside);
-        return inside.IsEmpty() ? libraryName.ToUTF8() : libraryName.ToUTF8() + "/" + inside.ToString();
-    }
-
-    std::string FolderDisplay(int folder) {
-        if (!Set().GetFolderSet()->IsValidIndex(folder))
-            return "";
-        if (folder < LM::FolderSet::FirstLibraryFolder) {
-            KL::UniString name;
-            Set().GetFolderName(folder, &name);
-            return name.ToUTF8();
-        }
-        IO::Location location;
-        Set().GetFolderSet()->GetLocation(folder, &location);
-        return Display(location);
-    }
-
-    // A short word for a part's type, for listings and --type.
-    std::string TypeWord(const LM::LibPart& part) const {
-        const FTM::GeneralID& type = part.GetGeneralFileType();
-        const LM::PublicIDs& ids = Ids();
-        if (type == ids.symbolGroup)
-            return "part";
-        if (type == ids.scriptType)
-            return "script";
-        if (type == ids.imageGroup)
-            return "image";
-        if (type == ids.textType)
-            return "text";
-        if (type == ids.xmlType)
-            return "xml";
-        if (type == ids.packageType)
-            return "package";
-        return "other";
-    }
-
-    std::string PartName(const KL::UnID& id) {
-        const LM::LibPart* part = Set().GetLibPart(LM::LibPartId(id, KL::UniString()));
-        return part != nullptr ? part->GetDocumentName().ToUTF8() : "";
-    }
-
-private:
-    LM::LibrarySetSingletonLP manager;
-    KL::Array<IO::Location> libraries;
-    double seconds = 0;
-};
-
-// Parses, opens the session and hands over; --help answers before anything runs.
-template <typename Work>
-int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help, bool takesType, Work work) {
-    if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr " << help.usage << "\n\n" << help.text;
-        return ExitSuccess;
-    }
-    int exitCode = ExitSuccess;
-    const std::optional<Options> options = ParseOptions(arguments, takesType, &exitCode);
-    if (!options)
-        return exitCode;
-    Session session;
-    if (const int opened = session.Open(arguments, *options); opened != ExitSuccess)
-        return opened;
-    return work(session, *options);
-}
 
 struct Counts {
     int parts = 0;
@@ -338,9 +154,6 @@ void PrintTree(Session& session, std::ostream& out) {
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-constexpr const char* LibraryArguments =
-    "Each LIB is a library folder; several are enumerated in order, and parts found first win.\n";
-
 } // namespace
 
 int RunEnumerateCommand(const Arguments& arguments) {
@@ -350,7 +163,7 @@ int RunEnumerateCommand(const Arguments& arguments) {
                            "  --json   one JSON object with libraries, parts, validParts, dummyParts, folders,\n"
                            "           duplicates, duplicatesByKind and seconds\n"
                            "  -q       no progress on the terminal\n\n"};
-    return RunOnCatalogue(arguments, help, false, [](Session& session, const Options& options) {
+    return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         if (options.json)
             std::cout << SummaryJson(session).dump(2) << '\n';
         else
@@ -367,14 +180,14 @@ int RunListCommand(const Arguments& arguments) {
                            "  --json     an array of objects with name, file, location, type, mainGuid,\n"
                            "             revisionGuid, valid and folder\n"
                            "  -q         no progress on the terminal\n\n"};
-    return RunOnCatalogue(arguments, help, true, [](Session& session, const Options& options) {
+    return RunOnCatalogue(arguments, help, {"--type"}, [](Session& session, const Options& options) {
         nlohmann::json parts = nlohmann::json::array();
         for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
             const LM::LibPart& part = *session.Set().GetLibPartByIndex(i);
             if (part.GetState() == LM::LibPartStateDeleted)
                 continue;
             const std::string type = session.TypeWord(part);
-            if (!options.type.empty() && options.type != type)
+            if (const std::string* wanted = options.Value("--type"); wanted != nullptr && *wanted != type)
                 continue;
             const KL::UnID id = part.GetOwnUnID();
             parts.push_back({{"name", part.GetDocumentName().ToUTF8()},
@@ -408,7 +221,7 @@ int RunDuplicatesCommand(const Arguments& arguments) {
                            "  --json   an object with idDuplicates, nameDuplicates, revisionConflicts and\n"
                            "           sameNameDifferentContent\n"
                            "  -q       no progress on the terminal\n\n"};
-    return RunOnCatalogue(arguments, help, false, [](Session& session, const Options& options) {
+    return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         if (options.json)
             std::cout << DuplicatesJson(session).dump(2) << '\n';
         else
@@ -421,7 +234,7 @@ int RunTreeCommand(const Arguments& arguments) {
     const CommandHelp help{"tree LIB... [-q]",
                            "Prints the type hierarchy of the parts as a tree; each node shows how many parts\n"
                            "lie at or below it. Ancestors that no library holds show as (missing).\n\n"};
-    return RunOnCatalogue(arguments, help, false, [](Session& session, const Options&) {
+    return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options&) {
         PrintTree(session, std::cout);
         return ExitSuccess;
     });
@@ -435,7 +248,7 @@ int RunDemoCommand(const Arguments& arguments, const std::string& sampleLibrary)
     if (std::none_of(arguments.values.begin(), arguments.values.end(),
                      [](const std::string& value) { return !value.starts_with("-"); }))
         withLibrary.values.push_back(sampleLibrary);
-    return RunOnCatalogue(withLibrary, help, false, [](Session& session, const Options&) {
+    return RunOnCatalogue(withLibrary, help, {}, [](Session& session, const Options&) {
         std::cout << "== summary\n";
         PrintSummary(session, std::cout);
         std::cout << "\n== type tree\n";

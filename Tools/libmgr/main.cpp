@@ -2,6 +2,7 @@
 #include "CatalogueCommands.hpp"
 #include "CommandLine.hpp"
 #include "PartCommands.hpp"
+#include "QueryCommands.hpp"
 #include "SelfCheck.hpp"
 
 #include <LibraryManager.hpp>
@@ -27,6 +28,8 @@ void PrintUsage(std::ostream& out) {
            "  demo        enumerate the bundled sample library: summary, type tree, duplicates\n"
            "  enumerate   enumerate libraries and print a summary\n"
            "  list        list the parts of libraries\n"
+           "  find        search libraries by id, name, file name or ancestor, through every fall-back\n"
+           "  show        everything about one part: place, id, flags, ancestry, sections\n"
            "  duplicates  print the duplicate reports of libraries\n"
            "  tree        print the type hierarchy of libraries\n"
            "  part        build a part file from its XML description, or dump one as XML\n"
@@ -84,6 +87,10 @@ int main(int argc, char** argv) {
         return libmgr::RunEnumerateCommand(arguments);
     if (command == "list")
         return libmgr::RunListCommand(arguments);
+    if (command == "find")
+        return libmgr::RunFindCommand(arguments);
+    if (command == "show")
+        return libmgr::RunShowCommand(arguments);
     if (command == "duplicates")
         return libmgr::RunDuplicatesCommand(arguments);
     if (command == "tree")

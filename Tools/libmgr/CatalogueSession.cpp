@@ -1,0 +1,158 @@
+#include "CatalogueSession.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <unistd.h>
+
+namespace libmgr {
+
+namespace {
+
+// Shows the library being walked on a terminal, and nothing anywhere else.
+class TerminalProgress : public KL::ProcessControl {
+public:
+    explicit TerminalProgress(bool enabled) : enabled(enabled) {}
+    ~TerminalProgress() override { Clear(); }
+    bool BreakRequested() override {
+        // The walker asks once per 50 parts stored: a cheap moment to show that work goes on.
+        ++polls;
+        Show();
+        return false;
+    }
+    void Clear() {
+        if (enabled && shown)
+            std::cerr << "\r\x1b[K" << std::flush;
+        shown = false;
+    }
+
+protected:
+    void PhaseChanged() override {
+        polls = 0;
+        Show();
+    }
+
+private:
+    void Show() {
+        if (!enabled)
+            return;
+        std::cerr << "\r\x1b[Kenumerating " << GetPhaseText().ToUTF8() << "  " << polls * 50 << " parts"
+                  << std::flush;
+        shown = true;
+    }
+
+    bool enabled;
+    bool shown = false;
+    long polls = 0;
+};
+
+} // namespace
+
+const std::string* Options::Value(const std::string& name) const {
+    const auto found = values.find(name);
+    return found != values.end() ? &found->second : nullptr;
+}
+
+std::optional<Options> ParseOptions(const Arguments& arguments, std::initializer_list<const char*> valueOptions,
+                                    int* exitCode) {
+    Options options;
+    const std::vector<std::string>& values = arguments.values;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::string& value = values[i];
+        const bool takesValue = std::any_of(valueOptions.begin(), valueOptions.end(),
+                                            [&value](const char* name) { return value == name; });
+        if (value == "--json") {
+            options.json = true;
+        } else if (value == "-q" || value == "--quiet") {
+            options.quiet = true;
+        } else if (takesValue) {
+            if (i + 1 == values.size()) {
+                *exitCode = Complain(arguments, value + " needs a value; see 'libmgr " + arguments.command + " --help'",
+                                     ExitUsage);
+                return std::nullopt;
+            }
+            options.values[value] = values[++i];
+        } else if (value.starts_with("-")) {
+            *exitCode = Complain(arguments, "unknown option '" + value + "'", ExitUsage);
+            return std::nullopt;
+        } else {
+            options.libraries.push_back(value);
+        }
+    }
+    if (options.libraries.empty()) {
+        *exitCode = Complain(arguments, "which library? see 'libmgr " + arguments.command + " --help'", ExitUsage);
+        return std::nullopt;
+    }
+    return options;
+}
+
+int Session::Open(const Arguments& arguments, const Options& options) {
+    for (const std::string& path : options.libraries) {
+        std::error_code error;
+        const std::optional<IO::Location> location = PathToLocation(path);
+        if (!location || !std::filesystem::exists(path, error))
+            return Complain(arguments, path + ": no such folder", ExitFailure);
+        if (!std::filesystem::is_directory(path, error))
+            return Complain(arguments, path + ": not a folder", ExitFailure);
+        libraries.Push(*location);
+    }
+    if (manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr) != 0)
+        return Complain(arguments, "the library manager did not start", ExitFailure);
+    TerminalProgress progress(!options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1);
+    const auto start = std::chrono::steady_clock::now();
+    manager.AddLibraries(progress, libraries);
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    progress.Clear();
+    return Set().IsEnumerated() ? ExitSuccess
+                                : Complain(arguments, "the libraries could not be enumerated", ExitFailure);
+}
+
+std::string Session::Display(const IO::Location& location) {
+    const int library = Set().GetLibItemLibraryIndex(location);
+    IO::Location libraryLocation;
+    if (library < 0 || Set().GetActiveLibraryLocation(library, &libraryLocation) != 0)
+        return location.ToString();
+    IO::Name libraryName;
+    libraryLocation.GetLastLocalName(&libraryName);
+    IO::RelativeLocation inside;
+    location.GetDifference(libraryLocation, &inside);
+    return inside.IsEmpty() ? libraryName.ToUTF8() : libraryName.ToUTF8() + "/" + inside.ToString();
+}
+
+std::string Session::FolderDisplay(int folder) {
+    if (!Set().GetFolderSet()->IsValidIndex(folder))
+        return "";
+    if (folder < LM::FolderSet::FirstLibraryFolder) {
+        KL::UniString name;
+        Set().GetFolderName(folder, &name);
+        return name.ToUTF8();
+    }
+    IO::Location location;
+    Set().GetFolderSet()->GetLocation(folder, &location);
+    return Display(location);
+}
+
+std::string Session::TypeWord(const LM::LibPart& part) const {
+    const FTM::GeneralID& type = part.GetGeneralFileType();
+    const LM::PublicIDs& ids = Ids();
+    if (type == ids.symbolGroup)
+        return "part";
+    if (type == ids.scriptType)
+        return "script";
+    if (type == ids.imageGroup)
+        return "image";
+    if (type == ids.textType)
+        return "text";
+    if (type == ids.xmlType)
+        return "xml";
+    if (type == ids.packageType)
+        return "package";
+    return "other";
+}
+
+std::string Session::PartName(const KL::UnID& id) {
+    const LM::LibPart* part = Set().GetLibPart(LM::LibPartId(id, KL::UniString()));
+    return part != nullptr ? part->GetDocumentName().ToUTF8() : "";
+}
+
+} // namespace libmgr

@@ -1,0 +1,79 @@
+#pragma once
+
+// What every command that reads a catalogue shares: its options, a started manager with the
+// command line's libraries enumerated, progress on a terminal, and how places are shown.
+#include "CommandLine.hpp"
+
+#include <initializer_list>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace libmgr {
+
+struct Options {
+    std::vector<std::string> libraries;
+    // Options that take a value, by their name with the dashes ("--type").
+    std::map<std::string, std::string> values;
+    bool json = false;
+    bool quiet = false;
+
+    const std::string* Value(const std::string& name) const;
+};
+
+struct CommandHelp {
+    const char* usage;
+    const char* text;
+};
+
+// Everything that does not start with "-" is a library; `valueOptions` take the next argument.
+std::optional<Options> ParseOptions(const Arguments& arguments, std::initializer_list<const char*> valueOptions,
+                                    int* exitCode);
+
+// A started manager with the libraries of the command line enumerated.
+class Session {
+public:
+    // Returns an exit code; 0 when the catalogue stands.
+    int Open(const Arguments& arguments, const Options& options);
+
+    LM::LibrarySet& Set() { return *manager.GetLibrarySet(); }
+    const LM::DefLibraryErrorHandler& Reports() { return *manager.GetLibraryErrorHandler(); }
+    const LM::PublicIDs& Ids() const { return manager.GetPublicIDs(); }
+    double GetSeconds() const { return seconds; }
+
+    // A place as "<library name>/<path inside it>", the way authors think of it.
+    std::string Display(const IO::Location& location);
+    std::string FolderDisplay(int folder);
+    // A short word for a part's type, for listings and --type.
+    std::string TypeWord(const LM::LibPart& part) const;
+    // The document name of the part with this id; empty if there is none.
+    std::string PartName(const KL::UnID& id);
+
+private:
+    LM::LibrarySetSingletonLP manager;
+    KL::Array<IO::Location> libraries;
+    double seconds = 0;
+};
+
+// Parses, opens the session and hands over; --help answers before anything runs. A command that
+// needs more than its libraries checks the options in `work`.
+template <typename Work>
+int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help, std::initializer_list<const char*> valueOptions,
+                   Work work) {
+    if (arguments.WantsHelp()) {
+        std::cout << "Usage: libmgr " << help.usage << "\n\n" << help.text;
+        return ExitSuccess;
+    }
+    int exitCode = ExitSuccess;
+    std::optional<Options> options = ParseOptions(arguments, valueOptions, &exitCode);
+    if (!options)
+        return exitCode;
+    Session session;
+    if (const int opened = session.Open(arguments, *options); opened != ExitSuccess)
+        return opened;
+    return work(session, *options);
+}
+
+} // namespace libmgr
