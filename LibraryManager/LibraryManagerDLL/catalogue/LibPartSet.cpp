@@ -25,34 +25,20 @@ std::int32_t SortableType(const LibPart& part) {
     return (type == GetScriptFileType() ? GetSymbolFileGroup() : type).GetValue();
 }
 
-int CompareText(const KL::UniString& a, const KL::UniString& b) { return a.Compare(b, KL::CaseInsensitive); }
+NameKey NameKeyOf(const LibPart& part) { return {part.GetDocumentName().GetFolded(), SortableType(part)}; }
 
-int CompareTypes(const LibPart& a, const LibPart& b) {
-    const std::int32_t typeA = SortableType(a);
-    const std::int32_t typeB = SortableType(b);
-    return typeA < typeB ? -1 : typeA > typeB ? 1 : 0;
+NameKey FileNameKeyOf(const LibPart& part) { return {part.GetFileName().GetFolded(), SortableType(part)}; }
+
+template <typename Id>
+SymbolKey<Id> SymbolKeyOf(const LibPart& part, const Id& id) {
+    if (part.IsSymbol())
+        return {true, id, KL::UniString()};
+    return {false, Id(), part.GetDocumentName().GetFolded()};
 }
 
-int CompareByName(const LibPart& a, const LibPart& b) {
-    const int byName = CompareText(a.GetDocumentName(), b.GetDocumentName());
-    return byName != 0 ? byName : CompareTypes(a, b);
-}
+SymbolKey<KL::UnID> UnIdKeyOf(const LibPart& part) { return SymbolKeyOf(part, part.GetOwnUnID()); }
 
-// Records without a symbol come first, among themselves by document name; symbols by `key`.
-template <typename Key>
-int CompareSymbolsLast(const LibPart& a, const LibPart& b, Key key) {
-    if (a.IsSymbol() != b.IsSymbol())
-        return a.IsSymbol() ? 1 : -1;
-    return a.IsSymbol() ? key(a).Compare(key(b)) : CompareText(a.GetDocumentName(), b.GetDocumentName());
-}
-
-int CompareByUnId(const LibPart& a, const LibPart& b) {
-    return CompareSymbolsLast(a, b, [](const LibPart& part) { return part.GetOwnUnID(); });
-}
-
-int CompareByGuid(const LibPart& a, const LibPart& b) {
-    return CompareSymbolsLast(a, b, [](const LibPart& part) { return part.GetGuid(); });
-}
+SymbolKey<KL::Guid> GuidKeyOf(const LibPart& part) { return SymbolKeyOf(part, part.GetGuid()); }
 
 LibPartCache OwnEntry(const LibPart* part, bool resultFlagFirst) {
     LibPartCache entry;
@@ -308,109 +294,73 @@ void LibPartSet::ResetIdTable() {
 }
 
 void LibPartSet::BuildSortedIndices() {
-    IndexArray live;
-    live.reserve(parts.GetSize());
-    for (std::uint32_t i = 0; i < parts.GetSize(); ++i)
-        if (parts[i].GetState() != LibPartStateDeleted)
-            live.push_back(i);
-    // File names are cut from locations once, not in every comparison.
-    std::vector<KL::UniString> fileNames(parts.GetSize());
-    for (std::uint32_t i : live)
-        fileNames[i] = parts[i].GetFileName();
-    const auto sortBy = [&live](IndexArray* index, auto compare) {
-        *index = live;
-        std::stable_sort(index->begin(), index->end(),
-                         [&](std::uint32_t a, std::uint32_t b) { return compare(a, b) < 0; });
+    const auto build = [this](auto* index, auto keyOf) {
+        std::vector<std::pair<decltype(keyOf(parts[0])), std::uint32_t>> entries;
+        entries.reserve(parts.GetSize());
+        for (std::uint32_t i = 0; i < parts.GetSize(); ++i)
+            if (parts[i].GetState() != LibPartStateDeleted)
+                entries.emplace_back(keyOf(parts[i]), i);
+        index->Build(std::move(entries));
     };
-    sortBy(&indexByName, [this](std::uint32_t a, std::uint32_t b) { return CompareByName(parts[a], parts[b]); });
-    sortBy(&indexByFileName, [this, &fileNames](std::uint32_t a, std::uint32_t b) {
-        const int byName = CompareText(fileNames[a], fileNames[b]);
-        return byName != 0 ? byName : CompareTypes(parts[a], parts[b]);
-    });
-    sortBy(&indexByUnId, [this](std::uint32_t a, std::uint32_t b) { return CompareByUnId(parts[a], parts[b]); });
-    sortBy(&indexByGuid, [this](std::uint32_t a, std::uint32_t b) { return CompareByGuid(parts[a], parts[b]); });
+    build(&indexByName, NameKeyOf);
+    build(&indexByFileName, FileNameKeyOf);
+    build(&indexByUnId, UnIdKeyOf);
+    build(&indexByGuid, GuidKeyOf);
 }
 
 void LibPartSet::InsertInSortedIndices(std::uint32_t index) {
     const LibPart& part = parts[index];
-    const auto insert = [&](IndexArray& sorted, auto compare) {
-        const auto at = std::upper_bound(sorted.begin(), sorted.end(), index, [&](std::uint32_t, std::uint32_t other) {
-            return compare(part, parts[other]) < 0;
-        });
-        sorted.insert(at, index);
-    };
-    const KL::UniString fileName = part.GetFileName();
-    insert(indexByName, CompareByName);
-    insert(indexByFileName, [&fileName](const LibPart& a, const LibPart& b) {
-        const int byName = CompareText(fileName, b.GetFileName());
-        return byName != 0 ? byName : CompareTypes(a, b);
-    });
-    insert(indexByUnId, CompareByUnId);
-    insert(indexByGuid, CompareByGuid);
+    indexByName.Insert(NameKeyOf(part), index);
+    indexByFileName.Insert(FileNameKeyOf(part), index);
+    indexByUnId.Insert(UnIdKeyOf(part), index);
+    indexByGuid.Insert(GuidKeyOf(part), index);
 }
 
 void LibPartSet::RemoveFromSortedIndices(std::uint32_t index) {
-    for (IndexArray* sorted : {&indexByName, &indexByFileName, &indexByUnId, &indexByGuid}) {
-        const auto at = std::find(sorted->begin(), sorted->end(), index);
-        if (at != sorted->end())
-            sorted->erase(at);
-    }
+    indexByName.Remove(index);
+    indexByFileName.Remove(index);
+    indexByUnId.Remove(index);
+    indexByGuid.Remove(index);
 }
 
 namespace {
 
-// Records without a symbol sort first in the id and guid indices; symbols follow in key order.
-template <typename Key, typename KeyOf>
-LibPartSet::IndexRange SymbolKeyRange(const LibPartSet::IndexArray& index, const LibPartSet::PartTable& parts,
-                                      const Key& key, KeyOf keyOf) {
-    const auto firstSymbol =
-        std::partition_point(index.begin(), index.end(), [&](std::uint32_t i) { return !parts[i].IsSymbol(); });
-    const auto below = std::lower_bound(firstSymbol, index.end(), key, [&](std::uint32_t i, const Key& wanted) {
-        return keyOf(parts[i]).Compare(wanted) < 0;
-    });
-    const auto above = std::upper_bound(below, index.end(), key, [&](const Key& wanted, std::uint32_t i) {
-        return wanted.Compare(keyOf(parts[i])) < 0;
-    });
-    return {below, above};
+// Compares a symbol's key with an id it is searched by; records without a symbol come first.
+template <typename Id, typename Probe, typename Part>
+int CompareSymbol(const SymbolKey<Id>& key, const Probe& probe, Part part) {
+    return key.isSymbol ? part(key.id).Compare(probe) : -1;
 }
 
-template <typename NameOf>
-LibPartSet::IndexRange TextRange(const LibPartSet::IndexArray& index, const LibPartSet::PartTable& parts,
-                                 const KL::UniString& text, NameOf nameOf) {
-    const auto below = std::lower_bound(index.begin(), index.end(), text, [&](std::uint32_t i, const KL::UniString& key) {
-        return CompareText(nameOf(parts[i]), key) < 0;
-    });
-    const auto above = std::upper_bound(below, index.end(), text, [&](const KL::UniString& key, std::uint32_t i) {
-        return CompareText(key, nameOf(parts[i])) < 0;
-    });
-    return {below, above};
-}
+int CompareName(const NameKey& key, const KL::UniString& folded) { return key.folded.Compare(folded); }
 
 } // namespace
 
 int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
-    const IndexRange range =
-        SymbolKeyRange(indexByUnId, parts, unId, [](const LibPart& part) { return part.GetOwnUnID(); });
+    const IndexRange range = indexByUnId.EqualRange(unId, [](const SymbolKey<KL::UnID>& key, const KL::UnID& probe) {
+        return CompareSymbol(key, probe, [](const KL::UnID& id) { return id; });
+    });
     return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
 
 int LibPartSet::FindIndexByGuid(const KL::Guid& guid) const {
-    const IndexRange range = SymbolKeyRange(indexByGuid, parts, guid, [](const LibPart& part) { return part.GetGuid(); });
+    const IndexRange range = indexByGuid.EqualRange(guid, [](const SymbolKey<KL::Guid>& key, const KL::Guid& probe) {
+        return CompareSymbol(key, probe, [](const KL::Guid& id) { return id; });
+    });
     return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
 
 LibPartSet::IndexRange LibPartSet::MainGuidRange(const KL::Guid& mainGuid) const {
-    return SymbolKeyRange(indexByUnId, parts, mainGuid, [](const LibPart& part) { return part.GetOwnUnID().mainGuid; });
-}
-
-LibPartSet::IndexRange LibPartSet::NameRange(const KL::UniString& name) const {
-    return TextRange(indexByName, parts, name, [](const LibPart& part) -> const KL::UniString& {
-        return part.GetDocumentName();
+    return indexByUnId.EqualRange(mainGuid, [](const SymbolKey<KL::UnID>& key, const KL::Guid& probe) {
+        return CompareSymbol(key, probe, [](const KL::UnID& id) { return id.mainGuid; });
     });
 }
 
+LibPartSet::IndexRange LibPartSet::NameRange(const KL::UniString& name) const {
+    return indexByName.EqualRange(name.GetFolded(), CompareName);
+}
+
 LibPartSet::IndexRange LibPartSet::FileNameRange(const KL::UniString& fileName) const {
-    return TextRange(indexByFileName, parts, fileName, [](const LibPart& part) { return part.GetFileName(); });
+    return indexByFileName.EqualRange(fileName.GetFolded(), CompareName);
 }
 
 void LibPartSet::RemapFolderIndices(const std::vector<std::int32_t>& newIndex) {
@@ -533,22 +483,24 @@ void LibPartSet::ReportRevisionConflicts() const {
 // Symbols of one name and type whose ids differ: the host may load the wrong one by name.
 void LibPartSet::ReportSameNameDifferentContents() const {
     const FolderSet* folders = librarySet != nullptr ? librarySet->GetFolderSet() : nullptr;
+    const IndexArray& byName = indexByName.GetRecords();
+    const std::vector<NameKey>& keys = indexByName.GetKeys();
     std::size_t runStart = 0;
-    while (runStart < indexByName.size()) {
-        const LibPart& first = parts[indexByName[runStart]];
+    while (runStart < byName.size()) {
+        const LibPart& first = parts[byName[runStart]];
         std::size_t runEnd = runStart + 1;
-        while (runEnd < indexByName.size() && CompareByName(first, parts[indexByName[runEnd]]) == 0)
+        while (runEnd < byName.size() && keys[runStart].Compare(keys[runEnd]) == 0)
             ++runEnd;
         const bool isSymbolRun = SortableType(first) == GetSymbolFileGroup().GetValue();
         const auto differs = [&](std::uint32_t i) { return parts[i].GetOwnUnID() != first.GetOwnUnID(); };
         if (runEnd - runStart > 1 && isSymbolRun &&
-            std::any_of(indexByName.begin() + static_cast<std::ptrdiff_t>(runStart),
-                        indexByName.begin() + static_cast<std::ptrdiff_t>(runEnd), differs)) {
+            std::any_of(byName.begin() + static_cast<std::ptrdiff_t>(runStart),
+                        byName.begin() + static_cast<std::ptrdiff_t>(runEnd), differs)) {
             DuplicateReport report;
             report.name = first.GetDocumentName();
             report.count = static_cast<std::int32_t>(runEnd - runStart);
             for (std::size_t k = runStart; k < runEnd; ++k) {
-                const LibPart& member = parts[indexByName[k]];
+                const LibPart& member = parts[byName[k]];
                 const int folder = member.GetFolderIndex();
                 report.locations.Push(member.GetOrigLocation());
                 report.actLibIndices.Push(folders != nullptr && folders->IsValidIndex(folder)

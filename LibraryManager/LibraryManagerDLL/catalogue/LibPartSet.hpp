@@ -2,6 +2,7 @@
 
 #include "catalogue/LibPart.hpp"
 #include "catalogue/LibPartId.hpp"
+#include "catalogue/SortedIndex.hpp"
 
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
@@ -103,15 +104,15 @@ public:
     void BuildSortedIndices();
     void InsertInSortedIndices(std::uint32_t index);
     void RemoveFromSortedIndices(std::uint32_t index);
-    const IndexArray& GetIndexByName() const { return indexByName; }
-    const IndexArray& GetIndexByFileName() const { return indexByFileName; }
-    const IndexArray& GetIndexByUnId() const { return indexByUnId; }
-    const IndexArray& GetIndexByGuid() const { return indexByGuid; }
+    const IndexArray& GetIndexByName() const { return indexByName.GetRecords(); }
+    const IndexArray& GetIndexByFileName() const { return indexByFileName.GetRecords(); }
+    const IndexArray& GetIndexByUnId() const { return indexByUnId.GetRecords(); }
+    const IndexArray& GetIndexByGuid() const { return indexByGuid.GetRecords(); }
     // A record of the symbol types with this own id, by binary search; -1 if none.
     int FindIndexByUnId(const KL::UnID& unId) const;
     int FindIndexByGuid(const KL::Guid& guid) const;
-    // Equal ranges of the sorted indices, each found by binary search.
-    using IndexRange = std::pair<IndexArray::const_iterator, IndexArray::const_iterator>;
+    // Equal ranges of the sorted indices, each found by binary search; names without case.
+    using IndexRange = SortedIndex<NameKey>::Range;
     IndexRange NameRange(const KL::UniString& name) const;
     IndexRange FileNameRange(const KL::UniString& fileName) const;
     IndexRange MainGuidRange(const KL::Guid& mainGuid) const;
@@ -152,10 +153,10 @@ private:
 
     PartTable parts;
     PartTable duplicates;
-    IndexArray indexByName;
-    IndexArray indexByFileName;
-    IndexArray indexByUnId;
-    IndexArray indexByGuid;
+    SortedIndex<NameKey> indexByName;
+    SortedIndex<NameKey> indexByFileName;
+    SortedIndex<SymbolKey<KL::UnID>> indexByUnId;
+    SortedIndex<SymbolKey<KL::Guid>> indexByGuid;
     KL::HashTable<const LibPart*, std::uint32_t> partToIndex;
     KL::HashTable<LibPartId, LibPartCache> idToPart;
     KL::HashTable<const LibPart*, KL::HashSet<LibPartId>> partToIds;
