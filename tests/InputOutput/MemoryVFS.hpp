@@ -21,6 +21,9 @@ public:
             folders.insert(relative.substr(0, slash));
     }
 
+    // A folder that exists but whose contents cannot be listed, as an unreadable folder on disk.
+    void Lock(const std::string& relative) { locked.insert(relative); }
+
     int Connect(IO::Location* location, IO::FolderEntry** entry) override {
         std::string relative;
         if (!Relative(*location, relative) || (!relative.empty() && !folders.contains(relative)))
@@ -113,6 +116,8 @@ private:
             return IO::EntryStatus::TransferFailed;
         }
         int EnumerateContents(IO::EntryCallback callback, void* data) const override {
+            if (owner.locked.contains(relative))
+                return IO::FolderAccessDeniedError;
             // Reverse order on purpose: the walk must not depend on the file system's order.
             std::set<std::pair<std::string, IO::EntryType>, std::greater<>> children;
             for (const std::string& folder : owner.folders)
@@ -156,6 +161,7 @@ private:
     IO::Location mountPoint;
     std::map<std::string, std::shared_ptr<const std::string>> files;
     std::set<std::string> folders;
+    std::set<std::string> locked;
     bool mounted = false;
     int connected = 0;
     std::uint64_t bytesRead = 0;

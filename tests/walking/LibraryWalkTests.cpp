@@ -1,5 +1,6 @@
 // Walking libraries into a catalogue: folders, parts, scripts, pictures and texts; duplicates
 // between libraries; user breaks and vital libraries; trees that fight back.
+#include "InputOutput/MemoryVFS.hpp"
 #include "support/Catalogue.hpp"
 
 #include <LibraryManager.hpp>
@@ -226,6 +227,34 @@ TEST_F(LibraryWalk, HostileTreesAreWalkedToTheEndAndReported) {
         EXPECT_EQ(WalkReports::calls, (std::vector<std::string>{"denied"}));
         std::filesystem::permissions(scratch.Path() / "Lib/Locked", std::filesystem::perms::owner_all);
     }
+}
+
+// Permissions do not bind root, so an unreadable folder is made where the tests decide what can be
+// read: in a container file that a file system in memory serves.
+TEST_F(LibraryWalk, UnreadableFoldersInAContainerAreReportedAndPassedOver) {
+    SavePart("Parts/Chair.klm", TestId(2), "Chair");
+    testsupport::MemoryVFS box;
+    box.AddFile("Open/Chair.klm", scratch.Read("Parts/Chair.klm"));
+    box.AddFile("Locked/Secret.txt", "hidden");
+    box.AddFile("After/readme.txt", "fine");
+    box.Lock("Locked");
+    scratch.Write("Lib/Box.lcf", "container");
+    testsupport::ScopedMount mount(box, scratch.Location("Lib/Box.lcf"));
+    ASSERT_EQ(mount.GetStatus(), 0);
+
+    LM::LibraryManagerCallBacks callBacks;
+    callBacks.libraryWalkFailedWithCode = [](const IO::Folder& folder) {
+        WalkReports::calls.push_back("denied: " + folder.GetLocation().ToString());
+    };
+    callBacks.libraryWalkFailed = [](const IO::Folder&) { WalkReports::calls.push_back("failed"); };
+    testsupport::ScopedCallBacks scoped(callBacks);
+    WalkReports::calls.clear();
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(WalkReports::calls, (std::vector<std::string>{"denied: " + scratch.Location("Lib").ToString()}));
+    const std::vector<std::string> catalogue = Catalogue();
+    EXPECT_EQ(catalogue, (std::vector<std::string>{"Lib/Box.lcf/After/readme.txt in [Lib/Box.lcf/After] readme",
+                                                   "Lib/Box.lcf/Open/Chair.klm in [Lib/Box.lcf/Open] Chair"}));
 }
 
 TEST_F(LibraryWalk, LongPathsAreMeasuredByNamesAndSeparators) {

@@ -61,7 +61,7 @@ KL::Guid LibrarySet::ServerGuidOf(const IO::Location& location, int folderIndex)
 }
 
 // What a record held about its old file that must not outlive it: its node in the type tree and
-// its user data. Compiled code is keyed by part and is dropped with the compiled script store.
+// its user data. Its compiled code is checked against its ancestry again at the next read.
 void LibrarySet::ForgetSymbolState(LibPart& part) {
     if (!part.IsSymbol())
         return;
@@ -69,6 +69,7 @@ void LibrarySet::ForgetSymbolState(LibPart& part) {
         hierarchy->DeletePath(node);
         part.SetAncestryId(nullptr);
     }
+    DeleteAncestryUpToDate(&part);
     part.ClearUserData();
 }
 

@@ -65,8 +65,10 @@ void AncestryHierarchy::Build(bool conformAll) {
             continue; // old parts, re-anchored at the end
         if (const LibPart* part = librarySet->SearchSymbolByUnID(id, nullptr)) {
             visited.Put(part, true);
-            if (conformAll || Flag(moved, part))
+            if (conformAll || Flag(moved, part)) {
                 ConformSymbolToNewHierarchyPosition(entry, part);
+                librarySet->DeleteAncestryUpToDate(part);
+            }
             GetChildren(entry, &work);
             continue;
         }
@@ -159,8 +161,6 @@ void AncestryHierarchy::ConformSymbolToNewHierarchyPosition(const TreeEntry* ent
         ancestor = librarySet->SearchSymbolByUnID(id, nullptr);
     }
     librarySet->UpdateSymbolParameters(part, ancestor);
-    // Compiled code keeps no ancestry marks in memory yet; once it does, the conformed part's
-    // marks are cleared here so that its code is checked again.
 }
 
 void AncestryHierarchy::PushDifference(EntryQueue* before, EntryQueue* after, EntryQueue* out) {
