@@ -149,6 +149,37 @@ void BM_GetLibPartById(benchmark::State& state) {
 }
 BENCHMARK(BM_GetLibPartById);
 
+// A walk over the whole catalogue in name order, per part, beside a walk over an array of the
+// same record pointers.
+void BM_BaselineWalkOfPointers(benchmark::State& state) {
+    Catalogue& catalogue = GetCatalogue();
+    std::vector<const LM::LibPart*> parts;
+    for (int i = 0; i < catalogue.set->GetLibPartNumber(); ++i)
+        parts.push_back(catalogue.set->GetLibPartByIndex(catalogue.set->GetSortedSymbolIndexByName(i)));
+    for (auto _ : state) {
+        std::size_t valid = 0;
+        for (const LM::LibPart* part : parts)
+            valid += part != nullptr && part->IsValid();
+        benchmark::DoNotOptimize(valid);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(parts.size()));
+}
+BENCHMARK(BM_BaselineWalkOfPointers)->Unit(benchmark::kMillisecond);
+
+void BM_LibItemIteratorByName(benchmark::State& state) {
+    Catalogue& catalogue = GetCatalogue();
+    const LM::LibItemOrderByName byName;
+    for (auto _ : state) {
+        std::size_t valid = 0;
+        for (LM::LibItemIterator item(*catalogue.set, byName, LM::LibItemIterator::ValidItemsOnly); item != nullptr;
+             ++item)
+            ++valid;
+        benchmark::DoNotOptimize(valid);
+    }
+    state.SetItemsProcessed(state.iterations() * catalogue.set->GetLibPartNumber());
+}
+BENCHMARK(BM_LibItemIteratorByName)->Unit(benchmark::kMillisecond);
+
 } // namespace
 
 BENCHMARK_MAIN();

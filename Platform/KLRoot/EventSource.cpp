@@ -29,11 +29,13 @@ EventSource& EventSource::operator=(const EventSource&) {
 }
 
 EventSource::~EventSource() {
+    const std::lock_guard guard(lock);
     while (!observers.empty())
         Detach(*observers.back().observer);
 }
 
 void EventSource::Attach(EventObserver& observer) {
+    const std::lock_guard guard(lock);
     if (IsAttached(observer))
         return;
     observers.push_back({&observer, nextAttachmentNumber++});
@@ -41,6 +43,7 @@ void EventSource::Attach(EventObserver& observer) {
 }
 
 void EventSource::Detach(EventObserver& observer) {
+    const std::lock_guard guard(lock);
     const auto it = std::find_if(observers.begin(), observers.end(),
                                  [&](const ObserverEntry& entry) { return entry.observer == &observer; });
     if (it == observers.end())
@@ -56,12 +59,19 @@ void EventSource::Forget(EventObserver& observer) {
         sources.erase(it);
 }
 
+std::size_t EventSource::GetObserverCount() const {
+    const std::lock_guard guard(lock);
+    return observers.size();
+}
+
 bool EventSource::IsAttached(const EventObserver& observer) const {
+    const std::lock_guard guard(lock);
     return std::any_of(observers.begin(), observers.end(),
                        [&](const ObserverEntry& entry) { return entry.observer == &observer; });
 }
 
 void EventSource::NotifyObservers(const std::function<void(EventObserver&)>& notify) {
+    const std::lock_guard guard(lock);
     std::uint64_t lastCalled = std::numeric_limits<std::uint64_t>::max();
     std::size_t position = observers.size();
     while (position > 0) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <vector>
 
 namespace KL {
@@ -25,7 +26,8 @@ private:
 
 // Keeps its observers in order of attachment, each with a number that grows with every
 // attachment. Notifications walk from the newest observer to the oldest and survive observers
-// attached or detached during a call.
+// attached or detached during a call. Any thread may attach and detach: a re-entrant lock guards
+// the list, held through a notification so that an observer may detach itself.
 class LM_EXPORT EventSource {
 public:
     EventSource();
@@ -36,16 +38,9 @@ public:
     void Attach(EventObserver& observer);
     void Detach(EventObserver& observer);
     bool IsAttached(const EventObserver& observer) const;
-    std::size_t GetObserverCount() const { return observers.size(); }
+    std::size_t GetObserverCount() const;
 
 protected:
-    struct ObserverEntry {
-        EventObserver* observer;
-        std::uint64_t attachmentNumber;
-    };
-
-    const std::vector<ObserverEntry>& EnumerateObservers() const { return observers; }
-
     // The source must outlive its own notification.
     // Calls `notify` for each observer attached when the walk starts and still attached when its
     // turn comes, newest first. After each call the list is read again: the position is clamped to
@@ -55,8 +50,14 @@ protected:
 
 private:
     friend class EventObserver;
+    struct ObserverEntry {
+        EventObserver* observer;
+        std::uint64_t attachmentNumber;
+    };
+
     void Forget(EventObserver& observer);
 
+    mutable std::recursive_mutex lock;
     std::vector<ObserverEntry> observers;
     std::uint64_t nextAttachmentNumber = 1;
 };

@@ -19,9 +19,10 @@ int FileByteSource::Open() {
     return err;
 }
 
+// The prefix goes with its capacity: a catalogue keeps one source per part for as long as it lives.
 void FileByteSource::Close() {
     file.reset();
-    prefix.clear();
+    std::vector<char>().swap(prefix);
 }
 
 int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size) {

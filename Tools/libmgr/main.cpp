@@ -1,6 +1,7 @@
 // libmgr: the library manager's command-line tool.
 #include "CatalogueCommands.hpp"
 #include "CommandLine.hpp"
+#include "GenCommand.hpp"
 #include "PartCommands.hpp"
 #include "QueryCommands.hpp"
 #include "SelfCheck.hpp"
@@ -33,6 +34,7 @@ void PrintUsage(std::ostream& out) {
            "  duplicates  print the duplicate reports of libraries\n"
            "  tree        print the type hierarchy of libraries\n"
            "  part        build a part file from its XML description, or dump one as XML\n"
+           "  gen         write a synthetic library of any size, for benchmarks and tests\n"
            "  self-check  exercise the foundation libraries and report each check\n"
            "\n"
            "Run 'libmgr <command> --help' for the options of a command.\n";
@@ -95,6 +97,8 @@ int main(int argc, char** argv) {
         return libmgr::RunDuplicatesCommand(arguments);
     if (command == "tree")
         return libmgr::RunTreeCommand(arguments);
+    if (command == "gen")
+        return libmgr::RunGenCommand(arguments);
     if (command == "part")
         return libmgr::RunPartCommand(arguments);
     std::cerr << "libmgr: unknown command '" << command << "'; see 'libmgr --help'\n";

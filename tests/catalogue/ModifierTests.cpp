@@ -159,7 +159,14 @@ TEST_F(Modifiers, ScriptThreadOperationsFromEightThreadsAtOnce) {
     for (int t = 0; t < Threads; ++t) {
         threads.emplace_back([&, t] {
             const KL::Guid client(100 + static_cast<std::uint32_t>(t), 0, 0, {});
+            LM::LibrarySet::ThreadSafeModifier own = modifier;
             for (int round = 0; round < Rounds; ++round) {
+                // Observers come and go on every thread while the first one sends notifications.
+                Counting observer;
+                own.Attach(observer);
+                if (t == 0)
+                    Set().SendSomethingHappened();
+                own.Detach(observer);
                 const LM::LibPart* part = parts[static_cast<std::size_t>(round) % parts.size()];
                 modifier.AddFlags(part, 0x100u << t);
                 modifier.SetUserData(part, client, KL::ConstSharedPtr<LM::SymbolUserData>(new Tag(round)));

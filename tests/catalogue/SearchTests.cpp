@@ -88,6 +88,10 @@ TEST_F(Search, ExactKeysFindValidRecordsOnly) {
     const KL::UniString ghostName("ghost");
     EXPECT_EQ(Set().SearchDummySymbol(KL::UnID(), &ghostName, nullptr), ghost);
     EXPECT_EQ(Set().SearchDummySymbol(TestId(2), nullptr, &index), nullptr);
+    const KL::UniString noName;
+    index = 7;
+    EXPECT_EQ(Set().SearchDummySymbol(KL::UnID(), &noName, &index), nullptr);
+    EXPECT_EQ(index, -1);
     EXPECT_EQ(Set().SearchSymbolByUnID(KL::UnID(), &index), nullptr);
 
     // Without a library server no part has a guid of its own.
@@ -264,6 +268,33 @@ TEST_F(Search, GetSymbolAnyhowRemembersWhatItFoundButNotMigrations) {
                                        nullptr),
               nullptr);
     EXPECT_FALSE(Set().AlreadyQueriedLibPartId(LM::LibPartId(TestId(98), KL::UniString())));
+}
+
+// Two revisions of one type, the later one marked to be given out only by way of a migration: the
+// main guid stage settles on it, so the chain gives nothing and says nothing is ambiguous.
+using MarkedRevisions = CatalogueTest;
+
+TEST_F(MarkedRevisions, AMarkedPartReachedByItsMainGuidIsNotGivenOut) {
+    const KL::Guid benchMain(60, 0, 0, {});
+    const KL::UnID unknownRevision(benchMain, KL::Guid(60, 9, 0, {}));
+    SavePart("Lib/Bench old.klm", KL::UnID(benchMain, KL::Guid(60, 1, 0, {})), "Bench old");
+    SavePart("Lib/Bench.klm", KL::UnID(benchMain, KL::Guid(60, 2, 0, {})), "Bench", {}, false,
+             Replacing(LPF::MigrationValue(4), {}));
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    const auto nameOf = [](const LM::LibPart* part) {
+        return part == nullptr ? std::string("none") : part->GetDocumentName().ToUTF8();
+    };
+    bool ambiguous = false;
+    EXPECT_EQ(nameOf(Set().SearchAnySymbolByMainID(unknownRevision, &ambiguous)), "Bench");
+    EXPECT_TRUE(ambiguous);
+    EXPECT_EQ(nameOf(Set().SearchLibPartComplex(unknownRevision, KL::UniString(), 2, &ambiguous, nullptr, nullptr)),
+              "none");
+    EXPECT_FALSE(ambiguous);
+    // With an id the direct stage goes by the main guid alone; a name changes nothing here.
+    EXPECT_EQ(nameOf(Set().SearchLibPartComplex(unknownRevision, KL::UniString("bench old"), 2, &ambiguous, nullptr,
+                                                nullptr)),
+              "none");
 }
 
 // A library server gives parts guids of its own, by library name and path in the library.

@@ -165,6 +165,42 @@ TEST_F(TypeTree, OldPartsAreAnchoredBelowThePresentRevisionOfTheirType) {
     EXPECT_TRUE(walk[1]->GetOwnUnID().IsNull() && walk[2]->GetOwnUnID().IsNull() && walk[3]->GetOwnUnID().IsNull());
 }
 
+// An old part alone below missing types and an old revision: the walk up finds the present revision
+// by its main guid and hangs the part below it, keeping the ids it walked over in the order of the
+// walk upward.
+TEST_F(TypeTree, AnOldPartIsReanchoredByTheMainGuidOfAnAncestor) {
+    const KL::UnID missingOne = TestId(51);
+    const KL::UnID missingTwo = TestId(52);
+    SavePart("Lib/Furniture.klm", FurnitureNow, "Furniture", {}, true, WithParameters({"A", "Legs"}));
+    SavePart("Lib/Old Crate.klm", KL::UnID(), "Old Crate", {FurnitureOld, missingOne, missingTwo}, false,
+             WithParameters({"A"}));
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    LM::AncestryInfo chain;
+    ASSERT_EQ(Set().GetSymbolAncestryInfo(Part("Old Crate"), &chain), 0);
+    ASSERT_EQ(chain.GetAncestorsCount(), 3U);
+    EXPECT_EQ(chain.GetAncestorRef(1), FurnitureNow);
+    EXPECT_EQ(chain.GetAncestorRef(2), missingOne);
+    EXPECT_EQ(chain.GetAncestorRef(3), FurnitureOld);
+    EXPECT_TRUE(Conformed(Part("Old Crate")));
+}
+
+// The old revision sorts after the present one, so the walk has passed the present one when the
+// old subtree arrives below it: what arrived is walked too, and conformed.
+TEST_F(TypeTree, ASubtreeArrivingBelowAWalkedTypeIsWalkedToo) {
+    const KL::UnID furnitureLater(FurnitureMain, KL::Guid(10, 3, 0, {}));
+    SavePart("Lib/Furniture.klm", FurnitureNow, "Furniture", {}, true, WithParameters({"A", "Legs"}));
+    SavePart("Lib/Stool.klm", TestId(4), "Stool", {FurnitureNow}, false, WithParameters({"A"}));
+    SavePart("Lib/Chair.klm", TestId(2), "Chair", {furnitureLater}, false, WithParameters({"A"}));
+    SavePart("Lib/Armchair.klm", TestId(3), "Armchair", {furnitureLater, TestId(2)}, false, WithParameters({"A"}));
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(PathOf(Part("Armchair")), "Furniture/Chair/Armchair");
+    EXPECT_TRUE(Conformed(Part("Chair")));
+    EXPECT_TRUE(Conformed(Part("Armchair")));
+    EXPECT_FALSE(Conformed(Part("Stool")));
+}
+
 TEST_F(TypeTree, RefreshingAChainThatIsNotCatalogued) {
     SavePart("Lib/Furniture.klm", FurnitureNow, "Furniture", {}, true);
     SavePart("Lib/Chair.klm", TestId(2), "Chair", {FurnitureNow});
@@ -176,7 +212,7 @@ TEST_F(TypeTree, RefreshingAChainThatIsNotCatalogued) {
     chain.Append(TestId(42));
     chain.MarkAsTemplate();
     const LM::LibPart* found = nullptr;
-    Set().RefreshAncestryInfo(TestId(43), &chain, &found);
+    EXPECT_EQ(Set().RefreshAncestryInfo(TestId(43), &chain, &found), 0);
     EXPECT_EQ(found, Part("Furniture"));
     ASSERT_EQ(chain.GetAncestorsCount(), 2U);
     EXPECT_EQ(chain.GetAncestorRef(1), FurnitureNow);

@@ -73,13 +73,23 @@ TEST_F(Iteration, ForwardInCatalogueAndNameOrderFromAStartPart) {
     ++afterLast;
     EXPECT_EQ(afterLast.Get(), nullptr);
 
-    // A part of another catalogue is no start part: the walk begins at the first position.
+    // A part of another catalogue is no start part: the walk begins at the first position, or
+    // backwards at the last.
     LM::LibrarySetSingletonLP other;
     ASSERT_EQ(other.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr), 0);
-    LM::LibItemIterator foreignStart(*other.GetLibrarySet(), LM::LibItemIterator::AllItems, Named("Chair"));
-    EXPECT_EQ(foreignStart.Get(), nullptr);
-    LM::LibItemIterator strangerInHere(Set(), LM::LibItemIterator::AllItems, Set().GetLibPartByIndex(99));
+    SavePart("Other/Stool.klm", TestId(20), "Stool");
+    ASSERT_EQ(other.GetLibrarySet()->AddActiveLibrary(process, scratch.Location("Other"), LM::LocalLibrary,
+                                                      LM::NotVital, KL::NULLGuid, KL::UniString(), false),
+              0);
+    ASSERT_EQ(other.GetLibrarySet()->Enumerate(process), 0);
+    const LM::LibPart* stranger = other.GetLibrarySet()->GetLibPartByIndex(0);
+    ASSERT_NE(stranger, nullptr);
+    LM::LibItemIterator strangerInHere(Set(), LM::LibItemIterator::AllItems, stranger);
     EXPECT_EQ(Forward(strangerInHere), "Bench,Chair,Armchair,Ghost");
+    LM::LibItemReverseIterator strangerBack(Set(), LM::LibItemReverseIterator::AllItems, stranger);
+    EXPECT_EQ(Backward(strangerBack), "Ghost,Armchair,Chair,Bench");
+    LM::LibItemIterator noStart(Set(), LM::LibItemIterator::AllItems, Set().GetLibPartByIndex(99));
+    EXPECT_EQ(Forward(noStart), "Bench,Chair,Armchair,Ghost");
 }
 
 TEST_F(Iteration, FiltersDeletedSlotsAndTheReverseWalk) {

@@ -77,24 +77,12 @@ void LibrarySet::SendSomethingHappened() { NotifyObservers(&LibrarySetObserver::
 
 void LibrarySet::SendLibraryListChanged() { NotifyObservers(&LibrarySetObserver::LibraryListChanged); }
 
-// Walks the live list from its end. Observers attached during a call carry higher attachment
-// numbers and are passed over; detaching shrinks the list, and the position is clamped to it.
+// The base's walk survives observers that attach or detach during a call.
 void LibrarySet::NotifyObservers(void (LibrarySetObserver::*notification)()) {
-    std::uint64_t lastCalled = std::numeric_limits<std::uint64_t>::max();
-    std::size_t position = EnumerateObservers().size();
-    for (;;) {
-        const auto& observers = EnumerateObservers();
-        position = std::min(position, observers.size());
-        while (position > 0 && observers[position - 1].attachmentNumber >= lastCalled)
-            --position;
-        if (position == 0)
-            return;
-        --position;
-        const ObserverEntry entry = observers[position];
-        lastCalled = entry.attachmentNumber;
-        if (auto* observer = dynamic_cast<LibrarySetObserver*>(entry.observer))
-            (observer->*notification)();
-    }
+    KL::EventSource::NotifyObservers([notification](KL::EventObserver& observer) {
+        if (auto* libraryObserver = dynamic_cast<LibrarySetObserver*>(&observer))
+            (libraryObserver->*notification)();
+    });
 }
 
 // ---- Active libraries

@@ -51,6 +51,7 @@ public:
     class SingleThreadedModifier;
     class Modifier;
     class AccessGuard;
+    using LibpartSearchCompatibility = LM::LibpartSearchCompatibility;
     // 1 also matches a part's first place (GetOrigLocation); any other value the current one.
     using SearchMode = std::int32_t;
     static constexpr SearchMode CurrentLocation = 0;
@@ -251,7 +252,7 @@ public:
     // The part's chain from the tree, with its template mark; -50 for a part outside the tree.
     int GetSymbolAncestryInfo(const LibPart* part, AncestryInfo* info) const;
     // Brings the chain of a part file that is not catalogued in line with the present revisions.
-    void RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, const LibPart** found) const;
+    int RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, const LibPart** found) const;
 
     // ---- Compiled code; any thread, under the bin code lock.
     int GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, KL::ConstSharedPtr<BinCode>* code);

@@ -90,7 +90,8 @@ void LibrarySet::Modifier::AddStorableFileType(FTM::GeneralID type) const { libr
 
 int LibrarySet::Modifier::ReloadQdlBinCodes() const { return librarySet->ReloadQdlBinCodes(); }
 
-void LibrarySet::Modifier::StartBatchLibPartAdd() const { librarySet->StartBatchLibPartAdd(); }
+// Writes the field alone: a batch already open keeps the finishing work it owes.
+void LibrarySet::Modifier::StartBatchLibPartAdd() const { librarySet->inBatch = true; }
 
 void LibrarySet::Modifier::EndBatchLibPartAdd(KL::ProcessControl& process) const {
     librarySet->EndBatchLibPartAdd(process);

@@ -222,7 +222,7 @@ void LibrarySet::SetAncestryId(const LibPartId& id, Paths::TreeEntry* entry) {
 
 // The type tree moves records it found by search, which hands out const records of this set.
 void LibrarySet::SetAncestryId(const LibPart* part, Paths::TreeEntry* entry) {
-    if (part != nullptr && GetIndexByLibPart(part) != -1)
+    if (part != nullptr)
         const_cast<LibPart*>(part)->SetAncestryId(entry);
 }
 

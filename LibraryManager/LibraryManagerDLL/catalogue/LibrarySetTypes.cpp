@@ -42,11 +42,11 @@ int LibrarySet::GetSymbolAncestryInfo(const LibPart* part, AncestryInfo* info) c
     return 0;
 }
 
-void LibrarySet::RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, const LibPart** found) const {
+int LibrarySet::RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, const LibPart** found) const {
     if (found != nullptr)
         *found = nullptr;
     if (info == nullptr)
-        return;
+        return InvalidPartError;
     // The chain to try, nearest first: the part itself, then its ancestors from the parent up.
     KL::Array<KL::UnID> candidates;
     for (unsigned p = info->GetAncestorsCount(); p >= 1; --p)
@@ -81,6 +81,7 @@ void LibrarySet::RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, co
         break;
     }
     info->CheckAndFix(own);
+    return 0;
 }
 
 } // namespace LM

@@ -4,6 +4,7 @@
 
 #include "KLRoot/Exceptions.hpp"
 
+#include <memory>
 #include <new>
 
 namespace LM {
@@ -45,7 +46,7 @@ struct LibItemIterator::State {
     // hold it, at `notFound`.
     static State* Make(const LibrarySet& set, const ILibItemOrder& order, const ILibItemCriteria& criteria,
                        bool validOnly, const LibPart* start, int notFound) {
-        State* state = new (std::nothrow) State{&set, validOnly, -1, nullptr, &order, &criteria};
+        std::unique_ptr<State> state(new (std::nothrow) State{&set, validOnly, -1, nullptr, &order, &criteria});
         if (state == nullptr)
             throw KL::OutOfMemoryException();
         const int startIndex = start != nullptr ? set.GetIndexByLibPart(start) : -1;
@@ -56,7 +57,7 @@ struct LibItemIterator::State {
                     state->position = position;
                     break;
                 }
-        return state;
+        return state.release();
     }
 
     // Settles on the record at `position` when the walk visits it.

@@ -1,0 +1,135 @@
+#include "GenCommand.hpp"
+#include "LibraryGenerator.hpp"
+
+#include <charconv>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <unistd.h>
+
+namespace libmgr {
+
+namespace {
+
+constexpr const char* GenHelp =
+    "Usage: libmgr gen OUT --parts N [--seed S] [--depth D] [--duplicates P] [-q]\n"
+    "\n"
+    "Writes a synthetic library into the folder OUT, which must not exist or be empty: templates\n"
+    "in a type tree whose ancestry chains run 1 to D deep, N placeable parts in nested folders with\n"
+    "scripts and parameters of 2 to 40 KiB, pictures and texts, and P percent of clashing copies,\n"
+    "half with the same id and half as another revision. The same options and seed give the same\n"
+    "files, byte for byte.\n"
+    "\n"
+    "  --parts N        placeable parts, 1 to 1000000\n"
+    "  --seed S         seed of the generator (default 1)\n"
+    "  --depth D        longest ancestry chain, 1 to 6 (default 6)\n"
+    "  --duplicates P   percent of parts with a clashing copy, 0 to 50 (default 3)\n"
+    "  --containers K   parts packed into container files; needs the container writer, which this\n"
+    "                   build does not have yet\n"
+    "  -q               no progress on the terminal\n";
+
+template <typename Number>
+bool ParseNumber(const std::string& text, Number min, Number max, Number* value) {
+    Number parsed{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+    if (error != std::errc() || end != text.data() + text.size() || parsed < min || parsed > max)
+        return false;
+    *value = parsed;
+    return true;
+}
+
+struct GenArguments {
+    std::string output;
+    GeneratorOptions options;
+    bool quiet = false;
+};
+
+std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* exitCode) {
+    GenArguments parsed;
+    bool partsGiven = false;
+    const std::vector<std::string>& values = arguments.values;
+    const auto fail = [&](const std::string& text) {
+        *exitCode = Complain(arguments, text, ExitUsage);
+        return std::nullopt;
+    };
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::string& option = values[i];
+        if (option == "-q" || option == "--quiet") {
+            parsed.quiet = true;
+            continue;
+        }
+        if (!option.starts_with("-")) {
+            if (!parsed.output.empty())
+                return fail("unexpected argument '" + option + "'");
+            parsed.output = option;
+            continue;
+        }
+        if (i + 1 == values.size())
+            return fail(option + " needs a value; see 'libmgr gen --help'");
+        const std::string& value = values[++i];
+        GeneratorOptions& options = parsed.options;
+        bool valid = true;
+        if (option == "--parts")
+            valid = partsGiven = ParseNumber(value, 1, 1000000, &options.parts);
+        else if (option == "--seed")
+            valid = ParseNumber<std::uint64_t>(value, 0, UINT64_MAX, &options.seed);
+        else if (option == "--depth")
+            valid = ParseNumber(value, 1, 6, &options.depth);
+        else if (option == "--duplicates")
+            valid = ParseNumber(value, 0.0, 50.0, &options.duplicates);
+        else if (option == "--containers")
+            return fail("--containers needs the container writer, which this build does not have yet");
+        else
+            return fail("unknown option '" + option + "'");
+        if (!valid)
+            return fail("'" + value + "' is no value for " + option + "; see 'libmgr gen --help'");
+    }
+    if (parsed.output.empty())
+        return fail("where to? see 'libmgr gen --help'");
+    if (!partsGiven)
+        return fail("how many parts? give --parts N");
+    return parsed;
+}
+
+} // namespace
+
+int RunGenCommand(const Arguments& arguments) {
+    if (arguments.WantsHelp()) {
+        std::cout << GenHelp;
+        return ExitSuccess;
+    }
+    int exitCode = ExitSuccess;
+    const std::optional<GenArguments> parsed = ParseGenArguments(arguments, &exitCode);
+    if (!parsed)
+        return exitCode;
+    const std::filesystem::path root = std::filesystem::absolute(parsed->output).lexically_normal();
+    std::error_code error;
+    if (std::filesystem::exists(root, error) &&
+        (!std::filesystem::is_directory(root, error) || !std::filesystem::is_empty(root, error)))
+        return Complain(arguments, parsed->output + ": exists and is not an empty folder", ExitFailure);
+
+    const bool showProgress = !parsed->quiet && ::isatty(STDERR_FILENO) == 1;
+    LibraryGenerator generator(parsed->options);
+    GeneratorSummary summary;
+    std::string failedPath;
+    const int result = generator.Generate(
+        root,
+        [showProgress](int done, int total) {
+            if (showProgress && (done % 100 == 0 || done == total))
+                std::cerr << "\r\x1b[Kgenerating " << done << " of " << total << " parts" << std::flush;
+        },
+        &summary, &failedPath);
+    if (showProgress)
+        std::cerr << "\r\x1b[K" << std::flush;
+    if (result != KL::NoError)
+        return Complain(arguments, failedPath + ": " + ErrorText(result), ExitFailure);
+    std::cout << "parts       " << summary.parts << " below " << summary.templates << " templates, in "
+              << summary.folders << " folders\n"
+              << "clashes     " << summary.idDuplicates << " copies with the same id, " << summary.revisionConflicts
+              << " other revisions\n"
+              << "others      " << summary.pictures << " pictures, " << summary.texts << " texts\n"
+              << "size        " << (summary.bytes + 512 * 1024) / (1024 * 1024) << " MiB\n";
+    return ExitSuccess;
+}
+
+} // namespace libmgr
