@@ -16,7 +16,7 @@ using testsupport::ScratchFolder;
 class Catalogue : public ::testing::Test {
 protected:
     Catalogue()
-        : binCodes(LM::QdlBinCodesContainer::DefaultMemoryLimit, LM::QdlBinCodesContainer::DefaultFileLimit),
+        : binCodes(LM::QdlBinCodesContainer::NoLimit, LM::QdlBinCodesContainer::NoLimit),
           set(&binCodes, handler, nullptr, {}, {}, FTM::UnknownGroup, IO::Location()) {
         LM::LibraryManagerStrings strings;
         strings.rootFolderName = KL::UniString("Libraries");

@@ -20,8 +20,8 @@ class LibPart;
 // compiled code itself comes with the store's persistence.
 class LM_EXPORT QdlBinCodesContainer {
 public:
-    static constexpr int DefaultMemoryLimit = 64 * 1024 * 1024;
-    static constexpr int DefaultFileLimit = 256 * 1024 * 1024;
+    // A limit of 0 lets the store grow; the host keeps its compiled code whole.
+    static constexpr int NoLimit = 0;
 
     QdlBinCodesContainer(int memoryLimit, int fileLimit);
     QdlBinCodesContainer(const IO::Location& folder, int memoryLimit, int fileLimit);

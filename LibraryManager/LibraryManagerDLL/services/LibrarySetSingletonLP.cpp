@@ -91,10 +91,9 @@ int LibrarySetSingletonLP::InitLibraryManager(BinaryCachingMode mode, FileServic
         errorHandler = new DefLibraryErrorHandler;
         const IO::Location cacheFolder = CompiledScriptCacheFolder(mode);
         binCodes = cacheFolder.IsEmpty()
-                       ? new QdlBinCodesContainer(QdlBinCodesContainer::DefaultMemoryLimit,
-                                                  QdlBinCodesContainer::DefaultFileLimit)
-                       : new QdlBinCodesContainer(cacheFolder, QdlBinCodesContainer::DefaultMemoryLimit,
-                                                  QdlBinCodesContainer::DefaultFileLimit);
+                       ? new QdlBinCodesContainer(QdlBinCodesContainer::NoLimit, QdlBinCodesContainer::NoLimit)
+                       : new QdlBinCodesContainer(cacheFolder, QdlBinCodesContainer::NoLimit,
+                                                  QdlBinCodesContainer::NoLimit);
         librarySet =
             new LibrarySet(binCodes, *errorHandler, nullptr, storable, unsupported, FTM::UnknownGroup, IO::Location());
         RegisterListTypes();
