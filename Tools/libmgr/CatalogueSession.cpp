@@ -133,20 +133,13 @@ std::string Session::FolderDisplay(int folder) {
 }
 
 std::string Session::TypeWord(const LM::LibPart& part) const {
-    const FTM::GeneralID& type = part.GetGeneralFileType();
     const LM::PublicIDs& ids = Ids();
-    if (type == ids.symbolGroup)
-        return "part";
-    if (type == ids.scriptType)
-        return "script";
-    if (type == ids.imageGroup)
-        return "image";
-    if (type == ids.textType)
-        return "text";
-    if (type == ids.xmlType)
-        return "xml";
-    if (type == ids.packageType)
-        return "package";
+    const std::pair<FTM::GeneralID, const char*> words[] = {{ids.symbolGroup, "part"}, {ids.scriptType, "script"},
+                                                            {ids.imageGroup, "image"},  {ids.textType, "text"},
+                                                            {ids.xmlType, "xml"},       {ids.packageType, "package"}};
+    for (const auto& [type, word] : words)
+        if (part.GetGeneralFileType() == type)
+            return word;
     return "other";
 }
 
