@@ -114,6 +114,32 @@ TEST_F(Modifiers, ObserversThatLeaveDuringANotificationDoNotDisturbTheOthers) {
     modifier.Detach(after);
 }
 
+// Throws the foundation's exception at the first notification it gets.
+class FailingObserver : public LM::LibrarySetObserver {
+public:
+    void SomethingHappened() override {
+        if (calls++ == 0)
+            throw KL::OutOfMemoryException();
+    }
+    int calls = 0;
+};
+
+TEST_F(Modifiers, AFaultDuringEnumerationLeavesAnEmptyCatalogueAndNoLibraries) {
+    FailingObserver failing;
+    Set().Attach(failing);
+    EXPECT_NE(Set().Enumerate(process), 0);
+    Set().Detach(failing);
+    EXPECT_EQ(failing.calls, 2);
+    EXPECT_EQ(Set().GetActiveLibraryNum(), 0);
+    EXPECT_TRUE(Set().IsEnumerated());
+    EXPECT_EQ(Set().GetLibPartNumber(), 0);
+    EXPECT_EQ(Set().SearchSymbolByUnID(TestId(2), nullptr), nullptr);
+    // The set works on as before.
+    AddLibrary("Lib");
+    EXPECT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(Set().GetLibPartNumber(), 9);
+}
+
 TEST_F(Modifiers, CompiledCodeIsKeptByPartAndScriptTypeUntilTheAncestryChanges) {
     LM::LibrarySet::ThreadSafeModifier modifier(&Set());
     KL::ConstSharedPtr<BinCode> code;
