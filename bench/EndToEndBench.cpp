@@ -62,14 +62,16 @@ long StatusKiB(const std::string& field) {
     return 0;
 }
 
-void ResetPeakMemory() { std::ofstream("/proc/self/clear_refs") << "5"; }
+void ResetPeakMemory() {
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
 
 class Catalogue {
 public:
     explicit Catalogue(const std::filesystem::path& root) {
         manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr);
-        Set().AddActiveLibrary(process, IO::Location(root.string()), LM::LocalLibrary, LM::NotVital, KL::NULLGuid,
-                               KL::UniString(), false);
+        Set().AddActiveLibrary(process, IO::Location(root.string()), LM::LocalLibrary, LM::NotVital,
+                               KL::NULLGuid, KL::UniString(), false);
     }
     LM::LibrarySet& Set() { return *manager.GetLibrarySet(); }
     void Enumerate() { Set().Enumerate(process); }
@@ -117,8 +119,8 @@ int main(int argc, char** argv) {
         again.push_back(Milliseconds([&] { catalogue.Enumerate(); }));
     }
     const double baseline = Median(walk);
-    std::printf("end to end: %d parts, %zu files, %.0f MiB; median of 3 rounds, ratio to the plain walk\n", parts,
-                facts.files, static_cast<double>(facts.bytes) / (1024.0 * 1024.0));
+    std::printf("end to end: %d parts, %zu files, %.0f MiB; median of 3 rounds, ratio to the plain walk\n",
+                parts, facts.files, static_cast<double>(facts.bytes) / (1024.0 * 1024.0));
     PrintRow("plain open-read-close walk", baseline, "ms", baseline);
     PrintRow("cold enumerate", Median(cold), "ms", baseline);
     PrintRow("re-enumerate", Median(again), "ms", baseline);

@@ -24,11 +24,17 @@ KL::UnID PartId(int n) {
                     KL::Guid(static_cast<std::uint32_t>(n), 3, 4, {}));
 }
 
-std::string PartName(int n) { return "Part " + std::to_string(n); }
-std::string FileName(int n) { return PartName(n) + ".klm"; }
+std::string PartName(int n) {
+    return "Part " + std::to_string(n);
+}
+std::string FileName(int n) {
+    return PartName(n) + ".klm";
+}
 
 // The library server's guid of a part: derived from the part's number in its file name.
-KL::Guid ServerGuid(int n) { return KL::Guid(static_cast<std::uint32_t>(n) ^ 0x5bd1e995u, 7, 7, {}); }
+KL::Guid ServerGuid(int n) {
+    return KL::Guid(static_cast<std::uint32_t>(n) ^ 0x5bd1e995u, 7, 7, {});
+}
 
 class NumberedServer : public LM::IServerLibraryCollection {
 public:
@@ -42,7 +48,8 @@ public:
 // Small parts: a lookup reads the catalogue, never the files.
 class Library {
 public:
-    Library() : root(std::filesystem::temp_directory_path() / ("lm-lookup-bench-" + std::to_string(::getpid()))) {
+    Library()
+        : root(std::filesystem::temp_directory_path() / ("lm-lookup-bench-" + std::to_string(::getpid()))) {
         for (int i = 0; i < PartCount; ++i) {
             LPF::SymbolFile part;
             part.SetOwnUnID(PartId(i));
@@ -62,8 +69,9 @@ class Catalogue {
 public:
     Catalogue() {
         manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr);
-        set = std::make_unique<LM::LibrarySet>(nullptr, reports, &server, manager.GetLibrarySet()->GetStorableFileTypes(),
-                                               LM::LibrarySet::FileTypeList(), FTM::UnknownGroup, IO::Location());
+        set = std::make_unique<LM::LibrarySet>(
+            nullptr, reports, &server, manager.GetLibrarySet()->GetStorableFileTypes(),
+            LM::LibrarySet::FileTypeList(), FTM::UnknownGroup, IO::Location());
         set->AddActiveLibrary(process, IO::Location(library.root.string()), LM::LocalLibrary, LM::NotVital,
                               KL::NULLGuid, KL::UniString(), false);
         set->Enumerate(process);
@@ -128,24 +136,23 @@ void BM_SearchSymbolByGuid(benchmark::State& state) {
 BENCHMARK(BM_SearchSymbolByGuid);
 
 void BM_SearchLibPartDocuName(benchmark::State& state) {
-    RunLookups<KL::UniString>(state, [](int n) { return KL::UniString(PartName(n)); },
-                              [](const LM::LibrarySet& set, const KL::UniString& name) {
-                                  return set.SearchLibPartDocuName(name);
-                              });
+    RunLookups<KL::UniString>(
+        state, [](int n) { return KL::UniString(PartName(n)); },
+        [](const LM::LibrarySet& set, const KL::UniString& name) { return set.SearchLibPartDocuName(name); });
 }
 BENCHMARK(BM_SearchLibPartDocuName);
 
 void BM_SearchLibPartFileName(benchmark::State& state) {
-    RunLookups<KL::UniString>(state, [](int n) { return KL::UniString(FileName(n)); },
-                              [](const LM::LibrarySet& set, const KL::UniString& name) {
-                                  return set.SearchLibPartFileName(name);
-                              });
+    RunLookups<KL::UniString>(
+        state, [](int n) { return KL::UniString(FileName(n)); },
+        [](const LM::LibrarySet& set, const KL::UniString& name) { return set.SearchLibPartFileName(name); });
 }
 BENCHMARK(BM_SearchLibPartFileName);
 
 void BM_GetLibPartById(benchmark::State& state) {
-    RunLookups<LM::LibPartId>(state, [](int n) { return LM::LibPartId(PartId(n), KL::UniString()); },
-                              [](const LM::LibrarySet& set, const LM::LibPartId& id) { return set.GetLibPart(id); });
+    RunLookups<LM::LibPartId>(
+        state, [](int n) { return LM::LibPartId(PartId(n), KL::UniString()); },
+        [](const LM::LibrarySet& set, const LM::LibPartId& id) { return set.GetLibPart(id); });
 }
 BENCHMARK(BM_GetLibPartById);
 
@@ -171,8 +178,8 @@ void BM_LibItemIteratorByName(benchmark::State& state) {
     const LM::LibItemOrderByName byName;
     for (auto _ : state) {
         std::size_t valid = 0;
-        for (LM::LibItemIterator item(*catalogue.set, byName, LM::LibItemIterator::ValidItemsOnly); item != nullptr;
-             ++item)
+        for (LM::LibItemIterator item(*catalogue.set, byName, LM::LibItemIterator::ValidItemsOnly);
+             item != nullptr; ++item)
             ++valid;
         benchmark::DoNotOptimize(valid);
     }

@@ -56,11 +56,12 @@ void PrintSummary(Session& session, std::ostream& out) {
     const nlohmann::json summary = SummaryJson(session);
     const nlohmann::json& kinds = summary["duplicatesByKind"];
     out << "libraries   " << summary["libraries"] << '\n'
-        << "parts       " << summary["parts"] << " (" << summary["validParts"] << " valid, " << summary["dummyParts"]
-        << " dummy)\n"
+        << "parts       " << summary["parts"] << " (" << summary["validParts"] << " valid, "
+        << summary["dummyParts"] << " dummy)\n"
         << "folders     " << summary["folders"] << '\n'
-        << "duplicates  " << kinds["id"] << " by id, " << kinds["name"] << " by name, " << kinds["revisionConflicts"]
-        << " revision conflicts, " << kinds["sameNameDifferentContent"] << " same name with different content\n"
+        << "duplicates  " << kinds["id"] << " by id, " << kinds["name"] << " by name, "
+        << kinds["revisionConflicts"] << " revision conflicts, " << kinds["sameNameDifferentContent"]
+        << " same name with different content\n"
         << "time        " << std::fixed << std::setprecision(3) << session.GetSeconds() << " s\n";
     out.unsetf(std::ios::floatfield);
 }
@@ -107,7 +108,8 @@ nlohmann::json DuplicatesJson(Session& session) {
 void PrintMembers(const nlohmann::json& report, const char* indent, bool markKept, std::ostream& out) {
     bool first = true;
     for (const nlohmann::json& member : report["members"]) {
-        out << indent << member["display"].get<std::string>() << (first && markKept ? "   (kept)" : "") << '\n';
+        out << indent << member["display"].get<std::string>() << (first && markKept ? "   (kept)" : "")
+            << '\n';
         first = false;
     }
 }
@@ -157,12 +159,13 @@ void PrintTree(Session& session, std::ostream& out) {
 } // namespace
 
 int RunEnumerateCommand(const Arguments& arguments) {
-    const CommandHelp help{"enumerate LIB... [--json] [-q]",
-                           "Enumerates the libraries and prints a summary: libraries, parts (valid and dummy),\n"
-                           "folders, duplicates by kind, and the time taken.\n\n"
-                           "  --json   one JSON object with libraries, parts, validParts, dummyParts, folders,\n"
-                           "           duplicates, duplicatesByKind and seconds\n"
-                           "  -q       no progress on the terminal\n\n"};
+    const CommandHelp help{
+        "enumerate LIB... [--json] [-q]",
+        "Enumerates the libraries and prints a summary: libraries, parts (valid and dummy),\n"
+        "folders, duplicates by kind, and the time taken.\n\n"
+        "  --json   one JSON object with libraries, parts, validParts, dummyParts, folders,\n"
+        "           duplicates, duplicatesByKind and seconds\n"
+        "  -q       no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         if (options.json)
             std::cout << SummaryJson(session).dump(2) << '\n';
@@ -173,13 +176,14 @@ int RunEnumerateCommand(const Arguments& arguments) {
 }
 
 int RunListCommand(const Arguments& arguments) {
-    const CommandHelp help{"list LIB... [--type T] [--json] [-q]",
-                           "Lists every part, one a line: name, file name, type, main and revision guid,\n"
-                           "valid or dummy, and folder, separated by tabs.\n\n"
-                           "  --type T   only parts of type T: part, script, image, text, xml, package, other\n"
-                           "  --json     an array of objects with name, file, location, type, mainGuid,\n"
-                           "             revisionGuid, valid and folder\n"
-                           "  -q         no progress on the terminal\n\n"};
+    const CommandHelp help{
+        "list LIB... [--type T] [--json] [-q]",
+        "Lists every part, one a line: name, file name, type, main and revision guid,\n"
+        "valid or dummy, and folder, separated by tabs.\n\n"
+        "  --type T   only parts of type T: part, script, image, text, xml, package, other\n"
+        "  --json     an array of objects with name, file, location, type, mainGuid,\n"
+        "             revisionGuid, valid and folder\n"
+        "  -q         no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {"--type"}, [](Session& session, const Options& options) {
         nlohmann::json parts = nlohmann::json::array();
         for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
@@ -205,8 +209,8 @@ int RunListCommand(const Arguments& arguments) {
         }
         for (const nlohmann::json& part : parts)
             std::cout << part["name"].get<std::string>() << '\t' << part["file"].get<std::string>() << '\t'
-                      << part["type"].get<std::string>() << '\t' << part["mainGuid"].get<std::string>() << '\t'
-                      << part["revisionGuid"].get<std::string>() << '\t'
+                      << part["type"].get<std::string>() << '\t' << part["mainGuid"].get<std::string>()
+                      << '\t' << part["revisionGuid"].get<std::string>() << '\t'
                       << (part["valid"].get<bool>() ? "valid" : "dummy") << '\t'
                       << part["folder"].get<std::string>() << '\n';
         return ExitSuccess;
@@ -214,13 +218,14 @@ int RunListCommand(const Arguments& arguments) {
 }
 
 int RunDuplicatesCommand(const Arguments& arguments) {
-    const CommandHelp help{"duplicates LIB... [--json] [-q]",
-                           "Prints the four kinds of duplicate reports: parts with the same id, parts without\n"
-                           "an id with the same file name, revisions of one part that conflict, and parts of\n"
-                           "one name whose ids differ. The part kept in the catalogue comes first.\n\n"
-                           "  --json   an object with idDuplicates, nameDuplicates, revisionConflicts and\n"
-                           "           sameNameDifferentContent\n"
-                           "  -q       no progress on the terminal\n\n"};
+    const CommandHelp help{
+        "duplicates LIB... [--json] [-q]",
+        "Prints the four kinds of duplicate reports: parts with the same id, parts without\n"
+        "an id with the same file name, revisions of one part that conflict, and parts of\n"
+        "one name whose ids differ. The part kept in the catalogue comes first.\n\n"
+        "  --json   an object with idDuplicates, nameDuplicates, revisionConflicts and\n"
+        "           sameNameDifferentContent\n"
+        "  -q       no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         if (options.json)
             std::cout << DuplicatesJson(session).dump(2) << '\n';
@@ -231,9 +236,10 @@ int RunDuplicatesCommand(const Arguments& arguments) {
 }
 
 int RunTreeCommand(const Arguments& arguments) {
-    const CommandHelp help{"tree LIB... [-q]",
-                           "Prints the type hierarchy of the parts as a tree; each node shows how many parts\n"
-                           "lie at or below it. Ancestors that no library holds show as (missing).\n\n"};
+    const CommandHelp help{
+        "tree LIB... [-q]",
+        "Prints the type hierarchy of the parts as a tree; each node shows how many parts\n"
+        "lie at or below it. Ancestors that no library holds show as (missing).\n\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options&) {
         PrintTree(session, std::cout);
         return ExitSuccess;

@@ -53,8 +53,8 @@ const std::string* Options::Value(const std::string& name) const {
     return found != values.end() ? &found->second : nullptr;
 }
 
-std::optional<Options> ParseOptions(const Arguments& arguments, std::initializer_list<const char*> valueOptions,
-                                    int* exitCode) {
+std::optional<Options> ParseOptions(const Arguments& arguments,
+                                    std::initializer_list<const char*> valueOptions, int* exitCode) {
     Options options;
     const std::vector<std::string>& values = arguments.values;
     for (std::size_t i = 0; i < values.size(); ++i) {
@@ -67,7 +67,8 @@ std::optional<Options> ParseOptions(const Arguments& arguments, std::initializer
             options.quiet = true;
         } else if (takesValue) {
             if (i + 1 == values.size()) {
-                *exitCode = Complain(arguments, value + " needs a value; see 'libmgr " + arguments.command + " --help'",
+                *exitCode = Complain(arguments,
+                                     value + " needs a value; see 'libmgr " + arguments.command + " --help'",
                                      ExitUsage);
                 return std::nullopt;
             }
@@ -80,7 +81,8 @@ std::optional<Options> ParseOptions(const Arguments& arguments, std::initializer
         }
     }
     if (options.libraries.empty()) {
-        *exitCode = Complain(arguments, "which library? see 'libmgr " + arguments.command + " --help'", ExitUsage);
+        *exitCode =
+            Complain(arguments, "which library? see 'libmgr " + arguments.command + " --help'", ExitUsage);
         return std::nullopt;
     }
     return options;
@@ -134,9 +136,9 @@ std::string Session::FolderDisplay(int folder) {
 
 std::string Session::TypeWord(const LM::LibPart& part) const {
     const LM::PublicIDs& ids = Ids();
-    const std::pair<FTM::GeneralID, const char*> words[] = {{ids.symbolGroup, "part"}, {ids.scriptType, "script"},
-                                                            {ids.imageGroup, "image"},  {ids.textType, "text"},
-                                                            {ids.xmlType, "xml"},       {ids.packageType, "package"}};
+    const std::pair<FTM::GeneralID, const char*> words[] = {
+        {ids.symbolGroup, "part"}, {ids.scriptType, "script"}, {ids.imageGroup, "image"},
+        {ids.textType, "text"},    {ids.xmlType, "xml"},       {ids.packageType, "package"}};
     for (const auto& [type, word] : words)
         if (part.GetGeneralFileType() == type)
             return word;

@@ -29,8 +29,8 @@ struct CommandHelp {
 };
 
 // Everything that does not start with "-" is a library; `valueOptions` take the next argument.
-std::optional<Options> ParseOptions(const Arguments& arguments, std::initializer_list<const char*> valueOptions,
-                                    int* exitCode);
+std::optional<Options> ParseOptions(const Arguments& arguments,
+                                    std::initializer_list<const char*> valueOptions, int* exitCode);
 
 // A started manager with the libraries of the command line enumerated.
 class Session {
@@ -60,8 +60,8 @@ private:
 // Parses, opens the session and hands over; --help answers before anything runs. A command that
 // needs more than its libraries checks the options in `work`.
 template <typename Work>
-int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help, std::initializer_list<const char*> valueOptions,
-                   Work work) {
+int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help,
+                   std::initializer_list<const char*> valueOptions, Work work) {
     if (arguments.WantsHelp()) {
         std::cout << "Usage: libmgr " << help.usage << "\n\n" << help.text;
         return ExitSuccess;

@@ -125,8 +125,8 @@ int RunGenCommand(const Arguments& arguments) {
         return Complain(arguments, failedPath + ": " + ErrorText(result), ExitFailure);
     std::cout << "parts       " << summary.parts << " below " << summary.templates << " templates, in "
               << summary.folders << " folders\n"
-              << "clashes     " << summary.idDuplicates << " copies with the same id, " << summary.revisionConflicts
-              << " other revisions\n"
+              << "clashes     " << summary.idDuplicates << " copies with the same id, "
+              << summary.revisionConflicts << " other revisions\n"
               << "others      " << summary.pictures << " pictures, " << summary.texts << " texts\n"
               << "size        " << (summary.bytes + 512 * 1024) / (1024 * 1024) << " MiB\n";
     return ExitSuccess;

@@ -8,22 +8,33 @@ namespace libmgr {
 
 namespace {
 
-constexpr const char* Words[] = {"Chair", "Table", "Lamp",  "Door", "Window", "Shelf",
-                                 "Desk",  "Stair", "Beam",  "Sofa", "Column", "Railing"};
+constexpr const char* Words[] = {"Chair", "Table", "Lamp", "Door", "Window", "Shelf",
+                                 "Desk",  "Stair", "Beam", "Sofa", "Column", "Railing"};
 
 // What scripts of the part language look like, for sizes that compress and parse like real ones.
-constexpr const char* ScriptLines[] = {
-    "BLOCK A, B, ZZYZX\n", "ADDZ ZZYZX / 2\n", "DEL 1\n",         "ROTZ 90\n",
-    "MATERIAL mat\n",      "PEN pen\n",        "FOR i = 1 TO n\n", "NEXT i\n",
-    "CYLIND r, ZZYZX\n",   "! keeps the legs inside the seat\n", "IF A > B THEN GOSUB 100\n", "RETURN\n"};
+constexpr const char* ScriptLines[] = {"BLOCK A, B, ZZYZX\n",
+                                       "ADDZ ZZYZX / 2\n",
+                                       "DEL 1\n",
+                                       "ROTZ 90\n",
+                                       "MATERIAL mat\n",
+                                       "PEN pen\n",
+                                       "FOR i = 1 TO n\n",
+                                       "NEXT i\n",
+                                       "CYLIND r, ZZYZX\n",
+                                       "! keeps the legs inside the seat\n",
+                                       "IF A > B THEN GOSUB 100\n",
+                                       "RETURN\n"};
 
 constexpr std::size_t KiB = 1024;
 
-std::u16string Widen(const std::string& text) { return std::u16string(text.begin(), text.end()); }
+std::u16string Widen(const std::string& text) {
+    return std::u16string(text.begin(), text.end());
+}
 
 } // namespace
 
-LibraryGenerator::LibraryGenerator(const GeneratorOptions& options) : options(options), random(options.seed) {}
+LibraryGenerator::LibraryGenerator(const GeneratorOptions& options)
+    : options(options), random(options.seed) {}
 
 KL::Guid LibraryGenerator::NewGuid() {
     const std::uint64_t high = random();
@@ -45,7 +56,8 @@ void LibraryGenerator::PlanTemplates() {
         do
             parent = Below(templates.size());
         while (templates[parent].ancestry.size() + 2 > static_cast<std::size_t>(options.depth));
-        Template type{KL::UnID(NewGuid(), NewGuid()), "Type " + std::to_string(t), templates[parent].ancestry};
+        Template type{KL::UnID(NewGuid(), NewGuid()), "Type " + std::to_string(t),
+                      templates[parent].ancestry};
         type.ancestry.push_back(templates[parent].id);
         templates.push_back(std::move(type));
     }
@@ -104,19 +116,32 @@ void LibraryGenerator::AddScripts(LPF::SymbolFile* file) {
 void LibraryGenerator::AddParameters(LPF::SymbolFile* file) {
     SyParSection section;
     for (const char* name : {"A", "B", "ZZYZX"})
-        section.parameters.push_back({name, ParLength, 0, KL::UniString(name), 0, 0, {0.5 + 0.1 * Below(20)}, {}});
-    const std::uint16_t kinds[] = {ParLength, ParAngle, ParRealNum, ParInteger, ParBoolean, ParMaterial, ParPenColor};
+        section.parameters.push_back(
+            {name, ParLength, 0, KL::UniString(name), 0, 0, {0.5 + 0.1 * Below(20)}, {}});
+    const std::uint16_t kinds[] = {ParLength,  ParAngle,    ParRealNum, ParInteger,
+                                   ParBoolean, ParMaterial, ParPenColor};
     const std::uint64_t more = 2 + Below(26);
     for (std::uint64_t k = 0; k < more; ++k) {
         const std::string name = "p" + std::to_string(k);
         if (Below(8) == 0) {
-            section.parameters.push_back({name, ParString, 0, KL::UniString("Label " + std::to_string(k)), 0, 0,
-                                          {}, {KL::UniString("Oak veneer")}});
+            section.parameters.push_back({name,
+                                          ParString,
+                                          0,
+                                          KL::UniString("Label " + std::to_string(k)),
+                                          0,
+                                          0,
+                                          {},
+                                          {KL::UniString("Oak veneer")}});
             continue;
         }
-        section.parameters.push_back({name, kinds[Below(std::size(kinds))], 0,
-                                      KL::UniString("Parameter " + std::to_string(k)), 0, 0,
-                                      {static_cast<double>(Below(100))}, {}});
+        section.parameters.push_back({name,
+                                      kinds[Below(std::size(kinds))],
+                                      0,
+                                      KL::UniString("Parameter " + std::to_string(k)),
+                                      0,
+                                      0,
+                                      {static_cast<double>(Below(100))},
+                                      {}});
     }
     file->SetSectionDataRef(LPF::Tags::Parameters, 0, BuildSyParHandle(section), true, -1);
 }
@@ -222,7 +247,8 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
         LPF::SymbolFile part;
         MakePart(copy, &part);
         if (const int result =
-                Save(part, root / (sameId ? "Duplicates/Copies" : "Duplicates/Revisions") / file, summary, failedPath))
+                Save(part, root / (sameId ? "Duplicates/Copies" : "Duplicates/Revisions") / file, summary,
+                     failedPath))
             return result;
         ++(sameId ? summary->idDuplicates : summary->revisionConflicts);
         step();
@@ -234,15 +260,16 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
         const std::uint64_t size = KiB + Below(7 * KiB);
         while (bytes.size() < size)
             bytes.push_back(static_cast<char>(random() & 0xFF));
-        const std::string name = "Pictures/Set " + std::to_string(k / 50) + "/Texture " + std::to_string(k) + ".png";
+        const std::string name =
+            "Pictures/Set " + std::to_string(k / 50) + "/Texture " + std::to_string(k) + ".png";
         if (const int result = WriteBytes(root / name, bytes, summary, failedPath))
             return result;
         ++summary->pictures;
     }
     for (int k = 0; k < options.parts / 100; ++k) {
         const std::string text = "Note " + std::to_string(k) + ": measured on site; see the drawings.\n";
-        if (const int result = WriteBytes(root / ("Texts/Note " + std::to_string(k) + ".txt"), text, summary,
-                                          failedPath))
+        if (const int result =
+                WriteBytes(root / ("Texts/Note " + std::to_string(k) + ".txt"), text, summary, failedPath))
             return result;
         ++summary->texts;
     }

@@ -44,8 +44,8 @@ struct Answer {
 };
 
 // The stage of the whole chain that gave `part` for `id` and `name`.
-std::string StageOf(LM::LibrarySet& set, const LM::LibPart* part, const KL::UnID& id, const KL::UniString& name,
-                    const Answer& answer) {
+std::string StageOf(LM::LibrarySet& set, const LM::LibPart* part, const KL::UnID& id,
+                    const KL::UniString& name, const Answer& answer) {
     if (answer.migrated)
         return "migration table";
     if (!part->IsValid())
@@ -143,7 +143,8 @@ nlohmann::json ReplacedParts(LM::LibrarySet& set, const LPF::SymbolFile& file) {
         return replaced;
     for (auto pair = table->GetTable().BeginPairs(); pair != table->GetTable().EndPairs(); ++pair) {
         const LM::LibPart* old = set.SearchAnySymbolByMainID(KL::UnID(pair->first, KL::NULLGuid), nullptr);
-        replaced.push_back(old != nullptr ? old->GetDocumentName().ToUTF8() : "{" + pair->first.ToString() + "}");
+        replaced.push_back(old != nullptr ? old->GetDocumentName().ToUTF8()
+                                          : "{" + pair->first.ToString() + "}");
     }
     return replaced;
 }
@@ -169,7 +170,8 @@ nlohmann::json Describe(Session& session, const LM::LibPart& part) {
     if (const LM::LibPart* proxy = set.GetSymbolProxy(&part); proxy != nullptr && proxy != &part)
         json["proxy"] = proxy->GetDocumentName().ToUTF8();
     KL::Array<const LM::LibPart*> below;
-    json["descendants"] = part.GetOwnUnID().IsNull() ? 0 : set.SearchSymbolsByAncestor(part.GetOwnUnID(), below, false);
+    json["descendants"] =
+        part.GetOwnUnID().IsNull() ? 0 : set.SearchSymbolsByAncestor(part.GetOwnUnID(), below, false);
     nlohmann::json replacedBy = nlohmann::json::array();
     KL::Array<const LM::LibPart*> replacements;
     set.GetLibPartArrayFromMigrationGuidTable(LM::LibPartId(&part), &replacements);
@@ -179,6 +181,9 @@ nlohmann::json Describe(Session& session, const LM::LibPart& part) {
     json["replaces"] = nlohmann::json::array();
     nlohmann::json sections = nlohmann::json::array();
     if (const LPF::SymbolFile* file = part.GetSymbolFile()) {
+        // A damaged file is still a record of the catalogue; say what is wrong with it.
+        if (file->GetStatus() != KL::NoError)
+            json["damaged"] = ErrorText(file->GetStatus());
         file->EnumerateSections(CollectSection, &sections);
         json["replaces"] = ReplacedParts(set, *file);
     }
@@ -193,8 +198,11 @@ void PrintDescription(const nlohmann::json& part) {
     line("name", part["name"].get<std::string>());
     line("file", part["display"].get<std::string>());
     line("type", part["type"].get<std::string>() + (part["valid"].get<bool>() ? "" : ", dummy"));
-    line("id", "{" + part["mainGuid"].get<std::string>() + "} {" + part["revisionGuid"].get<std::string>() + "}");
+    line("id",
+         "{" + part["mainGuid"].get<std::string>() + "} {" + part["revisionGuid"].get<std::string>() + "}");
     line("library", part["library"].get<std::string>());
+    if (part.contains("damaged"))
+        line("damaged", part["damaged"].get<std::string>());
     if (!part.contains("ancestry"))
         return;
     std::string flags;
@@ -206,7 +214,8 @@ void PrintDescription(const nlohmann::json& part) {
     std::string chain;
     for (const nlohmann::json& ancestor : part["ancestry"]) {
         const std::string name = ancestor["name"].get<std::string>();
-        chain += (name.empty() ? "(missing) {" + ancestor["mainGuid"].get<std::string>() + "}" : name) + " > ";
+        chain +=
+            (name.empty() ? "(missing) {" + ancestor["mainGuid"].get<std::string>() + "}" : name) + " > ";
     }
     line("ancestry", chain + part["name"].get<std::string>());
     if (part.contains("proxy"))
@@ -245,7 +254,8 @@ int RunFindCommand(const Arguments& arguments) {
         "  -q              no progress on the terminal\n\n"
         "Exits with 1 when no part matches.\n"};
     return RunOnCatalogue(
-        arguments, help, {"--guid", "--name", "--file", "--ancestor"}, [&](Session& session, const Options& options) {
+        arguments, help, {"--guid", "--name", "--file", "--ancestor"},
+        [&](Session& session, const Options& options) {
             const std::string* guid = options.Value("--guid");
             const std::string* name = options.Value("--name");
             const std::string* file = options.Value("--file");
@@ -256,7 +266,8 @@ int RunFindCommand(const Arguments& arguments) {
             const std::string* idText = guid != nullptr ? guid : ancestor;
             const std::optional<KL::UnID> id = idText != nullptr ? ParseId(*idText) : KL::UnID();
             if (!id)
-                return Complain(arguments, "'" + *idText + "' is not an id (MAIN or MAIN/REVISION)", ExitUsage);
+                return Complain(arguments, "'" + *idText + "' is not an id (MAIN or MAIN/REVISION)",
+                                ExitUsage);
             Answer answer;
             if (ancestor != nullptr) {
                 answer = FindDescendants(session.Set(), *id);
@@ -265,21 +276,23 @@ int RunFindCommand(const Arguments& arguments) {
                 if (const LM::LibPart* part = session.Set().SearchLibPartFileName(KL::UniString(*file)))
                     answer.parts.push_back(part);
             } else {
-                answer = FindByChain(session.Set(), *id, KL::UniString(name != nullptr ? *name : std::string()));
+                answer =
+                    FindByChain(session.Set(), *id, KL::UniString(name != nullptr ? *name : std::string()));
             }
             return PrintAnswer(session, options, answer, arguments);
         });
 }
 
 int RunShowCommand(const Arguments& arguments) {
-    const CommandHelp help{"show LIB... PART [--json] [-q]",
-                           "Shows everything about one part: its place, type and id, its flags, its ancestry\n"
-                           "by name, the part that stands in for it, how many parts lie below it, the parts\n"
-                           "that replace it, and the sections of its file.\n\n"
-                           "PART, the last argument, is a part file, an id (MAIN or MAIN/REVISION), a document\n"
-                           "name or a file name.\n\n"
-                           "  --json   one object with these fields\n"
-                           "  -q       no progress on the terminal\n"};
+    const CommandHelp help{
+        "show LIB... PART [--json] [-q]",
+        "Shows everything about one part: its place, type and id, its flags, its ancestry\n"
+        "by name, the part that stands in for it, how many parts lie below it, the parts\n"
+        "that replace it, and the sections of its file.\n\n"
+        "PART, the last argument, is a part file, an id (MAIN or MAIN/REVISION), a document\n"
+        "name or a file name.\n\n"
+        "  --json   one object with these fields\n"
+        "  -q       no progress on the terminal\n"};
     Arguments libraries = arguments;
     std::string partText;
     for (auto value = libraries.values.rbegin(); value != libraries.values.rend(); ++value)

@@ -18,8 +18,8 @@ KL::ConstSharedPtr<BinCode> Code(const std::string& bytes) {
 }
 
 KL::ConstSharedPtr<LM::AncestryHandleWrapper> Chain(const std::string& bytes) {
-    return KL::ConstSharedPtr<LM::AncestryHandleWrapper>(
-        new LM::AncestryHandleWrapper(KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size()))));
+    return KL::ConstSharedPtr<LM::AncestryHandleWrapper>(new LM::AncestryHandleWrapper(
+        KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size()))));
 }
 
 const KL::UnID Part(KL::Guid(7, 0, 0, {}), KL::Guid(7, 1, 0, {}));
@@ -35,7 +35,8 @@ TEST(BinCodeStore, ItemsAreFiledByIdAndReadsCountAsUses) {
     EXPECT_EQ(code, nullptr);
     EXPECT_EQ(store.GetQdlBinCode(5, &code, nullptr), LM::LibPartFileError);
 
-    const int index = store.StoreQdlBinCode(Part, IO::Location("/lib/Chair.klm"), QDL_3DScript, Code("3d"), Chain("ab"));
+    const int index =
+        store.StoreQdlBinCode(Part, IO::Location("/lib/Chair.klm"), QDL_3DScript, Code("3d"), Chain("ab"));
     EXPECT_EQ(index, 1);
     EXPECT_EQ(store.GetScriptType(index), QDL_3DScript);
     EXPECT_EQ(store.GetUsedMemory(), 4);
@@ -65,7 +66,8 @@ TEST(BinCodeStore, ATinyLimitEvictsEverythingButCallersKeepWhatTheyHold) {
     LM::QdlBinCodesContainer store(1, LM::QdlBinCodesContainer::NoLimit);
     const KL::ConstSharedPtr<BinCode> kept = Code("kept by the caller");
     const int first = store.StoreQdlBinCode(Part, IO::Location("/lib/a.klm"), QDL_2DScript, kept, Chain("x"));
-    const int second = store.StoreQdlBinCode(Part, IO::Location("/lib/a.klm"), QDL_3DScript, Code("3d"), Chain("y"));
+    const int second =
+        store.StoreQdlBinCode(Part, IO::Location("/lib/a.klm"), QDL_3DScript, Code("3d"), Chain("y"));
     EXPECT_EQ(store.GetUsedMemory(), 0);
     EXPECT_EQ(store.GetLeastRecentLeastUsed(true), 0U);
     // The sizes stay, the data is gone; without a cache file nothing comes back.

@@ -25,8 +25,8 @@ protected:
     ~Catalogue() override { LM::InitLibraryManager({}, {}, FTM::GeneralID(), FTM::GeneralID()); }
 
     int AddLocal(const std::string& relative, LM::VitalMode vital = LM::NotVital) {
-        return set.AddActiveLibrary(process, scratch.Location(relative), LM::LocalLibrary, vital, KL::NULLGuid,
-                                    KL::UniString(), false);
+        return set.AddActiveLibrary(process, scratch.Location(relative), LM::LocalLibrary, vital,
+                                    KL::NULLGuid, KL::UniString(), false);
     }
 
     ScratchFolder scratch;
@@ -79,7 +79,9 @@ TEST_F(Catalogue, ActiveLibrariesAnswerByIndexAndLocation) {
     EXPECT_EQ(AddLocal("Outer", LM::Vital), 0);
     EXPECT_EQ(AddLocal("Outer/Inner"), 1);
     EXPECT_EQ(AddLocal("Objects/RFS"), 2);
-    EXPECT_EQ(set.AddActiveLibrary(KL::UniString("https://example.org/libs/Doors"), LM::UrlLibrary, LM::NotVital), 3);
+    EXPECT_EQ(
+        set.AddActiveLibrary(KL::UniString("https://example.org/libs/Doors"), LM::UrlLibrary, LM::NotVital),
+        3);
     EXPECT_EQ(set.GetActiveLibraryNum(), 4);
     EXPECT_EQ(set.GetNumEnumerationPhases(), 5);
 
@@ -158,8 +160,8 @@ TEST_F(Catalogue, SortingFoldersKeepsEveryParentOnItsFolder) {
         // The fixed folders keep the scratch number they were given: their own index.
         EXPECT_EQ(folders.GetTreeItemId(i), i < 3 ? i : 0);
     }
-    EXPECT_EQ(order, (std::vector<std::string>{"Libraries<", "<Libraries", "<Libraries", "L0<Libraries", "a<L0",
-                                               "x<a", "b<L0", "L1<Libraries"}));
+    EXPECT_EQ(order, (std::vector<std::string>{"Libraries<", "<Libraries", "<Libraries", "L0<Libraries",
+                                               "a<L0", "x<a", "b<L0", "L1<Libraries"}));
 }
 
 TEST_F(Catalogue, ObserversJoiningOrLeavingDuringACallAreNeitherRepeatedNorLost) {

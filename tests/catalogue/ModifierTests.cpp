@@ -54,20 +54,23 @@ protected:
     Modifiers() {
         SavePart("Lib/Furniture.klm", TestId(1), "Furniture", {}, true);
         for (std::uint32_t n = 2; n < 10; ++n)
-            SavePart("Lib/Part " + std::to_string(n) + ".klm", TestId(n), ("Part " + std::to_string(n)).c_str(),
-                     {TestId(1)});
+            SavePart("Lib/Part " + std::to_string(n) + ".klm", TestId(n),
+                     ("Part " + std::to_string(n)).c_str(), {TestId(1)});
         AddLibrary("Lib");
         EXPECT_EQ(Set().Enumerate(process), 0);
     }
 
-    const LM::LibPart* Part(std::uint32_t n) { return Set().GetLibPart(LM::LibPartId(TestId(n), KL::UniString())); }
+    const LM::LibPart* Part(std::uint32_t n) {
+        return Set().GetLibPart(LM::LibPartId(TestId(n), KL::UniString()));
+    }
 };
 
 TEST_F(Modifiers, EachRungActsOnTheSetItWasMadeFrom) {
     const LM::LibrarySet::Modifier modifier = manager.GetModifier();
     const LM::LibrarySet::Modifier copy = modifier;
     EXPECT_EQ(copy.GetConstLibrarySet(), &Set());
-    const LM::LibrarySet::ThreadSafeModifier forScripts = manager.GetFileServices()->GetLibSetThreadSafeModifier();
+    const LM::LibrarySet::ThreadSafeModifier forScripts =
+        manager.GetFileServices()->GetLibSetThreadSafeModifier();
     EXPECT_EQ(forScripts.GetConstLibrarySet(), &Set());
 
     // Checking access changes nothing: the modifier's class is the contract.
@@ -157,8 +160,9 @@ TEST_F(Modifiers, CompiledCodeIsKeptByPartAndScriptTypeUntilTheAncestryChanges) 
     // The part is saved below another type: its code no longer fits and is compiled anew, in the
     // same place of the store.
     SavePart("Lib/Part 2.klm", TestId(2), "Part 2", {TestId(3)});
-    ASSERT_EQ(Set().StoreLibPart(process, scratch.Location("Lib/Part 2.klm"), -1, nullptr, nullptr, false, nullptr),
-              Part(2));
+    ASSERT_EQ(
+        Set().StoreLibPart(process, scratch.Location("Lib/Part 2.klm"), -1, nullptr, nullptr, false, nullptr),
+        Part(2));
     EXPECT_EQ(modifier.GetSymbolQdlBinCode(Part(2), QDL_3DScript, &code), 0);
     EXPECT_EQ(code, nullptr);
     EXPECT_EQ(modifier.SetSymbolQdlBinCode(Part(2), QDL_3DScript, Code("again")), 0);
@@ -176,7 +180,8 @@ TEST_F(Modifiers, CompiledCodeIsKeptByPartAndScriptTypeUntilTheAncestryChanges) 
 TEST_F(Modifiers, ScriptThreadOperationsFromEightThreadsAtOnce) {
     constexpr int Threads = 8;
     constexpr int Rounds = 200;
-    const LM::LibrarySet::ThreadSafeModifier modifier = manager.GetFileServices()->GetLibSetThreadSafeModifier();
+    const LM::LibrarySet::ThreadSafeModifier modifier =
+        manager.GetFileServices()->GetLibSetThreadSafeModifier();
     std::vector<const LM::LibPart*> parts;
     for (std::uint32_t n = 2; n < 10; ++n)
         parts.push_back(Part(n));

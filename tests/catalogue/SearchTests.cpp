@@ -18,10 +18,13 @@ const KL::Guid LampMain(50, 0, 0, {});
 
 // One type with three revisions present; their revision guids ascend, so the index holds them in
 // this order.
-KL::UnID LampRevision(std::uint16_t n) { return KL::UnID(LampMain, KL::Guid(50, n, 0, {})); }
+KL::UnID LampRevision(std::uint16_t n) {
+    return KL::UnID(LampMain, KL::Guid(50, n, 0, {}));
+}
 
 // Gives the part a migration value and the main guids it replaces.
-std::function<void(LPF::SymbolFile&)> Replacing(LPF::MigrationValue value, std::initializer_list<KL::Guid> replaced) {
+std::function<void(LPF::SymbolFile&)> Replacing(LPF::MigrationValue value,
+                                                std::initializer_list<KL::Guid> replaced) {
     const std::vector<KL::Guid> mains(replaced);
     return [value, mains](LPF::SymbolFile& file) {
         file.SetMigrationValue(value);
@@ -30,11 +33,12 @@ std::function<void(LPF::SymbolFile&)> Replacing(LPF::MigrationValue value, std::
             table.Add(mainGuid, {2, true});
         KL::MemoryOChannel stream;
         table.Write(stream);
-        ASSERT_EQ(file.SetSectionDataRef(LPF::Tags::MigrationTable, 0,
-                                         KL::BMNewHandleFrom(stream.GetData().data(),
-                                                         static_cast<std::int64_t>(stream.GetData().size())),
-                                         true, -1),
-                  0);
+        ASSERT_EQ(
+            file.SetSectionDataRef(LPF::Tags::MigrationTable, 0,
+                                   KL::BMNewHandleFrom(stream.GetData().data(),
+                                                       static_cast<std::int64_t>(stream.GetData().size())),
+                                   true, -1),
+            0);
     };
 }
 
@@ -59,14 +63,18 @@ protected:
         EXPECT_EQ(Set().Enumerate(process), 0);
         LM::AncestryInfo chain;
         chain.Append(TestId(1));
-        ghost = Set().StoreDummyLibPart(process, KL::UniString("Ghost"), TestId(30), LM::GetSymbolFileGroup(), chain,
-                                        false);
+        ghost = Set().StoreDummyLibPart(process, KL::UniString("Ghost"), TestId(30), LM::GetSymbolFileGroup(),
+                                        chain, false);
         EXPECT_NE(ghost, nullptr);
     }
 
-    const LM::LibPart* Part(const KL::UnID& id) { return Set().GetLibPart(LM::LibPartId(id, KL::UniString())); }
+    const LM::LibPart* Part(const KL::UnID& id) {
+        return Set().GetLibPart(LM::LibPartId(id, KL::UniString()));
+    }
 
-    std::string NameOf(const LM::LibPart* part) { return part == nullptr ? "none" : part->GetDocumentName().ToUTF8(); }
+    std::string NameOf(const LM::LibPart* part) {
+        return part == nullptr ? "none" : part->GetDocumentName().ToUTF8();
+    }
 
     const LM::LibPart* Complex(const KL::UnID& id, const char* name, LM::LibrarySet::LibPartSearchMode mode,
                                bool* ambiguous = nullptr, bool* migrated = nullptr) {
@@ -103,7 +111,8 @@ TEST_F(Search, ExactKeysFindValidRecordsOnly) {
     EXPECT_EQ(NameOf(Set().SearchLibPartDocuName(KL::UniString("A/B"))), "A:B");
     EXPECT_EQ(Set().SearchLibPartDocuName(KL::UniString("Ghost")), nullptr);
     EXPECT_EQ(NameOf(Set().SearchLibPartFileName(KL::UniString("chair.KLM"))), "Chair");
-    EXPECT_EQ(NameOf(Set().SearchLibPartFileName(KL::UniString("Chair.klm"), LM::GetSymbolFileGroup())), "Chair");
+    EXPECT_EQ(NameOf(Set().SearchLibPartFileName(KL::UniString("Chair.klm"), LM::GetSymbolFileGroup())),
+              "Chair");
     EXPECT_EQ(Set().SearchLibPartFileName(KL::UniString("Chair.klm"), LM::GetScriptFileType()), nullptr);
     EXPECT_EQ(NameOf(Set().SearchLibPartDocuName(KL::UniString("a/b"), LM::GetSymbolFileGroup())), "A:B");
     EXPECT_EQ(Set().SearchLibPartFileName(KL::UniString("")), nullptr);
@@ -111,8 +120,9 @@ TEST_F(Search, ExactKeysFindValidRecordsOnly) {
     // By place: the current one, or also the first place of a part that was moved.
     const IO::Location chairPlace = scratch.Location("Lib/Objects/Chair.klm");
     EXPECT_EQ(Set().SearchLibPart(chairPlace, LM::LibrarySet::CurrentLocation), Part(TestId(2)));
-    EXPECT_EQ(Set().SearchLibPart(scratch.Location("Lib/Objects/Nothing.klm"), LM::LibrarySet::CurrentLocation),
-              nullptr);
+    EXPECT_EQ(
+        Set().SearchLibPart(scratch.Location("Lib/Objects/Nothing.klm"), LM::LibrarySet::CurrentLocation),
+        nullptr);
     EXPECT_EQ(Set().SearchLibPart(IO::Location(), LM::LibrarySet::OrigLocationToo), nullptr);
     Set().SetTempLocationForLibPart(Part(TestId(2)), scratch.Location("Temp/Chair.klm"));
     EXPECT_EQ(Set().SearchLibPart(chairPlace, LM::LibrarySet::CurrentLocation), nullptr);
@@ -124,7 +134,8 @@ TEST_F(Search, ExactKeysFindValidRecordsOnly) {
 TEST_F(Search, CollectionsByMainGuidAncestorAndType) {
     KL::PagedArray<const LM::LibPart*, 8> parts;
     EXPECT_EQ(Set().SearchSymbolsByMainID(LampRevision(9), &parts, LM::LibPartSet::ValidRecords), 3U);
-    EXPECT_EQ(NameOf(parts[0]) + "," + NameOf(parts[1]) + "," + NameOf(parts[2]), "Lamp one,Lamp two,Lamp Three");
+    EXPECT_EQ(NameOf(parts[0]) + "," + NameOf(parts[1]) + "," + NameOf(parts[2]),
+              "Lamp one,Lamp two,Lamp Three");
     parts.Clear();
     EXPECT_EQ(Set().SearchSymbolsByMainID(TestId(30), &parts, LM::LibPartSet::NotValidRecords), 1U);
     EXPECT_EQ(parts[0], ghost);
@@ -184,7 +195,8 @@ TEST_F(Search, AnyhowFallsBackFromIdToMainGuidToName) {
     EXPECT_EQ(Set().SearchLibPartAnyhow(TestId(99), KL::UniString(), nullptr), nullptr);
     // A dummy's id leads nowhere by this chain; a null id finds a part without an id by its name.
     EXPECT_EQ(Set().SearchLibPartAnyhow(TestId(30), KL::UniString("Ghost"), nullptr), nullptr);
-    EXPECT_EQ(NameOf(Set().SearchLibPartAnyhow(KL::UnID(), KL::UniString("old stool"), nullptr)), "Old Stool");
+    EXPECT_EQ(NameOf(Set().SearchLibPartAnyhow(KL::UnID(), KL::UniString("old stool"), nullptr)),
+              "Old Stool");
 
     // Two ids are the same part when they lead to the same record, and two ids that lead nowhere too.
     EXPECT_TRUE(Set().IsSameLibPartByUnId(LampRevision(9), LampRevision(2)));
@@ -226,7 +238,8 @@ TEST_F(Search, ComplexChainWithMigrationDummiesAndCompatibility) {
     LM::LibrarySet::Modifier(&Set()).SetLibpartSearchCompatibility(0);
     EXPECT_EQ(NameOf(Complex(TestId(99), "Chair", 0)), "Chair");
     // Only records with a symbol count for the symbol form.
-    EXPECT_EQ(NameOf(Set().SearchSymbolComplex(TestId(2), KL::UniString(), 0, nullptr, nullptr, nullptr)), "Chair");
+    EXPECT_EQ(NameOf(Set().SearchSymbolComplex(TestId(2), KL::UniString(), 0, nullptr, nullptr, nullptr)),
+              "Chair");
 }
 
 TEST_F(Search, GetSymbolAnyhowRemembersWhatItFoundButNotMigrations) {
@@ -235,13 +248,16 @@ TEST_F(Search, GetSymbolAnyhowRemembersWhatItFoundButNotMigrations) {
     const LM::LibPartId byName(TestId(99), KL::UniString("Chair"));
     bool isDummy = true, ambiguous = true, migrated = true;
     EXPECT_FALSE(Set().AlreadyQueriedLibPartId(byName));
-    EXPECT_EQ(NameOf(modifier.GetSymbolAnyhow(byName, &isDummy, &ambiguous, &migrated, false, nullptr)), "Chair");
+    EXPECT_EQ(NameOf(modifier.GetSymbolAnyhow(byName, &isDummy, &ambiguous, &migrated, false, nullptr)),
+              "Chair");
     EXPECT_FALSE(isDummy || ambiguous || migrated);
     EXPECT_TRUE(Set().AlreadyQueriedLibPartId(byName));
     // A remembered answer is not searched again, whatever a new search would say now.
     modifier.SetLibpartSearchCompatibility(1);
-    EXPECT_EQ(NameOf(modifier.GetSymbolAnyhow(byName, &isDummy, &ambiguous, &migrated, false, nullptr)), "Chair");
-    EXPECT_EQ(Set().SearchSymbolComplex(TestId(99), KL::UniString("Chair"), 0, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(NameOf(modifier.GetSymbolAnyhow(byName, &isDummy, &ambiguous, &migrated, false, nullptr)),
+              "Chair");
+    EXPECT_EQ(Set().SearchSymbolComplex(TestId(99), KL::UniString("Chair"), 0, nullptr, nullptr, nullptr),
+              nullptr);
 
     // A dummy comes with its mark, and is remembered with it.
     const LM::LibPartId ghostId(TestId(30), KL::UniString());
@@ -261,11 +277,12 @@ TEST_F(Search, GetSymbolAnyhowRemembersWhatItFoundButNotMigrations) {
 
     // Not remembering leaves the table alone; an id that leads nowhere is never remembered.
     const LM::LibPartId lamp(LampRevision(9), KL::UniString());
-    EXPECT_EQ(NameOf(modifier.GetSymbolAnyhow(lamp, nullptr, &ambiguous, nullptr, true, nullptr)), "Lamp two");
+    EXPECT_EQ(NameOf(modifier.GetSymbolAnyhow(lamp, nullptr, &ambiguous, nullptr, true, nullptr)),
+              "Lamp two");
     EXPECT_TRUE(ambiguous);
     EXPECT_FALSE(Set().AlreadyQueriedLibPartId(lamp));
-    EXPECT_EQ(modifier.GetSymbolAnyhow(LM::LibPartId(TestId(98), KL::UniString()), nullptr, nullptr, nullptr, false,
-                                       nullptr),
+    EXPECT_EQ(modifier.GetSymbolAnyhow(LM::LibPartId(TestId(98), KL::UniString()), nullptr, nullptr, nullptr,
+                                       false, nullptr),
               nullptr);
     EXPECT_FALSE(Set().AlreadyQueriedLibPartId(LM::LibPartId(TestId(98), KL::UniString())));
 }
@@ -288,12 +305,13 @@ TEST_F(MarkedRevisions, AMarkedPartReachedByItsMainGuidIsNotGivenOut) {
     bool ambiguous = false;
     EXPECT_EQ(nameOf(Set().SearchAnySymbolByMainID(unknownRevision, &ambiguous)), "Bench");
     EXPECT_TRUE(ambiguous);
-    EXPECT_EQ(nameOf(Set().SearchLibPartComplex(unknownRevision, KL::UniString(), 2, &ambiguous, nullptr, nullptr)),
-              "none");
+    EXPECT_EQ(
+        nameOf(Set().SearchLibPartComplex(unknownRevision, KL::UniString(), 2, &ambiguous, nullptr, nullptr)),
+        "none");
     EXPECT_FALSE(ambiguous);
     // With an id the direct stage goes by the main guid alone; a name changes nothing here.
-    EXPECT_EQ(nameOf(Set().SearchLibPartComplex(unknownRevision, KL::UniString("bench old"), 2, &ambiguous, nullptr,
-                                                nullptr)),
+    EXPECT_EQ(nameOf(Set().SearchLibPartComplex(unknownRevision, KL::UniString("bench old"), 2, &ambiguous,
+                                                nullptr, nullptr)),
               "none");
 }
 
@@ -308,9 +326,10 @@ public:
 TEST_F(Search, ByTheGuidThatTheLibraryServerGave) {
     ServerGuids server;
     LM::DefLibraryErrorHandler reports;
-    LM::LibrarySet set(nullptr, reports, &server, Set().GetStorableFileTypes(), {}, FTM::UnknownGroup, IO::Location());
-    ASSERT_EQ(set.AddActiveLibrary(process, scratch.Location("Lib"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid,
-                                   KL::UniString(), false),
+    LM::LibrarySet set(nullptr, reports, &server, Set().GetStorableFileTypes(), {}, FTM::UnknownGroup,
+                       IO::Location());
+    ASSERT_EQ(set.AddActiveLibrary(process, scratch.Location("Lib"), LM::LocalLibrary, LM::NotVital,
+                                   KL::NULLGuid, KL::UniString(), false),
               0);
     ASSERT_EQ(set.Enumerate(process), 0);
     int index = -1;

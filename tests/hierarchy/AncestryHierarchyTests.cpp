@@ -56,7 +56,9 @@ protected:
         std::string path;
         for (const KL::UnID& id : ids) {
             const LM::LibPart* named = id.IsNull() ? nullptr : Set().SearchSymbolByUnID(id, nullptr);
-            path += (path.empty() ? "" : "/") + (id.IsNull() ? std::string("-") : named ? NameOf(named) : "?");
+            path += (path.empty() ? "" : "/") + (id.IsNull() ? std::string("-")
+                                                 : named     ? NameOf(named)
+                                                             : "?");
         }
         return path;
     }
@@ -71,7 +73,8 @@ protected:
 TEST_F(TypeTree, SubtreesFollowTheirTypeToItsPresentRevision) {
     SavePart("Lib/Furniture.klm", FurnitureNow, "Furniture", {}, true, WithParameters({"A", "Legs"}));
     SavePart("Lib/Chair.klm", TestId(2), "Chair", {FurnitureOld}, false, WithParameters({"A"}));
-    SavePart("Lib/Armchair.klm", TestId(3), "Armchair", {FurnitureOld, TestId(2)}, false, WithParameters({"A"}));
+    SavePart("Lib/Armchair.klm", TestId(3), "Armchair", {FurnitureOld, TestId(2)}, false,
+             WithParameters({"A"}));
     SavePart("Lib/Stool.klm", TestId(4), "Stool", {FurnitureNow}, false, WithParameters({"A"}));
     AddLibrary("Lib");
     ASSERT_EQ(Set().Enumerate(process), 0);
@@ -127,8 +130,8 @@ TEST_F(TypeTree, MissingTypesKeepTheirPlaceAndLoopsAreCut) {
     LM::AncestryInfo chain;
     chain.Append(FurnitureNow);
     chain.Append(missing);
-    const LM::LibPart* ghost =
-        Set().StoreDummyLibPart(process, KL::UniString("Ghost"), TestId(7), LM::GetSymbolFileGroup(), chain, false);
+    const LM::LibPart* ghost = Set().StoreDummyLibPart(process, KL::UniString("Ghost"), TestId(7),
+                                                       LM::GetSymbolFileGroup(), chain, false);
     ASSERT_NE(ghost, nullptr);
     EXPECT_EQ(Set().GetSymbolProxy(ghost), Part("Furniture"));
 
@@ -162,7 +165,8 @@ TEST_F(TypeTree, OldPartsAreAnchoredBelowThePresentRevisionOfTheirType) {
     KL::Array<const LM::LibPart*> walk;
     ASSERT_EQ(Set().GetAncestryHierarchy()->GetPreorderAncestryTreeWalk(&walk), 4);
     EXPECT_EQ(walk[0], Part("Furniture"));
-    EXPECT_TRUE(walk[1]->GetOwnUnID().IsNull() && walk[2]->GetOwnUnID().IsNull() && walk[3]->GetOwnUnID().IsNull());
+    EXPECT_TRUE(walk[1]->GetOwnUnID().IsNull() && walk[2]->GetOwnUnID().IsNull() &&
+                walk[3]->GetOwnUnID().IsNull());
 }
 
 // An old part alone below missing types and an old revision: the walk up finds the present revision
@@ -192,7 +196,8 @@ TEST_F(TypeTree, ASubtreeArrivingBelowAWalkedTypeIsWalkedToo) {
     SavePart("Lib/Furniture.klm", FurnitureNow, "Furniture", {}, true, WithParameters({"A", "Legs"}));
     SavePart("Lib/Stool.klm", TestId(4), "Stool", {FurnitureNow}, false, WithParameters({"A"}));
     SavePart("Lib/Chair.klm", TestId(2), "Chair", {furnitureLater}, false, WithParameters({"A"}));
-    SavePart("Lib/Armchair.klm", TestId(3), "Armchair", {furnitureLater, TestId(2)}, false, WithParameters({"A"}));
+    SavePart("Lib/Armchair.klm", TestId(3), "Armchair", {furnitureLater, TestId(2)}, false,
+             WithParameters({"A"}));
     AddLibrary("Lib");
     ASSERT_EQ(Set().Enumerate(process), 0);
     EXPECT_EQ(PathOf(Part("Armchair")), "Furniture/Chair/Armchair");
@@ -235,8 +240,8 @@ TEST_F(TypeTree, RefreshingAChainThatIsNotCatalogued) {
 }
 
 TEST_F(TypeTree, TheSampleLibraryTreeIsWhatItsAncestrySectionsSay) {
-    ASSERT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary, LM::NotVital,
-                                     KL::NULLGuid, KL::UniString(), false),
+    ASSERT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary,
+                                     LM::NotVital, KL::NULLGuid, KL::UniString(), false),
               0);
     ASSERT_EQ(Set().Enumerate(process), 0);
     int checked = 0;
@@ -262,15 +267,16 @@ TEST_F(TypeTree, TheSampleLibraryTreeIsWhatItsAncestrySectionsSay) {
     for (const LM::LibPart* chair : chairs)
         names.push_back(NameOf(chair));
     std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<std::string>{"Bar Stool", "Dining Chair", "Office Chair (old)", "Office Chair 2"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"Bar Stool", "Dining Chair", "Office Chair (old)",
+                                               "Office Chair 2"}));
 
     // A missing part below a missing variant of Dining Chair is represented by Dining Chair.
     LM::AncestryInfo chain;
     Set().GetSymbolAncestryInfo(Part("Dining Chair"), &chain);
     chain.Append(Part("Dining Chair")->GetOwnUnID());
     chain.Append(TestId(60));
-    const LM::LibPart* missing =
-        Set().StoreDummyLibPart(process, KL::UniString("Lost Chair"), TestId(61), LM::GetSymbolFileGroup(), chain, false);
+    const LM::LibPart* missing = Set().StoreDummyLibPart(process, KL::UniString("Lost Chair"), TestId(61),
+                                                         LM::GetSymbolFileGroup(), chain, false);
     ASSERT_NE(missing, nullptr);
     EXPECT_EQ(Set().GetSymbolProxy(missing), Part("Dining Chair"));
 }

@@ -29,8 +29,8 @@ std::map<std::string, std::string> Files(const std::filesystem::path& root) {
 TEST(GenCommand, WritesALibraryThatTheCatalogueReadsAsDescribed) {
     ScratchFolder scratch;
     const std::string library = (scratch.Path() / "gen").string();
-    const ToolRun gen =
-        RunLibmgr(scratch, {"gen", library, "--parts", "400", "--seed", "3", "--depth", "4", "--duplicates", "5"});
+    const ToolRun gen = RunLibmgr(
+        scratch, {"gen", library, "--parts", "400", "--seed", "3", "--depth", "4", "--duplicates", "5"});
     ASSERT_EQ(gen.exitCode, 0) << gen.err;
     EXPECT_EQ(gen.out.rfind("parts       400 below 10 templates, in 8 folders\n", 0), 0U) << gen.out;
     EXPECT_NE(gen.out.find("clashes     10 copies with the same id, 10 other revisions\n"), std::string::npos)
@@ -52,7 +52,8 @@ TEST(GenCommand, WritesALibraryThatTheCatalogueReadsAsDescribed) {
         const std::string name = part["name"].get<std::string>();
         if (name.rfind("Type ", 0) == 0 || name == "General Object")
             continue;
-        const ToolRun shown = RunLibmgr(scratch, {"show", "--json", library, part["location"].get<std::string>()});
+        const ToolRun shown =
+            RunLibmgr(scratch, {"show", "--json", library, part["location"].get<std::string>()});
         ASSERT_EQ(shown.exitCode, 0) << shown.err;
         deepest = std::max(deepest, nlohmann::json::parse(shown.out)["ancestry"].size());
         EXPECT_GE(std::filesystem::file_size(part["location"].get<std::string>()), 2048U) << name;
@@ -65,8 +66,8 @@ TEST(GenCommand, WritesALibraryThatTheCatalogueReadsAsDescribed) {
 TEST(GenCommand, TheSameSeedGivesTheSameBytes) {
     ScratchFolder scratch;
     const auto generate = [&](const std::string& folder, const std::string& seed) {
-        const ToolRun run =
-            RunLibmgr(scratch, {"gen", (scratch.Path() / folder).string(), "--parts", "60", "--seed", seed, "-q"});
+        const ToolRun run = RunLibmgr(
+            scratch, {"gen", (scratch.Path() / folder).string(), "--parts", "60", "--seed", seed, "-q"});
         EXPECT_EQ(run.exitCode, 0) << run.err;
         return Files(scratch.Path() / folder);
     };
@@ -79,11 +80,15 @@ TEST(GenCommand, TheSameSeedGivesTheSameBytes) {
 TEST(GenCommand, RefusesBadOptionsAndOccupiedFolders) {
     ScratchFolder scratch;
     const std::string out = (scratch.Path() / "out").string();
-    for (const std::vector<std::string>& bad :
-         {std::vector<std::string>{"gen", out}, {"gen", "--parts", "5"}, {"gen", out, "--parts", "0"},
-          {"gen", out, "--parts", "5", "--depth", "7"}, {"gen", out, "--parts", "5x"},
-          {"gen", out, "--parts", "5", "--duplicates", "60"}, {"gen", out, "--parts", "5", "--colour", "red"},
-          {"gen", out, "--parts", "5", "--containers", "2"}, {"gen", out, "--parts"}}) {
+    for (const std::vector<std::string>& bad : {std::vector<std::string>{"gen", out},
+                                                {"gen", "--parts", "5"},
+                                                {"gen", out, "--parts", "0"},
+                                                {"gen", out, "--parts", "5", "--depth", "7"},
+                                                {"gen", out, "--parts", "5x"},
+                                                {"gen", out, "--parts", "5", "--duplicates", "60"},
+                                                {"gen", out, "--parts", "5", "--colour", "red"},
+                                                {"gen", out, "--parts", "5", "--containers", "2"},
+                                                {"gen", out, "--parts"}}) {
         const ToolRun run = RunLibmgr(scratch, bad);
         EXPECT_EQ(run.exitCode, 2) << bad.back();
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;

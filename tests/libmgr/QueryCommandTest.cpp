@@ -20,7 +20,9 @@ const std::string ChairType = "9823BEB1-E6BA-4AD7-8DE4-5321AD915A36";
 const std::string LampMain = "B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6";
 
 // The first field of each line: the stage that answered.
-std::string FirstLineStage(const std::string& out) { return out.substr(0, out.find('\t')); }
+std::string FirstLineStage(const std::string& out) {
+    return out.substr(0, out.find('\t'));
+}
 
 TEST(QueryCommands, FindShowsWhichStageAnswered) {
     ScratchFolder scratch;
@@ -30,7 +32,8 @@ TEST(QueryCommands, FindShowsWhichStageAnswered) {
     };
     const ToolRun exact = find({"--guid", DiningChair});
     ASSERT_EQ(exact.exitCode, 0) << exact.err;
-    EXPECT_EQ(exact.out.rfind("exact id\tDining Chair\tlibrary/Objects/Furniture/Chairs/Dining Chair.klm\t", 0), 0U)
+    EXPECT_EQ(
+        exact.out.rfind("exact id\tDining Chair\tlibrary/Objects/Furniture/Chairs/Dining Chair.klm\t", 0), 0U)
         << exact.out;
     // A main guid with two revisions present: the second one found, and said to be ambiguous.
     const ToolRun lamp = find({"--guid", "{" + LampMain + "}"});
@@ -41,8 +44,9 @@ TEST(QueryCommands, FindShowsWhichStageAnswered) {
     const ToolRun byFileName = find({"--name", "Dining Chair.klm"});
     EXPECT_EQ(FirstLineStage(byFileName.out), "file name");
     // An unknown revision with the reference's name still leads to a part.
-    const ToolRun stale = find({"--guid", "535F2002-B9F7-489E-8689-C846B6B81EC6/00000000-0000-0000-0000-000000000001",
-                                "--name", "Dining Chair"});
+    const ToolRun stale =
+        find({"--guid", "535F2002-B9F7-489E-8689-C846B6B81EC6/00000000-0000-0000-0000-000000000001", "--name",
+              "Dining Chair"});
     EXPECT_EQ(FirstLineStage(stale.out), "main guid");
 
     const ToolRun below = find({"--ancestor", ChairType, "--json"});
@@ -51,11 +55,13 @@ TEST(QueryCommands, FindShowsWhichStageAnswered) {
     EXPECT_EQ(answer["stage"], "ancestry");
     std::set<std::string> names;
     for (const nlohmann::json& part : answer["parts"]) {
-        for (const char* field : {"name", "file", "location", "type", "mainGuid", "revisionGuid", "valid", "folder"})
+        for (const char* field :
+             {"name", "file", "location", "type", "mainGuid", "revisionGuid", "valid", "folder"})
             EXPECT_TRUE(part.contains(field)) << field;
         names.insert(part["name"].get<std::string>());
     }
-    EXPECT_EQ(names, (std::set<std::string>{"Bar Stool", "Dining Chair", "Office Chair (old)", "Office Chair 2"}));
+    EXPECT_EQ(names,
+              (std::set<std::string>{"Bar Stool", "Dining Chair", "Office Chair (old)", "Office Chair 2"}));
 
     const ToolRun file = find({"--file", "bookshelf.KLM"});
     EXPECT_EQ(file.out.rfind("file name\tBookshelf\t", 0), 0U) << file.out;
@@ -91,7 +97,8 @@ TEST(QueryCommands, ShowDescribesOnePartInFull) {
     const ToolRun text = RunLibmgr(scratch, {"show", LM_SAMPLE_LIBRARY_DIR, "Dining Chair"});
     ASSERT_EQ(text.exitCode, 0) << text.err;
     EXPECT_NE(text.out.find("name          Dining Chair\n"), std::string::npos) << text.out;
-    EXPECT_NE(text.out.find("ancestry      General Object > Furniture > Chair > Dining Chair\n"), std::string::npos)
+    EXPECT_NE(text.out.find("ancestry      General Object > Furniture > Chair > Dining Chair\n"),
+              std::string::npos)
         << text.out;
     EXPECT_NE(text.out.find("flags         placeable\n"), std::string::npos) << text.out;
     EXPECT_NE(text.out.find("  3DSC 0  version "), std::string::npos) << text.out;
@@ -99,9 +106,10 @@ TEST(QueryCommands, ShowDescribesOnePartInFull) {
     EXPECT_NE(replacing.out.find("replaces      Office Chair (old)\n"), std::string::npos) << replacing.out;
 
     // By id, by file, and as JSON: the replaced part names its replacement.
-    const ToolRun json = RunLibmgr(
-        scratch, {"show", "--json", LM_SAMPLE_LIBRARY_DIR,
-                  std::string(LM_SAMPLE_LIBRARY_DIR) + "/Objects/Furniture/Chairs/Obsolete/Office Chair (old).klm"});
+    const ToolRun json =
+        RunLibmgr(scratch, {"show", "--json", LM_SAMPLE_LIBRARY_DIR,
+                            std::string(LM_SAMPLE_LIBRARY_DIR) +
+                                "/Objects/Furniture/Chairs/Obsolete/Office Chair (old).klm"});
     ASSERT_EQ(json.exitCode, 0) << json.err;
     const nlohmann::json old = nlohmann::json::parse(json.out);
     EXPECT_EQ(old["name"], "Office Chair (old)");
@@ -113,6 +121,14 @@ TEST(QueryCommands, ShowDescribesOnePartInFull) {
     EXPECT_EQ(chair["name"], "Chair");
     EXPECT_TRUE(chair["template"].get<bool>());
     EXPECT_EQ(chair["descendants"], 4);
+
+    // A damaged part file is a record all the same, and says what is wrong with it.
+    scratch.Write("Lib/garbage.klm", std::string(300, '\x7f'));
+    const ToolRun damaged = RunLibmgr(scratch, {"show", (scratch.Path() / "Lib").string(), "garbage"});
+    ASSERT_EQ(damaged.exitCode, 0) << damaged.err;
+    EXPECT_NE(damaged.out.find("\ndamaged       not a library part file (wrong signature)\n"),
+              std::string::npos)
+        << damaged.out;
 
     const ToolRun missing = RunLibmgr(scratch, {"show", LM_SAMPLE_LIBRARY_DIR, "Sofa"});
     EXPECT_EQ(missing.exitCode, 1);

@@ -102,7 +102,8 @@ TEST_F(Iteration, FiltersDeletedSlotsAndTheReverseWalk) {
 
     LM::LibItemReverseIterator back(Set(), LM::LibItemReverseIterator::AllItems);
     EXPECT_EQ(Backward(back), "Ghost,Armchair,Chair,Bench");
-    LM::LibItemReverseIterator beforeArmchair(Set(), LM::LibItemReverseIterator::ValidItemsOnly, Named("Armchair"));
+    LM::LibItemReverseIterator beforeArmchair(Set(), LM::LibItemReverseIterator::ValidItemsOnly,
+                                              Named("Armchair"));
     EXPECT_EQ(Backward(beforeArmchair), "Chair,Bench");
     const LM::LibItemOrderByName byName;
     LM::LibItemReverseIterator namedBack(Set(), byName, letterA, LM::LibItemReverseIterator::AllItems);

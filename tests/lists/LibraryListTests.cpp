@@ -110,13 +110,14 @@ public:
         Record("search");
         return nullptr;
     }
-    const LM::LibPart* StoreLibPart(KL::ProcessControl&, const IO::Location&, int, const LM::LibPart*, bool*, bool,
-                                    const LM::LibPart**) const override {
+    const LM::LibPart* StoreLibPart(KL::ProcessControl&, const IO::Location&, int, const LM::LibPart*, bool*,
+                                    bool, const LM::LibPart**) const override {
         Record("store");
         return nullptr;
     }
     const LM::LibPart* StoreDummyLibPart(KL::ProcessControl&, const KL::UniString&, const KL::UnID&,
-                                         const FTM::GeneralID&, const LM::AncestryInfo&, bool) const override {
+                                         const FTM::GeneralID&, const LM::AncestryInfo&,
+                                         bool) const override {
         Record("store dummy");
         return nullptr;
     }
@@ -126,7 +127,9 @@ public:
     int ClearAllSymbolFlags(unsigned) const override { return Record("clear flags"); }
     void SetValid(const LM::LibPartId&, bool) const override { Record("set valid"); }
     int ClearAllQdlBinCodes() const override { return Record("clear code"); }
-    void SetTempLocationForLibPart(const LM::LibPart*, const IO::Location&) const override { Record("temp location"); }
+    void SetTempLocationForLibPart(const LM::LibPart*, const IO::Location&) const override {
+        Record("temp location");
+    }
 
     mutable std::vector<std::string> calls;
 

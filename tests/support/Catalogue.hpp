@@ -15,7 +15,9 @@
 
 namespace testsupport {
 
-inline KL::UnID TestId(std::uint32_t n) { return KL::UnID(KL::Guid(n, 0, 0, {}), KL::Guid(n, 1, 0, {})); }
+inline KL::UnID TestId(std::uint32_t n) {
+    return KL::UnID(KL::Guid(n, 0, 0, {}), KL::Guid(n, 1, 0, {}));
+}
 
 // Installs host callbacks for a test and takes them away again.
 class ScopedCallBacks {
@@ -25,8 +27,8 @@ public:
                                LM::GetScriptFileType());
     }
     ~ScopedCallBacks() {
-        LM::InitLibraryManager(LM::LibraryManagerCallBacks(), LM::GetLibraryManagerStrings(), LM::GetSymbolFileGroup(),
-                               LM::GetScriptFileType());
+        LM::InitLibraryManager(LM::LibraryManagerCallBacks(), LM::GetLibraryManagerStrings(),
+                               LM::GetSymbolFileGroup(), LM::GetScriptFileType());
     }
     ScopedCallBacks(const ScopedCallBacks&) = delete;
     ScopedCallBacks& operator=(const ScopedCallBacks&) = delete;
@@ -62,8 +64,8 @@ protected:
     }
 
     int AddLibrary(const std::string& relative, LM::VitalMode vital = LM::NotVital) {
-        return Set().AddActiveLibrary(process, scratch.Location(relative), LM::LocalLibrary, vital, KL::NULLGuid,
-                                      KL::UniString(), false);
+        return Set().AddActiveLibrary(process, scratch.Location(relative), LM::LocalLibrary, vital,
+                                      KL::NULLGuid, KL::UniString(), false);
     }
 
     std::string FolderPath(int folder) const {
@@ -86,8 +88,8 @@ protected:
             const LM::LibPart* part = Set().GetLibPartByIndex(i);
             if (part->GetState() == LM::LibPartStateDeleted)
                 continue;
-            lines.push_back(Relative(part->GetLocation()) + " in [" + FolderPath(part->GetFolderIndex()) + "] " +
-                            part->GetDocumentName().ToUTF8() + (part->IsValid() ? "" : " (dummy)"));
+            lines.push_back(Relative(part->GetLocation()) + " in [" + FolderPath(part->GetFolderIndex()) +
+                            "] " + part->GetDocumentName().ToUTF8() + (part->IsValid() ? "" : " (dummy)"));
         }
         std::sort(lines.begin(), lines.end());
         return lines;

@@ -53,10 +53,10 @@ TEST_F(LibraryWalk, TurnsAFolderTreeIntoACatalogue) {
     const LM::FolderSet& folderSet = *Set().GetFolderSet();
     for (int i = LM::FolderSet::FirstLibraryFolder; i < folderSet.GetFolderCount(); ++i)
         folders.push_back(FolderPath(i) + " < " + FolderPath(folderSet.GetParent(i)));
-    EXPECT_EQ(folders, (std::vector<std::string>{"Office < ", "Office/Macros < Office", "Office/Objects < Office",
-                                                  "Office/Objects/Chairs < Office/Objects",
-                                                  "Office/Pictures < Office", "Office/Templates < Office",
-                                                  "Office/Texts < Office"}));
+    EXPECT_EQ(folders,
+              (std::vector<std::string>{"Office < ", "Office/Macros < Office", "Office/Objects < Office",
+                                        "Office/Objects/Chairs < Office/Objects", "Office/Pictures < Office",
+                                        "Office/Templates < Office", "Office/Texts < Office"}));
 
     // Ids, types and the type tree: the chair's path runs through its template.
     const LM::LibPart* chair = Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString()));
@@ -80,7 +80,8 @@ TEST_F(LibraryWalk, TurnsAFolderTreeIntoACatalogue) {
     // The sorted index by name holds every record once.
     std::vector<std::string> byName;
     for (int n = 0; Set().GetSortedSymbolIndexByName(n) != -1; ++n)
-        byName.push_back(Set().GetLibPartByIndex(Set().GetSortedSymbolIndexByName(n))->GetDocumentName().ToUTF8());
+        byName.push_back(
+            Set().GetLibPartByIndex(Set().GetSortedSymbolIndexByName(n))->GetDocumentName().ToUTF8());
     EXPECT_EQ(byName, (std::vector<std::string>{"broken", "Chair", "Furniture", "rail", "readme", "wood"}));
 
     // Enumerating again gives the same catalogue.
@@ -207,12 +208,16 @@ TEST_F(LibraryWalk, HostileTreesAreWalkedToTheEndAndReported) {
     AddLibrary("Lib");
     AddLibrary("Fine");
     ASSERT_EQ(Set().Enumerate(process), 0);
-    EXPECT_EQ(WalkReports::calls, (std::vector<std::string>{"too long: " + scratch.Location("Lib").ToString()}));
+    EXPECT_EQ(WalkReports::calls,
+              (std::vector<std::string>{"too long: " + scratch.Location("Lib").ToString()}));
     const std::vector<std::string> catalogue = Catalogue();
     // Damaged part files are still records (symbols without an id); the walk went on past them.
-    EXPECT_NE(std::find(catalogue.begin(), catalogue.end(), "Lib/garbage.klm in [Lib] garbage"), catalogue.end());
-    EXPECT_NE(std::find(catalogue.begin(), catalogue.end(), "Lib/Sub/note.txt in [Lib/Sub] note"), catalogue.end());
-    EXPECT_NE(std::find(catalogue.begin(), catalogue.end(), "Fine/readme.txt in [Fine] readme"), catalogue.end());
+    EXPECT_NE(std::find(catalogue.begin(), catalogue.end(), "Lib/garbage.klm in [Lib] garbage"),
+              catalogue.end());
+    EXPECT_NE(std::find(catalogue.begin(), catalogue.end(), "Lib/Sub/note.txt in [Lib/Sub] note"),
+              catalogue.end());
+    EXPECT_NE(std::find(catalogue.begin(), catalogue.end(), "Fine/readme.txt in [Fine] readme"),
+              catalogue.end());
     for (const std::string& line : catalogue)
         EXPECT_EQ(line.find("lost"), std::string::npos) << line;
     // The walker's count of the failed library still reaches its item.
@@ -251,10 +256,12 @@ TEST_F(LibraryWalk, UnreadableFoldersInAContainerAreReportedAndPassedOver) {
     WalkReports::calls.clear();
     AddLibrary("Lib");
     ASSERT_EQ(Set().Enumerate(process), 0);
-    EXPECT_EQ(WalkReports::calls, (std::vector<std::string>{"denied: " + scratch.Location("Lib").ToString()}));
+    EXPECT_EQ(WalkReports::calls,
+              (std::vector<std::string>{"denied: " + scratch.Location("Lib").ToString()}));
     const std::vector<std::string> catalogue = Catalogue();
-    EXPECT_EQ(catalogue, (std::vector<std::string>{"Lib/Box.lcf/After/readme.txt in [Lib/Box.lcf/After] readme",
-                                                   "Lib/Box.lcf/Open/Chair.klm in [Lib/Box.lcf/Open] Chair"}));
+    EXPECT_EQ(catalogue,
+              (std::vector<std::string>{"Lib/Box.lcf/After/readme.txt in [Lib/Box.lcf/After] readme",
+                                        "Lib/Box.lcf/Open/Chair.klm in [Lib/Box.lcf/Open] Chair"}));
 }
 
 TEST_F(LibraryWalk, LongPathsAreMeasuredByNamesAndSeparators) {
@@ -276,8 +283,8 @@ TEST_F(LibraryWalk, LongPathsAreMeasuredByNamesAndSeparators) {
 TEST_F(LibraryWalk, TheSampleLibraryBecomesACatalogue) {
     AddLibrary("unused");
     ASSERT_EQ(Set().ResetActiveLibraries(), 0);
-    ASSERT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary, LM::NotVital,
-                                     KL::NULLGuid, KL::UniString(), false),
+    ASSERT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary,
+                                     LM::NotVital, KL::NULLGuid, KL::UniString(), false),
               0);
     ASSERT_EQ(Set().Enumerate(process), 0);
     int symbols = 0;

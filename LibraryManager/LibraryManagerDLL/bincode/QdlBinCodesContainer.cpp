@@ -16,7 +16,9 @@ namespace LM {
 
 namespace {
 
-std::int32_t HandleSize(GSHandle handle) { return static_cast<std::int32_t>(BMGetHandleSize(handle)); }
+std::int32_t HandleSize(GSHandle handle) {
+    return static_cast<std::int32_t>(BMGetHandleSize(handle));
+}
 
 // Reads in pieces so that a large part file does not need a buffer of its own size.
 bool DigestFile(const IO::Location& location, KL::FingerPrint* digest) {
@@ -118,8 +120,8 @@ int QdlBinCodesContainer::SetQdlBinCode(int index, const KL::ConstSharedPtr<BinC
     return CheckAndFixMemoryUsage();
 }
 
-int QdlBinCodesContainer::StoreQdlBinCode(const KL::UnID& id, const IO::Location& location, QDL_ScriptType type,
-                                          const KL::ConstSharedPtr<BinCode>& code,
+int QdlBinCodesContainer::StoreQdlBinCode(const KL::UnID& id, const IO::Location& location,
+                                          QDL_ScriptType type, const KL::ConstSharedPtr<BinCode>& code,
                                           const KL::ConstSharedPtr<AncestryHandleWrapper>& ancestry) {
     QdlBinCodeItem& item = items.PushNew();
     item.id = id.IsNull() ? CalculateMD5Hash(location) : id;
@@ -144,7 +146,7 @@ void QdlBinCodesContainer::AddBinCodeToIndex(int index) {
 // Code of a part without an id is filed under the digest of its file but searched by location, so
 // it is found only through the indices on its symbol, for the rest of the run. That is deliberate.
 const QdlBinCodeIndexArray* QdlBinCodesContainer::SearchBinCodeIndex(const KL::UnID& id,
-                                                                    const IO::Location& location) const {
+                                                                     const IO::Location& location) const {
     return id.IsNull() ? byLocation.GetPtr(location) : byId.GetPtr(id);
 }
 
@@ -159,7 +161,8 @@ unsigned QdlBinCodesContainer::GetLeastRecentLeastUsed(bool inMemoryOnly) const 
         if (candidate == 0)
             candidate = i;
         const QdlBinCodeItem& best = items[candidate];
-        if (item.lastUsed < best.lastUsed || (item.lastUsed == best.lastUsed && item.usedCount < best.usedCount))
+        if (item.lastUsed < best.lastUsed ||
+            (item.lastUsed == best.lastUsed && item.usedCount < best.usedCount))
             candidate = i;
     }
     return candidate;
@@ -237,7 +240,8 @@ void QdlBinCodesContainer::CheckAncestryUpToDate(const LibPart* part) {
 
 void QdlBinCodesContainer::DeleteAncestryUpToDate(const LibPart* part) {
     if (part != nullptr)
-        ForEachIndexOf(part, [&](int index) { items[static_cast<std::size_t>(index)].ancestryUpToDate = false; });
+        ForEachIndexOf(part,
+                       [&](int index) { items[static_cast<std::size_t>(index)].ancestryUpToDate = false; });
 }
 
 bool QdlBinCodesContainer::IsAncestryUpToDate(int index) const {
@@ -264,6 +268,8 @@ int QdlBinCodesContainer::ClearAllQdlBinCodes() {
 }
 
 // The cache file is saved before and read again after this once the store keeps one.
-int QdlBinCodesContainer::ReloadQdlBinCodes() { return ClearAllQdlBinCodes(); }
+int QdlBinCodesContainer::ReloadQdlBinCodes() {
+    return ClearAllQdlBinCodes();
+}
 
 } // namespace LM

@@ -51,7 +51,8 @@ public:
                       const KL::ConstSharedPtr<AncestryHandleWrapper>& ancestry);
     // A new item; returns its index.
     int StoreQdlBinCode(const KL::UnID& id, const IO::Location& location, QDL_ScriptType type,
-                        const KL::ConstSharedPtr<BinCode>& code, const KL::ConstSharedPtr<AncestryHandleWrapper>& ancestry);
+                        const KL::ConstSharedPtr<BinCode>& code,
+                        const KL::ConstSharedPtr<AncestryHandleWrapper>& ancestry);
     // The indices of a part: by id, or by location for an empty id; null if none.
     const QdlBinCodeIndexArray* SearchBinCodeIndex(const KL::UnID& id, const IO::Location& location) const;
     void AddBinCodeToIndex(int index);

@@ -25,9 +25,13 @@ std::int32_t SortableType(const LibPart& part) {
     return (type == GetScriptFileType() ? GetSymbolFileGroup() : type).GetValue();
 }
 
-NameKey NameKeyOf(const LibPart& part) { return {part.GetDocumentName().GetFolded(), SortableType(part)}; }
+NameKey NameKeyOf(const LibPart& part) {
+    return {part.GetDocumentName().GetFolded(), SortableType(part)};
+}
 
-NameKey FileNameKeyOf(const LibPart& part) { return {part.GetFileName().GetFolded(), SortableType(part)}; }
+NameKey FileNameKeyOf(const LibPart& part) {
+    return {part.GetFileName().GetFolded(), SortableType(part)};
+}
 
 template <typename Id>
 SymbolKey<Id> SymbolKeyOf(const LibPart& part, const Id& id) {
@@ -36,9 +40,13 @@ SymbolKey<Id> SymbolKeyOf(const LibPart& part, const Id& id) {
     return {false, Id(), part.GetDocumentName().GetFolded()};
 }
 
-SymbolKey<KL::UnID> UnIdKeyOf(const LibPart& part) { return SymbolKeyOf(part, part.GetOwnUnID()); }
+SymbolKey<KL::UnID> UnIdKeyOf(const LibPart& part) {
+    return SymbolKeyOf(part, part.GetOwnUnID());
+}
 
-SymbolKey<KL::Guid> GuidKeyOf(const LibPart& part) { return SymbolKeyOf(part, part.GetGuid()); }
+SymbolKey<KL::Guid> GuidKeyOf(const LibPart& part) {
+    return SymbolKeyOf(part, part.GetGuid());
+}
 
 LibPartCache OwnEntry(const LibPart* part, bool resultFlagFirst) {
     LibPartCache entry;
@@ -114,8 +122,8 @@ bool LibPartSet::IsDuplicateOf(const LibPartCache* entry, const LibPartId& id, c
     return !id.GetUnId().IsNull() || entry->part->GetFileName() == record.GetFileName();
 }
 
-LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferNew, const MigrationTable* migration,
-                              LibPart** duplicateSlot) {
+LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferNew,
+                              const MigrationTable* migration, LibPart** duplicateSlot) {
     if (duplicateSlot != nullptr)
         *duplicateSlot = nullptr;
     LibPart& record = parts[index];
@@ -249,7 +257,8 @@ void LibPartSet::AddNullIdEntry() {
     idToPart.Put(LibPartId(), entry);
 }
 
-void LibPartSet::AddId(const LibPartId& id, const LibPart* part, bool resultFlagFirst, bool resultFlagSecond) {
+void LibPartSet::AddId(const LibPartId& id, const LibPart* part, bool resultFlagFirst,
+                       bool resultFlagSecond) {
     if (part == nullptr)
         return;
     LibPartCache entry;
@@ -331,21 +340,25 @@ int CompareSymbol(const SymbolKey<Id>& key, const Probe& probe, Part part) {
     return key.isSymbol ? part(key.id).Compare(probe) : -1;
 }
 
-int CompareName(const NameKey& key, const KL::UniString& folded) { return key.folded.Compare(folded); }
+int CompareName(const NameKey& key, const KL::UniString& folded) {
+    return key.folded.Compare(folded);
+}
 
 } // namespace
 
 int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
-    const IndexRange range = indexByUnId.EqualRange(unId, [](const SymbolKey<KL::UnID>& key, const KL::UnID& probe) {
-        return CompareSymbol(key, probe, [](const KL::UnID& id) { return id; });
-    });
+    const IndexRange range =
+        indexByUnId.EqualRange(unId, [](const SymbolKey<KL::UnID>& key, const KL::UnID& probe) {
+            return CompareSymbol(key, probe, [](const KL::UnID& id) { return id; });
+        });
     return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
 
 int LibPartSet::FindIndexByGuid(const KL::Guid& guid) const {
-    const IndexRange range = indexByGuid.EqualRange(guid, [](const SymbolKey<KL::Guid>& key, const KL::Guid& probe) {
-        return CompareSymbol(key, probe, [](const KL::Guid& id) { return id; });
-    });
+    const IndexRange range =
+        indexByGuid.EqualRange(guid, [](const SymbolKey<KL::Guid>& key, const KL::Guid& probe) {
+            return CompareSymbol(key, probe, [](const KL::Guid& id) { return id; });
+        });
     return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
 
@@ -428,7 +441,8 @@ bool LibPartSet::DeleteDuplicate(const IO::Location& location) {
 namespace {
 
 // The members the handler accepts; the count starts at all and drops with each refusal.
-DuplicateReport AcceptedMembers(ILibraryErrorHandler& handler, const KL::Array<DuplicateLibpartData>& members) {
+DuplicateReport AcceptedMembers(ILibraryErrorHandler& handler,
+                                const KL::Array<DuplicateLibpartData>& members) {
     DuplicateReport report;
     report.count = static_cast<std::int32_t>(members.GetSize());
     for (const DuplicateLibpartData& member : members) {

@@ -42,9 +42,9 @@ LibrarySet::LibrarySet(QdlBinCodesContainer* binCodes, ILibraryErrorHandler& err
                        IServerLibraryCollection* serverCollection, const FileTypeList& storable,
                        const FileTypeList& unsupported, FTM::GroupID textTypeGroupOverride,
                        const IO::Location& collapsedLibraryLocation)
-    : storableFileTypes(storable), unsupportedFileTypes(unsupported), textTypeGroupOverride(textTypeGroupOverride),
-      binCodes(binCodes), errorHandler(&errorHandler), collapsedLibraryLocation(collapsedLibraryLocation),
-      serverCollection(serverCollection) {
+    : storableFileTypes(storable), unsupportedFileTypes(unsupported),
+      textTypeGroupOverride(textTypeGroupOverride), binCodes(binCodes), errorHandler(&errorHandler),
+      collapsedLibraryLocation(collapsedLibraryLocation), serverCollection(serverCollection) {
     std::unique_ptr<LibPartSet> newParts = std::make_unique<LibPartSet>(&errorHandler, this);
     std::unique_ptr<FolderSet> newFolders = std::make_unique<FolderSet>();
     std::unique_ptr<LibraryList> newList = std::make_unique<LibraryList>();
@@ -67,15 +67,25 @@ LibrarySet::~LibrarySet() {
     delete std::exchange(containerOptions, nullptr);
 }
 
-short LibrarySet::GetNumEnumerationPhases() const { return static_cast<short>(GetActiveLibraryNum() + 1); }
+short LibrarySet::GetNumEnumerationPhases() const {
+    return static_cast<short>(GetActiveLibraryNum() + 1);
+}
 
-void LibrarySet::Attach(LibrarySetObserver& observer) { KL::EventSource::Attach(observer); }
+void LibrarySet::Attach(LibrarySetObserver& observer) {
+    KL::EventSource::Attach(observer);
+}
 
-void LibrarySet::Detach(LibrarySetObserver& observer) { KL::EventSource::Detach(observer); }
+void LibrarySet::Detach(LibrarySetObserver& observer) {
+    KL::EventSource::Detach(observer);
+}
 
-void LibrarySet::SendSomethingHappened() { NotifyObservers(&LibrarySetObserver::SomethingHappened); }
+void LibrarySet::SendSomethingHappened() {
+    NotifyObservers(&LibrarySetObserver::SomethingHappened);
+}
 
-void LibrarySet::SendLibraryListChanged() { NotifyObservers(&LibrarySetObserver::LibraryListChanged); }
+void LibrarySet::SendLibraryListChanged() {
+    NotifyObservers(&LibrarySetObserver::LibraryListChanged);
+}
 
 // The base's walk survives observers that attach or detach during a call.
 void LibrarySet::NotifyObservers(void (LibrarySetObserver::*notification)()) {
@@ -97,7 +107,9 @@ LibraryItem* LibrarySet::GetItem(int index) {
     return const_cast<LibraryItem*>(std::as_const(*this).GetItem(index));
 }
 
-void LibrarySet::ActiveLibrariesChanged() { SendLibraryListChanged(); }
+void LibrarySet::ActiveLibrariesChanged() {
+    SendLibraryListChanged();
+}
 
 int LibrarySet::AddActiveLibrary(KL::ProcessControl&, const IO::Location& location, LibraryMode mode,
                                  VitalMode vital, const KL::Guid& guid, const KL::UniString& langCode,
@@ -105,7 +117,8 @@ int LibrarySet::AddActiveLibrary(KL::ProcessControl&, const IO::Location& locati
     isEnumerated = false;
     if (activeLibraries == nullptr)
         activeLibraries = new LibraryList;
-    const int result = activeLibraries->AddLibrary(location, mode, vital, guid, langCode, collapseLongBranches);
+    const int result =
+        activeLibraries->AddLibrary(location, mode, vital, guid, langCode, collapseLongBranches);
     // A library whose folder cannot be opened now stays in the list, but walks are not tried on it.
     if (LibraryItem* item = GetItem(result))
         item->SetReachable(IO::Folder(location).GetStatus() == 0);
@@ -127,12 +140,13 @@ int LibrarySet::AddActiveLibrary(const KL::UniString& url, LibraryMode mode, Vit
 }
 
 int LibrarySet::AddServerActiveLibrary(const IO::Location& location, const IO::Location& serverId,
-                                       const IO::RelativeLocation& relLocation, const KL::UniString& srcLocation,
-                                       std::int64_t version, int vital) {
+                                       const IO::RelativeLocation& relLocation,
+                                       const KL::UniString& srcLocation, std::int64_t version, int vital) {
     isEnumerated = false;
     if (activeLibraries == nullptr)
         activeLibraries = new LibraryList;
-    const int result = activeLibraries->AddServerLibrary(serverId, relLocation, srcLocation, location, version);
+    const int result =
+        activeLibraries->AddServerLibrary(serverId, relLocation, srcLocation, location, version);
     if (LibraryItem* item = GetItem(result)) {
         item->SetVital(vital);
         item->SetReachable(IO::Folder(location).GetStatus() == 0);
@@ -171,7 +185,9 @@ void LibrarySet::ReleaseMountedFileSystems() {
     mountedVFSLocations.Clear();
 }
 
-void LibrarySet::AddMountedVFS(const IO::Location& location) { mountedVFSLocations.Push(location); }
+void LibrarySet::AddMountedVFS(const IO::Location& location) {
+    mountedVFSLocations.Push(location);
+}
 
 int LibrarySet::SetLibraryContainerVFSOptions(const LibraryContainerVFSOptions& options) {
     auto* copy = new LibraryContainerVFSOptions(options);
@@ -267,11 +283,13 @@ int LibrarySet::GetActiveLibraryTWServerId(int index, IO::Location* serverId) co
 }
 
 int LibrarySet::GetActiveLibraryRelLocation(int index, IO::RelativeLocation* relLocation) const {
-    return ReadItem(GetItem(index), relLocation, [](const LibraryItem& item) { return item.GetRelLocation(); });
+    return ReadItem(GetItem(index), relLocation,
+                    [](const LibraryItem& item) { return item.GetRelLocation(); });
 }
 
 int LibrarySet::GetActiveLibrarySrcLocation(int index, KL::UniString* srcLocation) const {
-    return ReadItem(GetItem(index), srcLocation, [](const LibraryItem& item) { return item.GetSourceLocation(); });
+    return ReadItem(GetItem(index), srcLocation,
+                    [](const LibraryItem& item) { return item.GetSourceLocation(); });
 }
 
 int LibrarySet::GetActiveLibraryName(int index, KL::UniString* name) const {
@@ -287,7 +305,8 @@ int LibrarySet::GetActiveLibraryKLLangCode(int index, KL::UniString* langCode) c
 }
 
 int LibrarySet::GetActiveLibraryCollapseLongBranches(int index, bool* collapse) const {
-    return ReadItem(GetItem(index), collapse, [](const LibraryItem& item) { return item.GetCollapseLongBranches(); });
+    return ReadItem(GetItem(index), collapse,
+                    [](const LibraryItem& item) { return item.GetCollapseLongBranches(); });
 }
 
 int LibrarySet::GetActiveLibraryUrl(int index, KL::UniString* url) const {
@@ -359,7 +378,8 @@ LibraryMode LibrarySet::GetLibItemLibraryMode(const IO::Location& location, int*
 KL::UniString LibrarySet::GetLibPartLibraryName(const LibPart* part, int* index) const {
     if (part == nullptr)
         return KL::UniString();
-    const int library = IsValidFolder(part->GetFolderIndex()) ? folderSet->GetActLibIndex(part->GetFolderIndex()) : -1;
+    const int library =
+        IsValidFolder(part->GetFolderIndex()) ? folderSet->GetActLibIndex(part->GetFolderIndex()) : -1;
     if (index != nullptr)
         *index = library;
     KL::UniString name;
@@ -374,7 +394,8 @@ void LibrarySet::GetPlaceableAndOtherObjectCount(int libraryIndex, int& placeabl
         return;
     for (std::size_t i = 0; i < libParts->GetCount(); ++i) {
         const LibPart& part = libParts->GetLibPart(i);
-        if (!IsValidFolder(part.GetFolderIndex()) || folderSet->GetActLibIndex(part.GetFolderIndex()) != libraryIndex)
+        if (!IsValidFolder(part.GetFolderIndex()) ||
+            folderSet->GetActLibIndex(part.GetFolderIndex()) != libraryIndex)
             continue;
         ++(part.IsSymbol() && part.IsPlaceable() ? placeable : other);
     }
@@ -382,15 +403,21 @@ void LibrarySet::GetPlaceableAndOtherObjectCount(int libraryIndex, int& placeabl
 
 // ---- Folders
 
-bool LibrarySet::IsValidFolder(int folder) const { return folderSet != nullptr && folderSet->IsValidIndex(folder); }
+bool LibrarySet::IsValidFolder(int folder) const {
+    return folderSet != nullptr && folderSet->IsValidIndex(folder);
+}
 
-int LibrarySet::GetFolderNumber() const { return folderSet != nullptr ? folderSet->GetFolderCount() : 0; }
+int LibrarySet::GetFolderNumber() const {
+    return folderSet != nullptr ? folderSet->GetFolderCount() : 0;
+}
 
 int LibrarySet::GetFolderActLibIndex(int folder) const {
     return IsValidFolder(folder) ? folderSet->GetActLibIndex(folder) : -1;
 }
 
-int LibrarySet::GetFolderParent(int folder) const { return IsValidFolder(folder) ? folderSet->GetParent(folder) : -1; }
+int LibrarySet::GetFolderParent(int folder) const {
+    return IsValidFolder(folder) ? folderSet->GetParent(folder) : -1;
+}
 
 int LibrarySet::GetFolderChildNum(int folder) const {
     return IsValidFolder(folder) ? folderSet->GetNumChild(folder) : 0;
@@ -524,13 +551,15 @@ void LibrarySet::ReadVersionInformation(LibraryItem* item) const {
         return;
     // Container and database libraries carry no version file; those tests join with the
     // containers, and the version file itself is read here once its finder lands.
-    const bool collapse = !collapsedLibraryLocation.IsEmpty() && collapsedLibraryLocation == item->GetLocation();
+    const bool collapse =
+        !collapsedLibraryLocation.IsEmpty() && collapsedLibraryLocation == item->GetLocation();
     item->SetCollapseLongBranches(collapse);
 }
 
 // The library cache's part stream and validity list join the walk with the library cache; until
 // then every library is walked in full.
-LibrarySet::WalkResult LibrarySet::WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder) {
+LibrarySet::WalkResult LibrarySet::WalkLibrary(KL::ProcessControl& process, int index,
+                                               const IO::Folder& folder) {
     LibraryEnumerator walker(process, folder, this, index, nullptr, nullptr, GetLibPartNumber(),
                              folderSet->GetFolderCount(), serverCollection);
     WalkResult walk;

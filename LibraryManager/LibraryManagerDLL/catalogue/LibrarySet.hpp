@@ -2,16 +2,16 @@
 
 #include "catalogue/LibPart.hpp"
 #include "catalogue/LibPartId.hpp"
-#include "catalogue/LibrarySetModifier.hpp"
 #include "catalogue/LibraryModes.hpp"
+#include "catalogue/LibrarySetModifier.hpp"
 
 #include "InputOutput/FileType.hpp"
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
-#include "KLRoot/PagedArray.hpp"
 #include "KLRoot/EventSource.hpp"
 #include "KLRoot/Guid.hpp"
 #include "KLRoot/KLExport.hpp"
+#include "KLRoot/PagedArray.hpp"
 #include "KLRoot/SpinLock.hpp"
 #include "KLRoot/UniString.hpp"
 
@@ -150,7 +150,8 @@ public:
     int GetActiveLibraryUrl(int index, KL::UniString* url) const;
     std::int64_t GetActiveLibraryVersion(int index) const;
     int SetActiveLibraryVersion(int index, std::int64_t version);
-    int GetActiveLibrarySupersedes(int index, KL::Array<KL::UniString>* names, KL::Array<KL::Guid>* guids) const;
+    int GetActiveLibrarySupersedes(int index, KL::Array<KL::UniString>* names,
+                                   KL::Array<KL::Guid>* guids) const;
     bool ActiveLibrarySupersedesOther(int superseding, int superseded) const;
 
     // The folders of the last enumeration; a bad index gives -7003, -1, false or nothing.
@@ -167,10 +168,11 @@ public:
 
     // ---- The part store. Each Store returns null for a file that is not wanted; that is no error.
     const LibPart* StoreLibPart(KL::ProcessControl& process, const IO::Location& location, int folderIndex,
-                                const LibPart* oldPart, bool* folderAdded, bool preferNew, const LibPart** duplicate);
-    const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name, const KL::UnID& unId,
-                                     const FTM::GeneralID& fileType, const AncestryInfo& ancestry,
-                                     bool temporarilyMissing);
+                                const LibPart* oldPart, bool* folderAdded, bool preferNew,
+                                const LibPart** duplicate);
+    const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name,
+                                     const KL::UnID& unId, const FTM::GeneralID& fileType,
+                                     const AncestryInfo& ancestry, bool temporarilyMissing);
     void DeleteLibPart(KL::ProcessControl& process, const LibPart* part);
     void DeleteDuplicateLibPart(const IO::Location& location);
     // Remembers a search result under a further id.
@@ -195,13 +197,16 @@ public:
     int GetLibPartNumber() const;
     bool IsExistingLibPart(const LibPartId& id) const { return GetLibPart(id) != nullptr; }
     bool IsValidLibPart(const LibPartId& id) const { return IsLibPartValid(GetLibPart(id)); }
-    bool IsSameLibPart(const LibPartId& a, const LibPartId& b) const { return GetLibPart(a) == GetLibPart(b); }
+    bool IsSameLibPart(const LibPartId& a, const LibPartId& b) const {
+        return GetLibPart(a) == GetLibPart(b);
+    }
     bool IsEqualLibParts(const LibPartId& a, const LibPartId& b) const;
     static bool IsLibPartValid(const LibPart* part) { return part != nullptr && part->IsValid(); }
     int GetSortedSymbolIndexByName(int n) const;
     void SetTempLocationForLibPart(const LibPart* part, const IO::Location& location);
     void AddFlags(const LibPart* part, std::uint32_t bits);
-    void SetUserData(const LibPart* part, const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
+    void SetUserData(const LibPart* part, const KL::Guid& client,
+                     const KL::ConstSharedPtr<SymbolUserData>& data);
     int ClearAllSymbolFlags(std::uint32_t mask);
     bool IsSymbolArchivable(const LibPart* part) const;
     bool IsSymbolArchivable(int index) const;
@@ -218,25 +223,30 @@ public:
     // Valid records of exactly this id; dummies never.
     const LibPart* SearchSymbolByUnID(const KL::UnID& unId, int* index) const;
     // The exact id, then the main guid, then the name as document or file name.
-    const LibPart* SearchLibPartAnyhow(const KL::UnID& unId, const KL::UniString& name, bool* ambiguous) const;
+    const LibPart* SearchLibPartAnyhow(const KL::UnID& unId, const KL::UniString& name,
+                                       bool* ambiguous) const;
     const LibPart* SearchDummySymbol(const KL::UnID& unId, const KL::UniString* name, int* index) const;
     const LibPart* SearchAnySymbolByMainID(const KL::UnID& unId, bool* ambiguous) const;
-    int SearchSymbolsByAncestor(const KL::UnID& ancestor, KL::Array<const LibPart*>& parts, bool placeableOnly) const;
+    int SearchSymbolsByAncestor(const KL::UnID& ancestor, KL::Array<const LibPart*>& parts,
+                                bool placeableOnly) const;
     unsigned SearchSymbolsByMainIDIdx(const KL::UnID& unId, KL::PagedArray<int, 8>* indices) const;
     unsigned SearchSymbolsByMainID(const KL::UnID& unId, KL::PagedArray<const LibPart*, 8>* parts,
                                    int searchType) const;
-    unsigned SearchDuplicateSymbolsByMainID(const KL::Guid& mainGuid, KL::PagedArray<const LibPart*, 8>* parts) const;
+    unsigned SearchDuplicateSymbolsByMainID(const KL::Guid& mainGuid,
+                                            KL::PagedArray<const LibPart*, 8>* parts) const;
     void SearchSymbolFileType(const FTM::GeneralID& type, KL::PagedArray<const LibPart*, 8>& parts) const;
     // The parts that replace the id, those still in use first; the first of them.
-    const LibPart* SearchSymbolFromMigrationTable(const KL::UnID& unId, KL::Array<MigrationLibPart>* parts) const;
-    const LibPart* GetLibPartArrayFromMigrationGuidTable(const LibPartId& id, KL::Array<const LibPart*>* parts) const;
+    const LibPart* SearchSymbolFromMigrationTable(const KL::UnID& unId,
+                                                  KL::Array<MigrationLibPart>* parts) const;
+    const LibPart* GetLibPartArrayFromMigrationGuidTable(const LibPartId& id,
+                                                         KL::Array<const LibPart*>* parts) const;
     // The whole chain: direct, then dummy, migration and anyhow stages as the compatibility allows.
-    const LibPart* SearchLibPartComplex(const KL::UnID& unId, const KL::UniString& name, LibPartSearchMode mode,
-                                       bool* ambiguous, KL::Array<const LibPart*>* migrationParts,
-                                       bool* migrated) const;
-    const LibPart* SearchSymbolComplex(const KL::UnID& unId, const KL::UniString& name, LibPartSearchMode mode,
-                                       bool* ambiguous, KL::Array<const LibPart*>* migrationParts,
-                                       bool* migrated) const;
+    const LibPart* SearchLibPartComplex(const KL::UnID& unId, const KL::UniString& name,
+                                        LibPartSearchMode mode, bool* ambiguous,
+                                        KL::Array<const LibPart*>* migrationParts, bool* migrated) const;
+    const LibPart* SearchSymbolComplex(const KL::UnID& unId, const KL::UniString& name,
+                                       LibPartSearchMode mode, bool* ambiguous,
+                                       KL::Array<const LibPart*>* migrationParts, bool* migrated) const;
     // The whole chain, remembering its answer under the id asked for.
     const LibPart* GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous, bool* migrated,
                                    bool doNotRemember, KL::Array<const LibPart*>* migrationParts);
@@ -256,7 +266,8 @@ public:
 
     // ---- Compiled code; any thread, under the bin code lock.
     int GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, KL::ConstSharedPtr<BinCode>* code);
-    int SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, const KL::ConstSharedPtr<BinCode>& code);
+    int SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
+                            const KL::ConstSharedPtr<BinCode>& code);
     void DeleteAncestryUpToDate(const LibPart* part);
     int ClearAllQdlBinCodes();
     int ReloadQdlBinCodes();
@@ -295,7 +306,8 @@ public:
     void SetAsTemplate(const LibPartId& id, bool isTemplate);
     void SetPlaceable(const LibPartId& id, bool placeable);
     void SetArchivable(const LibPartId& id, bool archivable);
-    void SetUserData(const LibPartId& id, const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
+    void SetUserData(const LibPartId& id, const KL::Guid& client,
+                     const KL::ConstSharedPtr<SymbolUserData>& data);
     void ClearUserData(const LibPartId& id);
 
     // The deepest active library that holds `location`, or -1.
@@ -336,13 +348,16 @@ private:
     int SearchSymbolByUnIDIndex(const KL::UnID& unId) const;
     int SearchLibPartAnyhowIndex(const KL::UnID& unId, const KL::UniString& name, bool* ambiguous) const;
     int SearchDummySymbolIndex(const KL::UnID& unId, const KL::UniString* name) const;
-    int SearchByMainGuidPreferringName(const KL::Guid& mainGuid, const KL::UniString& name, bool* ambiguous) const;
+    int SearchByMainGuidPreferringName(const KL::Guid& mainGuid, const KL::UniString& name,
+                                       bool* ambiguous) const;
     template <typename Append>
     unsigned CollectByMainGuid(const KL::Guid& mainGuid, int searchType, Append append) const;
     FTM::GeneralID AdjustedSearchType(const FTM::GeneralID& requested) const;
-    const LibPart* SearchByNameAndType(bool fileNames, const KL::UniString& name, const FTM::GeneralID& type) const;
-    const LibPart* SearchComplex(const KL::UnID& unId, const KL::UniString& name, LibpartSearchCompatibility compatibility,
-                                 bool* ambiguous, KL::Array<const LibPart*>* migrationParts, bool* migrated) const;
+    const LibPart* SearchByNameAndType(bool fileNames, const KL::UniString& name,
+                                       const FTM::GeneralID& type) const;
+    const LibPart* SearchComplex(const KL::UnID& unId, const KL::UniString& name,
+                                 LibpartSearchCompatibility compatibility, bool* ambiguous,
+                                 KL::Array<const LibPart*>* migrationParts, bool* migrated) const;
     template <typename Change>
     int ChangeAllQdlBinCodes(Change change);
     // After a single change outside a walk: the finishing work now, or owed to the batch's end.
@@ -395,7 +410,8 @@ protected:
 };
 
 // Adds the folder tree's view state, which belongs to the owner's thread.
-class LM_EXPORT LibrarySet::SingleThreadedModifier : public ThreadSafeModifier, public ILibrarySetSingleThreadedModifier {
+class LM_EXPORT LibrarySet::SingleThreadedModifier : public ThreadSafeModifier,
+                                                     public ILibrarySetSingleThreadedModifier {
 public:
     explicit SingleThreadedModifier(LibrarySet* librarySet)
         : ThreadSafeModifier(librarySet), singleThreadedSet(librarySet) {}
@@ -418,8 +434,9 @@ public:
     void AccessCheck() const {}
     int ResetActiveLibraries() const override;
     int AddActiveLibrary(const KL::UniString& url, LibraryMode mode, VitalMode vital) const override;
-    int AddActiveLibrary(KL::ProcessControl& process, const IO::Location& location, LibraryMode mode, VitalMode vital,
-                         const KL::Guid& guid, const KL::UniString& langCode, bool collapseLongBranches) const override;
+    int AddActiveLibrary(KL::ProcessControl& process, const IO::Location& location, LibraryMode mode,
+                         VitalMode vital, const KL::Guid& guid, const KL::UniString& langCode,
+                         bool collapseLongBranches) const override;
     int AddServerActiveLibrary(const IO::Location& location, const IO::Location& serverId,
                                const IO::RelativeLocation& relLocation, const KL::UniString& srcLocation,
                                std::int64_t version, int vital) const override;
@@ -431,13 +448,14 @@ public:
     void RebuildTypeHierarchy(KL::ProcessControl& process, bool conformAll) const override;
     int SetActiveLibraryVersion(int index, std::int64_t version) const override;
     const LibPart* GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous, bool* migrated,
-                                   bool doNotRemember, KL::Array<const LibPart*>* migrationParts) const override;
+                                   bool doNotRemember,
+                                   KL::Array<const LibPart*>* migrationParts) const override;
     const LibPart* StoreLibPart(KL::ProcessControl& process, const IO::Location& location, int folderIndex,
                                 const LibPart* oldPart, bool* folderAdded, bool preferNew,
                                 const LibPart** duplicate) const override;
-    const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name, const KL::UnID& unId,
-                                     const FTM::GeneralID& fileType, const AncestryInfo& ancestry,
-                                     bool temporarilyMissing) const override;
+    const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name,
+                                     const KL::UnID& unId, const FTM::GeneralID& fileType,
+                                     const AncestryInfo& ancestry, bool temporarilyMissing) const override;
     void DeleteLibPart(KL::ProcessControl& process, const LibPart* part) const override;
     void DeleteDuplicateLibPart(const IO::Location& location) const override;
     void ResetIdToLibPartTable() const override;

@@ -10,7 +10,8 @@
 
 namespace LM {
 
-int LibrarySet::GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, KL::ConstSharedPtr<BinCode>* code) {
+int LibrarySet::GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
+                                    KL::ConstSharedPtr<BinCode>* code) {
     if (libParts == nullptr || binCodes == nullptr || part == nullptr)
         return LibPartFileError;
     KL::FastLockGuard guard(binCodeLock);
@@ -22,7 +23,8 @@ int LibrarySet::GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, KL
         return binCodes->GetQdlBinCode(index, code, nullptr);
     }
     // The first read of a part in this run finds its indices in the store's tables.
-    if (const QdlBinCodeIndexArray* indices = binCodes->SearchBinCodeIndex(part->GetOwnUnID(), part->GetLocation())) {
+    if (const QdlBinCodeIndexArray* indices =
+            binCodes->SearchBinCodeIndex(part->GetOwnUnID(), part->GetLocation())) {
         index = indices->Get(type);
         const_cast<LibPart*>(part)->SetQdlBinCodeIndex(indices);
         binCodes->CheckAncestryUpToDate(part);
@@ -30,7 +32,8 @@ int LibrarySet::GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, KL
     return binCodes->GetQdlBinCode(index, code, nullptr);
 }
 
-int LibrarySet::SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, const KL::ConstSharedPtr<BinCode>& code) {
+int LibrarySet::SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
+                                    const KL::ConstSharedPtr<BinCode>& code) {
     if (libParts == nullptr || binCodes == nullptr || part == nullptr)
         return LibPartFileError;
     KL::FastLockGuard guard(binCodeLock);
@@ -47,7 +50,8 @@ int LibrarySet::SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type, co
         binCodes->SetQdlBinCode(index, code, ancestry);
         return 0;
     }
-    const int stored = binCodes->StoreQdlBinCode(part->GetOwnUnID(), part->GetLocation(), type, code, ancestry);
+    const int stored =
+        binCodes->StoreQdlBinCode(part->GetOwnUnID(), part->GetLocation(), type, code, ancestry);
     const_cast<LibPart*>(part)->SetQdlBinCodeIndex(type, stored);
     return 0;
 }

@@ -11,7 +11,9 @@ namespace {
 bool accessCheckEnabled = false;
 }
 
-void LibrarySet::EnableAccessCheck(bool enable) { accessCheckEnabled = enable; }
+void LibrarySet::EnableAccessCheck(bool enable) {
+    accessCheckEnabled = enable;
+}
 
 // ---- ThreadSafeModifier
 
@@ -25,7 +27,9 @@ void LibrarySet::ThreadSafeModifier::SetUserData(const LibPartId& id, const KL::
     librarySet->SetUserData(id, client, data);
 }
 
-void LibrarySet::ThreadSafeModifier::ClearUserData(const LibPartId& id) const { librarySet->ClearUserData(id); }
+void LibrarySet::ThreadSafeModifier::ClearUserData(const LibPartId& id) const {
+    librarySet->ClearUserData(id);
+}
 
 int LibrarySet::ThreadSafeModifier::SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
                                                         const KL::ConstSharedPtr<BinCode>& code) const {
@@ -41,9 +45,13 @@ void LibrarySet::ThreadSafeModifier::AddFlags(const LibPart* part, unsigned bits
     librarySet->AddFlags(part, bits);
 }
 
-void LibrarySet::ThreadSafeModifier::Attach(LibrarySetObserver& observer) { librarySet->Attach(observer); }
+void LibrarySet::ThreadSafeModifier::Attach(LibrarySetObserver& observer) {
+    librarySet->Attach(observer);
+}
 
-void LibrarySet::ThreadSafeModifier::Detach(LibrarySetObserver& observer) { librarySet->Detach(observer); }
+void LibrarySet::ThreadSafeModifier::Detach(LibrarySetObserver& observer) {
+    librarySet->Detach(observer);
+}
 
 // ---- SingleThreadedModifier
 
@@ -65,9 +73,12 @@ int LibrarySet::SingleThreadedModifier::SetFolderTreeItemId(int folder, int tree
 
 // ---- Modifier
 
-int LibrarySet::Modifier::ResetActiveLibraries() const { return librarySet->ResetActiveLibraries(); }
+int LibrarySet::Modifier::ResetActiveLibraries() const {
+    return librarySet->ResetActiveLibraries();
+}
 
-int LibrarySet::Modifier::AddActiveLibrary(const KL::UniString& url, LibraryMode mode, VitalMode vital) const {
+int LibrarySet::Modifier::AddActiveLibrary(const KL::UniString& url, LibraryMode mode,
+                                           VitalMode vital) const {
     return librarySet->AddActiveLibrary(url, mode, vital);
 }
 
@@ -84,14 +95,22 @@ int LibrarySet::Modifier::AddServerActiveLibrary(const IO::Location& location, c
     return librarySet->AddServerActiveLibrary(location, serverId, relLocation, srcLocation, version, vital);
 }
 
-int LibrarySet::Modifier::RemoveActiveLibrary(int index) const { return librarySet->RemoveActiveLibrary(index); }
+int LibrarySet::Modifier::RemoveActiveLibrary(int index) const {
+    return librarySet->RemoveActiveLibrary(index);
+}
 
-void LibrarySet::Modifier::AddStorableFileType(FTM::GeneralID type) const { librarySet->AddStorableFileType(type); }
+void LibrarySet::Modifier::AddStorableFileType(FTM::GeneralID type) const {
+    librarySet->AddStorableFileType(type);
+}
 
-int LibrarySet::Modifier::ReloadQdlBinCodes() const { return librarySet->ReloadQdlBinCodes(); }
+int LibrarySet::Modifier::ReloadQdlBinCodes() const {
+    return librarySet->ReloadQdlBinCodes();
+}
 
 // Writes the field alone: a batch already open keeps the finishing work it owes.
-void LibrarySet::Modifier::StartBatchLibPartAdd() const { librarySet->inBatch = true; }
+void LibrarySet::Modifier::StartBatchLibPartAdd() const {
+    librarySet->inBatch = true;
+}
 
 void LibrarySet::Modifier::EndBatchLibPartAdd(KL::ProcessControl& process) const {
     librarySet->EndBatchLibPartAdd(process);
@@ -114,12 +133,14 @@ const LibPart* LibrarySet::Modifier::GetSymbolAnyhow(const LibPartId& id, bool* 
 const LibPart* LibrarySet::Modifier::StoreLibPart(KL::ProcessControl& process, const IO::Location& location,
                                                   int folderIndex, const LibPart* oldPart, bool* folderAdded,
                                                   bool preferNew, const LibPart** duplicate) const {
-    return librarySet->StoreLibPart(process, location, folderIndex, oldPart, folderAdded, preferNew, duplicate);
+    return librarySet->StoreLibPart(process, location, folderIndex, oldPart, folderAdded, preferNew,
+                                    duplicate);
 }
 
 const LibPart* LibrarySet::Modifier::StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name,
                                                        const KL::UnID& unId, const FTM::GeneralID& fileType,
-                                                       const AncestryInfo& ancestry, bool temporarilyMissing) const {
+                                                       const AncestryInfo& ancestry,
+                                                       bool temporarilyMissing) const {
     return librarySet->StoreDummyLibPart(process, name, unId, fileType, ancestry, temporarilyMissing);
 }
 
@@ -131,27 +152,44 @@ void LibrarySet::Modifier::DeleteDuplicateLibPart(const IO::Location& location) 
     librarySet->DeleteDuplicateLibPart(location);
 }
 
-void LibrarySet::Modifier::ResetIdToLibPartTable() const { librarySet->ResetIdToLibPartTable(); }
+void LibrarySet::Modifier::ResetIdToLibPartTable() const {
+    librarySet->ResetIdToLibPartTable();
+}
 
-int LibrarySet::Modifier::Enumerate(KL::ProcessControl& process) const { return librarySet->Enumerate(process); }
+int LibrarySet::Modifier::Enumerate(KL::ProcessControl& process) const {
+    return librarySet->Enumerate(process);
+}
 
-void LibrarySet::Modifier::Reset(KL::ProcessControl& process) const { librarySet->Reset(process); }
+void LibrarySet::Modifier::Reset(KL::ProcessControl& process) const {
+    librarySet->Reset(process);
+}
 
-void LibrarySet::Modifier::CleanUp() const { librarySet->CleanUp(); }
+void LibrarySet::Modifier::CleanUp() const {
+    librarySet->CleanUp();
+}
 
-int LibrarySet::Modifier::ClearAllSymbolFlags(unsigned mask) const { return librarySet->ClearAllSymbolFlags(mask); }
+int LibrarySet::Modifier::ClearAllSymbolFlags(unsigned mask) const {
+    return librarySet->ClearAllSymbolFlags(mask);
+}
 
-void LibrarySet::Modifier::SetValid(const LibPartId& id, bool valid) const { librarySet->SetValid(id, valid); }
+void LibrarySet::Modifier::SetValid(const LibPartId& id, bool valid) const {
+    librarySet->SetValid(id, valid);
+}
 
 void LibrarySet::Modifier::SetLibpartSearchCompatibility(LibpartSearchCompatibility compatibility) const {
     librarySet->searchCompatibility = compatibility;
 }
 
-int LibrarySet::Modifier::ClearAllQdlBinCodes() const { return librarySet->ClearAllQdlBinCodes(); }
+int LibrarySet::Modifier::ClearAllQdlBinCodes() const {
+    return librarySet->ClearAllQdlBinCodes();
+}
 
-FolderSet* LibrarySet::Modifier::GetFolderSet() const { return librarySet->folderSet; }
+FolderSet* LibrarySet::Modifier::GetFolderSet() const {
+    return librarySet->folderSet;
+}
 
-void LibrarySet::Modifier::SetTempLocationForLibPart(const LibPart* part, const IO::Location& location) const {
+void LibrarySet::Modifier::SetTempLocationForLibPart(const LibPart* part,
+                                                     const IO::Location& location) const {
     librarySet->SetTempLocationForLibPart(part, location);
 }
 

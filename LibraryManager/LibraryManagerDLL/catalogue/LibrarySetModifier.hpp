@@ -75,8 +75,9 @@ public:
                                  VitalMode vital, const KL::Guid& guid, const KL::UniString& langCode,
                                  bool collapseLongBranches) const = 0;
     virtual int AddServerActiveLibrary(const IO::Location& location, const IO::Location& serverId,
-                                       const IO::RelativeLocation& relLocation, const KL::UniString& srcLocation,
-                                       std::int64_t version, int vital) const = 0;
+                                       const IO::RelativeLocation& relLocation,
+                                       const KL::UniString& srcLocation, std::int64_t version,
+                                       int vital) const = 0;
     virtual int RemoveActiveLibrary(int index) const = 0;
     virtual void AddStorableFileType(FTM::GeneralID type) const = 0;
     virtual int ReloadQdlBinCodes() const = 0;
@@ -84,11 +85,12 @@ public:
     virtual void EndBatchLibPartAdd(KL::ProcessControl& process) const = 0;
     virtual void RebuildTypeHierarchy(KL::ProcessControl& process, bool conformAll) const = 0;
     virtual int SetActiveLibraryVersion(int index, std::int64_t version) const = 0;
-    virtual const LibPart* GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous, bool* migrated,
-                                           bool doNotRemember, KL::Array<const LibPart*>* migrationParts) const = 0;
-    virtual const LibPart* StoreLibPart(KL::ProcessControl& process, const IO::Location& location, int folderIndex,
-                                        const LibPart* oldPart, bool* folderAdded, bool preferNew,
-                                        const LibPart** duplicate) const = 0;
+    virtual const LibPart* GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous,
+                                           bool* migrated, bool doNotRemember,
+                                           KL::Array<const LibPart*>* migrationParts) const = 0;
+    virtual const LibPart* StoreLibPart(KL::ProcessControl& process, const IO::Location& location,
+                                        int folderIndex, const LibPart* oldPart, bool* folderAdded,
+                                        bool preferNew, const LibPart** duplicate) const = 0;
     virtual const LibPart* StoreDummyLibPart(KL::ProcessControl& process, const KL::UniString& name,
                                              const KL::UnID& unId, const FTM::GeneralID& fileType,
                                              const AncestryInfo& ancestry, bool temporarilyMissing) const = 0;

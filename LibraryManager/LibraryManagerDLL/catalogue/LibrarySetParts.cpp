@@ -44,7 +44,9 @@ int LibrarySet::GetIndexByLibPart(const LibPart* part) const {
     return libParts != nullptr ? libParts->GetIndex(part) : -1;
 }
 
-int LibrarySet::GetLibPartNumber() const { return libParts != nullptr ? static_cast<int>(libParts->GetCount()) : 0; }
+int LibrarySet::GetLibPartNumber() const {
+    return libParts != nullptr ? static_cast<int>(libParts->GetCount()) : 0;
+}
 
 bool LibrarySet::IsEqualLibParts(const LibPartId& a, const LibPartId& b) const {
     const bool knowsA = GetLibPart(a) != nullptr;
@@ -102,7 +104,9 @@ bool LibrarySet::IsSymbolArchivable(const LibPart* part) const {
     return part->IsSymbol() && part->IsArchivable();
 }
 
-bool LibrarySet::IsSymbolArchivable(int index) const { return IsSymbolArchivable(GetLibPartByIndex(index)); }
+bool LibrarySet::IsSymbolArchivable(int index) const {
+    return IsSymbolArchivable(GetLibPartByIndex(index));
+}
 
 void LibrarySet::GetDocumentName(const LibPartId& id, KL::UniString* name) const {
     ReadInto(GetLibPart(id), name, [](const LibPart& part) { return part.GetDocumentName(); });
@@ -175,7 +179,8 @@ bool LibrarySet::IsArchivable(const LibPartId& id) const {
     return ReadOr(GetLibPart(id), false, [](const LibPart& part) { return part.IsArchivable(); });
 }
 
-KL::ConstSharedPtr<SymbolUserData> LibrarySet::GetUserData(const LibPartId& id, const KL::Guid& client) const {
+KL::ConstSharedPtr<SymbolUserData> LibrarySet::GetUserData(const LibPartId& id,
+                                                           const KL::Guid& client) const {
     return ReadOr(GetLibPart(id), KL::ConstSharedPtr<SymbolUserData>(),
                   [&client](const LibPart& part) { return part.GetUserData(client); });
 }

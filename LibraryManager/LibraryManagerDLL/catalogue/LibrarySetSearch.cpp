@@ -35,7 +35,8 @@ int FirstIn(const LibPartSet& store, const LibPartSet::IndexRange& range, Keep k
     return -1;
 }
 
-LibpartSearchCompatibility CompatibilityOf(LibrarySet::LibPartSearchMode mode, LibpartSearchCompatibility stored) {
+LibpartSearchCompatibility CompatibilityOf(LibrarySet::LibPartSearchMode mode,
+                                           LibpartSearchCompatibility stored) {
     if (mode == 0)
         return stored;
     return mode == 1 ? 1 : 0;
@@ -50,8 +51,8 @@ const LibPart* LibrarySet::SearchLibPart(const IO::Location& location, SearchMod
     if (libParts == nullptr || location.IsEmpty() || location.GetLastLocalName(&last) != 0)
         return nullptr;
     const int index = FirstIn(*libParts, libParts->FileNameRange(last.GetText()), [&](const LibPart& part) {
-        return part.IsValid() &&
-               (part.GetLocation() == location || (mode == OrigLocationToo && part.GetOrigLocation() == location));
+        return part.IsValid() && (part.GetLocation() == location ||
+                                  (mode == OrigLocationToo && part.GetOrigLocation() == location));
     });
     return GetLibPartByIndex(index);
 }
@@ -79,11 +80,13 @@ const LibPart* LibrarySet::SearchLibPartFileName(const KL::UniString& fileName) 
     return GetLibPartByIndex(SearchLibPartFileNameIndex(fileName));
 }
 
-const LibPart* LibrarySet::SearchLibPartDocuName(const KL::UniString& name, const FTM::GeneralID& type) const {
+const LibPart* LibrarySet::SearchLibPartDocuName(const KL::UniString& name,
+                                                 const FTM::GeneralID& type) const {
     return SearchByNameAndType(false, name, type);
 }
 
-const LibPart* LibrarySet::SearchLibPartFileName(const KL::UniString& fileName, const FTM::GeneralID& type) const {
+const LibPart* LibrarySet::SearchLibPartFileName(const KL::UniString& fileName,
+                                                 const FTM::GeneralID& type) const {
     return SearchByNameAndType(true, fileName, type);
 }
 
@@ -110,12 +113,13 @@ const LibPart* LibrarySet::SearchByNameAndType(bool fileNames, const KL::UniStri
     }));
 }
 
-const LibPart* LibrarySet::SearchDocuNameByAncestor(const KL::UniString& name, const KL::UnID& ancestor) const {
+const LibPart* LibrarySet::SearchDocuNameByAncestor(const KL::UniString& name,
+                                                    const KL::UnID& ancestor) const {
     if (libParts == nullptr)
         return nullptr;
-    return GetLibPartByIndex(FirstIn(*libParts, libParts->NameRange(NormalisedName(name)), [&](const LibPart& part) {
-        return part.IsValid() && HasAncestor(part, ancestor);
-    }));
+    return GetLibPartByIndex(
+        FirstIn(*libParts, libParts->NameRange(NormalisedName(name)),
+                [&](const LibPart& part) { return part.IsValid() && HasAncestor(part, ancestor); }));
 }
 
 const LibPart* LibrarySet::SearchSymbolByGuid(const KL::Guid& guid, int* index) const {
@@ -141,7 +145,8 @@ const LibPart* LibrarySet::SearchSymbolByUnID(const KL::UnID& unId, int* index) 
     return GetLibPartByIndex(found);
 }
 
-int LibrarySet::SearchLibPartAnyhowIndex(const KL::UnID& unId, const KL::UniString& name, bool* ambiguous) const {
+int LibrarySet::SearchLibPartAnyhowIndex(const KL::UnID& unId, const KL::UniString& name,
+                                         bool* ambiguous) const {
     if (ambiguous != nullptr)
         *ambiguous = false;
     if (libParts == nullptr)
@@ -189,13 +194,15 @@ int LibrarySet::SearchByMainGuidPreferringName(const KL::Guid& mainGuid, const K
         *ambiguous = true;
     if (!name.IsEmpty())
         for (int index : found)
-            if (libParts->GetLibPart(static_cast<std::size_t>(index)).GetDocumentName().Compare(name, KL::CaseInsensitive) ==
-                0)
+            if (libParts->GetLibPart(static_cast<std::size_t>(index))
+                    .GetDocumentName()
+                    .Compare(name, KL::CaseInsensitive) == 0)
                 return index;
     return found[1];
 }
 
-const LibPart* LibrarySet::SearchLibPartAnyhow(const KL::UnID& unId, const KL::UniString& name, bool* ambiguous) const {
+const LibPart* LibrarySet::SearchLibPartAnyhow(const KL::UnID& unId, const KL::UniString& name,
+                                               bool* ambiguous) const {
     return GetLibPartByIndex(SearchLibPartAnyhowIndex(unId, name, ambiguous));
 }
 
@@ -213,12 +220,14 @@ int LibrarySet::SearchDummySymbolIndex(const KL::UnID& unId, const KL::UniString
                        [](const LibPart& part) { return KeptBy(LibPartSet::NotValidRecords, part); });
     }
     const int found = libParts->FindIndexByUnId(unId);
-    return found != -1 && libParts->GetLibPart(static_cast<std::size_t>(found)).GetState() == LibPartStateDummy
+    return found != -1 &&
+                   libParts->GetLibPart(static_cast<std::size_t>(found)).GetState() == LibPartStateDummy
                ? found
                : -1;
 }
 
-const LibPart* LibrarySet::SearchDummySymbol(const KL::UnID& unId, const KL::UniString* name, int* index) const {
+const LibPart* LibrarySet::SearchDummySymbol(const KL::UnID& unId, const KL::UniString* name,
+                                             int* index) const {
     const int found = SearchDummySymbolIndex(unId, name);
     if (index != nullptr)
         *index = found;
@@ -283,7 +292,8 @@ unsigned LibrarySet::SearchDuplicateSymbolsByMainID(const KL::Guid& mainGuid,
     return count;
 }
 
-void LibrarySet::SearchSymbolFileType(const FTM::GeneralID& type, KL::PagedArray<const LibPart*, 8>& parts) const {
+void LibrarySet::SearchSymbolFileType(const FTM::GeneralID& type,
+                                      KL::PagedArray<const LibPart*, 8>& parts) const {
     if (libParts == nullptr)
         return;
     const FTM::GeneralID wanted = AdjustedSearchType(type);
@@ -296,7 +306,8 @@ void LibrarySet::SearchSymbolFileType(const FTM::GeneralID& type, KL::PagedArray
 
 const LibPart* LibrarySet::SearchSymbolFromMigrationTable(const KL::UnID& unId,
                                                           KL::Array<MigrationLibPart>* parts) const {
-    const KL::Array<LibPartCache>* entry = libParts != nullptr ? libParts->FindMigrations(unId.mainGuid) : nullptr;
+    const KL::Array<LibPartCache>* entry =
+        libParts != nullptr ? libParts->FindMigrations(unId.mainGuid) : nullptr;
     if (entry == nullptr || entry->IsEmpty())
         return nullptr;
     KL::Array<MigrationLibPart> local;
@@ -306,7 +317,8 @@ const LibPart* LibrarySet::SearchSymbolFromMigrationTable(const KL::UnID& unId,
     for (const bool inUse : {true, false})
         for (const LibPartCache& replacement : *entry)
             if ((replacement.part->GetMigrationValue() == 0) == inUse)
-                out.Push(MigrationLibPart{replacement.part, replacement.migrationFlag, replacement.migrationRank});
+                out.Push(
+                    MigrationLibPart{replacement.part, replacement.migrationFlag, replacement.migrationRank});
     return out[0].libPart;
 }
 
@@ -335,7 +347,8 @@ const LibPart* LibrarySet::SearchComplex(const KL::UnID& unId, const KL::UniStri
     }
     if (compatibility == 0 && !IsLibPartValid(found)) {
         found = SearchDummySymbol(unId, &name, nullptr);
-        if (const LibPart* replacement = GetLibPartArrayFromMigrationGuidTable(LibPartId(unId, name), migrationParts)) {
+        if (const LibPart* replacement =
+                GetLibPartArrayFromMigrationGuidTable(LibPartId(unId, name), migrationParts)) {
             found = replacement;
             *migrated = true;
         }
@@ -355,7 +368,8 @@ const LibPart* LibrarySet::SearchComplex(const KL::UnID& unId, const KL::UniStri
 
 const LibPart* LibrarySet::SearchLibPartComplex(const KL::UnID& unId, const KL::UniString& name,
                                                 LibPartSearchMode mode, bool* ambiguous,
-                                                KL::Array<const LibPart*>* migrationParts, bool* migrated) const {
+                                                KL::Array<const LibPart*>* migrationParts,
+                                                bool* migrated) const {
     bool localAmbiguous = false;
     bool localMigrated = false;
     KL::Array<const LibPart*> localParts;
@@ -367,13 +381,15 @@ const LibPart* LibrarySet::SearchLibPartComplex(const KL::UnID& unId, const KL::
 
 const LibPart* LibrarySet::SearchSymbolComplex(const KL::UnID& unId, const KL::UniString& name,
                                                LibPartSearchMode mode, bool* ambiguous,
-                                               KL::Array<const LibPart*>* migrationParts, bool* migrated) const {
+                                               KL::Array<const LibPart*>* migrationParts,
+                                               bool* migrated) const {
     const LibPart* found = SearchLibPartComplex(unId, name, mode, ambiguous, migrationParts, migrated);
     return found != nullptr && found->IsSymbol() ? found : nullptr;
 }
 
-const LibPart* LibrarySet::GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous, bool* migrated,
-                                           bool doNotRemember, KL::Array<const LibPart*>* migrationParts) {
+const LibPart* LibrarySet::GetSymbolAnyhow(const LibPartId& id, bool* isDummy, bool* ambiguous,
+                                           bool* migrated, bool doNotRemember,
+                                           KL::Array<const LibPart*>* migrationParts) {
     bool localDummy = false;
     bool localAmbiguous = false;
     bool localMigrated = false;
@@ -400,7 +416,8 @@ const LibPart* LibrarySet::GetSymbolAnyhow(const LibPartId& id, bool* isDummy, b
         return found;
     }
 
-    const LibPart* found = SearchSymbolComplex(id.GetUnId(), id.GetName(), 0, ambiguous, migrationParts, migrated);
+    const LibPart* found =
+        SearchSymbolComplex(id.GetUnId(), id.GetName(), 0, ambiguous, migrationParts, migrated);
     if (found == nullptr) {
         found = SearchDummySymbol(id.GetUnId(), &id.GetName(), nullptr);
         *isDummy = found != nullptr;
@@ -417,7 +434,8 @@ const LibPart* LibrarySet::GetSymbolAnyhow(const LibPartId& id, bool* isDummy, b
 bool LibrarySet::IsSameLibPartByUnId(const KL::UnID& a, const KL::UnID& b) const {
     if (a == b)
         return true;
-    return SearchLibPartAnyhow(a, KL::UniString(), nullptr) == SearchLibPartAnyhow(b, KL::UniString(), nullptr);
+    return SearchLibPartAnyhow(a, KL::UniString(), nullptr) ==
+           SearchLibPartAnyhow(b, KL::UniString(), nullptr);
 }
 
 } // namespace LM

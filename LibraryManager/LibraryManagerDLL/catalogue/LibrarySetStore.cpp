@@ -21,7 +21,8 @@ namespace LM {
 
 namespace {
 
-bool MatchesAnyType(const KL::Array<FTM::GeneralID>& types, const IO::Location& location, FTM::GeneralID* id) {
+bool MatchesAnyType(const KL::Array<FTM::GeneralID>& types, const IO::Location& location,
+                    FTM::GeneralID* id) {
     const FTM::FileTypeManager& manager = FTM::FileTypeManager::GetCurrent();
     for (const FTM::GeneralID& type : types) {
         if (manager.Match(location, type)) {
@@ -35,8 +36,8 @@ bool MatchesAnyType(const KL::Array<FTM::GeneralID>& types, const IO::Location& 
 
 } // namespace
 
-int LibrarySet::DetermineStoreFolder(const IO::Location& location, int folderIndex, const IO::Location& previous,
-                                     bool* folderAdded) {
+int LibrarySet::DetermineStoreFolder(const IO::Location& location, int folderIndex,
+                                     const IO::Location& previous, bool* folderAdded) {
     *folderAdded = false;
     if (folderIndex != -1)
         return folderIndex;
@@ -54,7 +55,8 @@ KL::Guid LibrarySet::ServerGuidOf(const IO::Location& location, int folderIndex)
     KL::UniString libraryName;
     IO::Location libraryLocation;
     IO::RelativeLocation relative;
-    if (GetActiveLibraryName(library, &libraryName) != 0 || GetActiveLibraryLocation(library, &libraryLocation) != 0 ||
+    if (GetActiveLibraryName(library, &libraryName) != 0 ||
+        GetActiveLibraryLocation(library, &libraryLocation) != 0 ||
         location.GetDifference(libraryLocation, &relative) != 0)
         return KL::NULLGuid;
     return serverCollection->GetGuid(libraryName, relative);
@@ -101,15 +103,16 @@ bool LibrarySet::AdoptPromotedPart() {
     return folderAdded;
 }
 
-const LibPart* LibrarySet::StoreLibPart(KL::ProcessControl& process, const IO::Location& location, int folderIndex,
-                                        const LibPart* oldPart, bool* folderAdded, bool preferNew,
-                                        const LibPart** duplicate) {
+const LibPart* LibrarySet::StoreLibPart(KL::ProcessControl& process, const IO::Location& location,
+                                        int folderIndex, const LibPart* oldPart, bool* folderAdded,
+                                        bool preferNew, const LibPart** duplicate) {
     if (duplicate != nullptr)
         *duplicate = nullptr;
     if (libParts == nullptr || folderSet == nullptr)
         return nullptr;
     IO::Name fileName;
-    if (location.GetLastLocalName(&fileName) != 0 || (fileName.HasExtension() && fileName.GetBase().IsEmpty()))
+    if (location.GetLastLocalName(&fileName) != 0 ||
+        (fileName.HasExtension() && fileName.GetBase().IsEmpty()))
         return nullptr;
     int index = -1;
     IO::Location previous;
@@ -153,8 +156,8 @@ const LibPart* LibrarySet::StoreLibPart(KL::ProcessControl& process, const IO::L
         if (libParts->Unregister(static_cast<std::size_t>(index)))
             added = AdoptPromotedPart() || added;
         part.Reload();
-        stored = libParts->Register(static_cast<std::size_t>(index), LibPartSet::ReloadedRecord, preferNew, nullptr,
-                                    &loser);
+        stored = libParts->Register(static_cast<std::size_t>(index), LibPartSet::ReloadedRecord, preferNew,
+                                    nullptr, &loser);
         libParts->RemoveFromSortedIndices(static_cast<std::uint32_t>(index));
         if (stored != &part)
             ForgetSymbolState(*stored);
@@ -297,7 +300,9 @@ void LibrarySet::DetermineProxy(int index) {
     part.SetProxy(proxy);
 }
 
-const LibPart* LibrarySet::GetProxy(const LibPartId& id) const { return GetSymbolProxy(GetLibPart(id)); }
+const LibPart* LibrarySet::GetProxy(const LibPartId& id) const {
+    return GetSymbolProxy(GetLibPart(id));
+}
 
 const LibPart* LibrarySet::GetSymbolProxy(const LibPart* part) const {
     return part != nullptr && part->IsSymbol() ? GetLibPartByIndex(part->GetProxy()) : nullptr;
@@ -342,7 +347,8 @@ void LibrarySet::AddLibPartToAncestryHierarchy(LibPart* part, const char* const*
     const KL::UnID own = part->GetOwnUnID();
     info.CheckAndFix(own);
     const KL::Array<KL::UnID>& ancestors = info.GetAncestors();
-    part->SetAncestryId(hierarchy->AddPath(ancestors.GetContent(), static_cast<unsigned>(ancestors.GetSize()), own));
+    part->SetAncestryId(
+        hierarchy->AddPath(ancestors.GetContent(), static_cast<unsigned>(ancestors.GetSize()), own));
     part->SetAsTemplate(info.IsTemplate());
 }
 

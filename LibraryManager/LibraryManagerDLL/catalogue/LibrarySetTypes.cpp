@@ -1,9 +1,9 @@
 // Type questions: what a part is a kind of, answered from the paths of the type tree.
+#include "LibraryManagerErrors.hpp"
 #include "catalogue/LibPartSet.hpp"
 #include "catalogue/LibrarySet.hpp"
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "hierarchy/AncestryInfo.hpp"
-#include "LibraryManagerErrors.hpp"
 
 namespace LM {
 

@@ -40,8 +40,9 @@ public:
 
     // Behind all records of an equal key: one binary search and one insertion.
     void Insert(Key key, std::uint32_t record) {
-        const auto at = std::upper_bound(keys.begin(), keys.end(), key,
-                                         [](const Key& wanted, const Key& other) { return wanted.Compare(other) < 0; });
+        const auto at =
+            std::upper_bound(keys.begin(), keys.end(), key,
+                             [](const Key& wanted, const Key& other) { return wanted.Compare(other) < 0; });
         const auto offset = at - keys.begin();
         records.insert(records.begin() + offset, record);
         keys.insert(at, std::move(key));
@@ -60,15 +61,17 @@ public:
     // keys as Key::Compare does, on a prefix of the key.
     template <typename Probe, typename Compare>
     Range EqualRange(const Probe& probe, Compare compare) const {
-        const auto below = std::lower_bound(keys.begin(), keys.end(), probe,
-                                            [&](const Key& key, const Probe& wanted) { return compare(key, wanted) < 0; });
+        const auto below =
+            std::lower_bound(keys.begin(), keys.end(), probe,
+                             [&](const Key& key, const Probe& wanted) { return compare(key, wanted) < 0; });
         // Equal ranges are short: a few steps forward usually find the end without a second search.
         auto above = below;
         for (int step = 0; step < 8 && above != keys.end() && compare(*above, probe) == 0; ++step)
             ++above;
         if (above != keys.end() && compare(*above, probe) == 0)
-            above = std::upper_bound(above, keys.end(), probe,
-                                     [&](const Probe& wanted, const Key& key) { return compare(key, wanted) > 0; });
+            above = std::upper_bound(above, keys.end(), probe, [&](const Probe& wanted, const Key& key) {
+                return compare(key, wanted) > 0;
+            });
         return {records.begin() + (below - keys.begin()), records.begin() + (above - keys.begin())};
     }
 

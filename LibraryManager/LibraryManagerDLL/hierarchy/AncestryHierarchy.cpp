@@ -12,7 +12,9 @@ namespace LM {
 
 namespace {
 
-bool IsPartFile(const LibPart& part) { return part.IsSymbol() && part.GetGeneralFileType() == GetSymbolFileGroup(); }
+bool IsPartFile(const LibPart& part) {
+    return part.IsSymbol() && part.GetGeneralFileType() == GetSymbolFileGroup();
+}
 
 bool Flag(const KL::HashTable<const LibPart*, bool>& flags, const LibPart* part) {
     const bool* value = flags.GetPtr(part);
@@ -28,7 +30,9 @@ AncestryHierarchy::AncestryHierarchy(LibrarySet* librarySet) : librarySet(librar
 
 AncestryHierarchy::~AncestryHierarchy() = default;
 
-const KL::ClassInfo* AncestryHierarchy::GetClassInfo() const { return &classInfo; }
+const KL::ClassInfo* AncestryHierarchy::GetClassInfo() const {
+    return &classInfo;
+}
 
 int AncestryHierarchy::GetAncestryInfo(const TreeEntry* node, AncestryInfo* info) const {
     info->Clear();
@@ -92,7 +96,8 @@ void AncestryHierarchy::Build(bool conformAll) {
     BuildOldLibParts();
 }
 
-unsigned AncestryHierarchy::GetSimilarUnIDIdxs(const KL::UnID& id, KL::PagedArray<const LibPart*, 8>* parts) const {
+unsigned AncestryHierarchy::GetSimilarUnIDIdxs(const KL::UnID& id,
+                                               KL::PagedArray<const LibPart*, 8>* parts) const {
     parts->Clear();
     const unsigned found = librarySet->SearchSymbolsByMainID(id, parts, LibPartSet::ValidRecords);
     if (found == static_cast<unsigned>(-1) || found == 0)
@@ -133,14 +138,16 @@ void AncestryHierarchy::MoveSubtree(TreeEntry* entry, const LibPart* part, PartF
     for (TreeEntry* end : ends) {
         // Collected before any path changes, since a replaced end node may be freed and reused.
         for (const LibPart* mover : PartsEndingAt(end)) {
-            TreeEntry* newEnd = ReplaceAncestryPath(chain, depth, const_cast<TreeEntry*>(mover->GetAncestryId()));
+            TreeEntry* newEnd =
+                ReplaceAncestryPath(chain, depth, const_cast<TreeEntry*>(mover->GetAncestryId()));
             moved->Put(mover, true);
             librarySet->SetAncestryId(mover, newEnd);
         }
     }
 }
 
-Paths::TreeEntry* AncestryHierarchy::ReplaceAncestryPath(AncestryInfo chain, unsigned depth, TreeEntry* entry) {
+Paths::TreeEntry* AncestryHierarchy::ReplaceAncestryPath(AncestryInfo chain, unsigned depth,
+                                                         TreeEntry* entry) {
     const unsigned length = GetPathLength(entry);
     std::vector<KL::UnID> old(length);
     GetPath(entry, old.data());
@@ -208,7 +215,8 @@ void AncestryHierarchy::BuildOldLibParts() {
                 }
                 path.Append(KL::UnID());
                 const KL::Array<KL::UnID>& ids = path.GetAncestors();
-                librarySet->SetAncestryId(part, ReplacePath(node, ids.GetContent(), static_cast<unsigned>(ids.GetSize())));
+                librarySet->SetAncestryId(
+                    part, ReplacePath(node, ids.GetContent(), static_cast<unsigned>(ids.GetSize())));
                 break;
             }
         }

@@ -46,7 +46,8 @@ struct LibItemIterator::State {
     // hold it, at `notFound`.
     static State* Make(const LibrarySet& set, const ILibItemOrder& order, const ILibItemCriteria& criteria,
                        bool validOnly, const LibPart* start, int notFound) {
-        std::unique_ptr<State> state(new (std::nothrow) State{&set, validOnly, -1, nullptr, &order, &criteria});
+        std::unique_ptr<State> state(new (std::nothrow)
+                                         State{&set, validOnly, -1, nullptr, &order, &criteria});
         if (state == nullptr)
             throw KL::OutOfMemoryException();
         const int startIndex = start != nullptr ? set.GetIndexByLibPart(start) : -1;
@@ -64,7 +65,8 @@ struct LibItemIterator::State {
     bool Visits() {
         const int index = (*order)(*librarySet, position);
         current = librarySet->GetLibPartByIndex(index);
-        if (current == nullptr || current->GetState() == LibPartStateDeleted || !(*criteria)(*librarySet, index))
+        if (current == nullptr || current->GetState() == LibPartStateDeleted ||
+            !(*criteria)(*librarySet, index))
             return false;
         return !validOnly || current->IsValid();
     }
@@ -102,8 +104,8 @@ LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemOrd
                                  const LibPart* start)
     : LibItemIterator(librarySet, order, noFilter, valid, start) {}
 
-LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria, ValidFlag valid,
-                                 const LibPart* start)
+LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria,
+                                 ValidFlag valid, const LibPart* start)
     : LibItemIterator(librarySet, normalOrder, criteria, valid, start) {}
 
 LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
@@ -112,9 +114,13 @@ LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemOrd
     state->StepForward();
 }
 
-LibItemIterator::~LibItemIterator() { delete state; }
+LibItemIterator::~LibItemIterator() {
+    delete state;
+}
 
-const LibPart* LibItemIterator::operator->() const { return state != nullptr ? state->current : nullptr; }
+const LibPart* LibItemIterator::operator->() const {
+    return state != nullptr ? state->current : nullptr;
+}
 
 LibItemIterator& LibItemIterator::operator++() {
     if (state != nullptr)
@@ -122,7 +128,8 @@ LibItemIterator& LibItemIterator::operator++() {
     return *this;
 }
 
-LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, ValidFlag valid, const LibPart* start)
+LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, ValidFlag valid,
+                                               const LibPart* start)
     : LibItemReverseIterator(librarySet, normalOrder, noFilter, valid, start) {}
 
 LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
@@ -141,9 +148,13 @@ LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, con
     state->StepBackward();
 }
 
-LibItemReverseIterator::~LibItemReverseIterator() { delete state; }
+LibItemReverseIterator::~LibItemReverseIterator() {
+    delete state;
+}
 
-const LibPart* LibItemReverseIterator::operator->() const { return state != nullptr ? state->current : nullptr; }
+const LibPart* LibItemReverseIterator::operator->() const {
+    return state != nullptr ? state->current : nullptr;
+}
 
 LibItemReverseIterator& LibItemReverseIterator::operator--() {
     if (state != nullptr)

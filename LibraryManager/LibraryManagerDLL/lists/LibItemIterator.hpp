@@ -41,8 +41,8 @@ public:
                     const LibPart* start = nullptr);
     LibItemIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria, ValidFlag valid,
                     const LibPart* start = nullptr);
-    LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order, const ILibItemCriteria& criteria,
-                    ValidFlag valid, const LibPart* start = nullptr);
+    LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
+                    const ILibItemCriteria& criteria, ValidFlag valid, const LibPart* start = nullptr);
     ~LibItemIterator();
     LibItemIterator(const LibItemIterator&) = delete;
     LibItemIterator& operator=(const LibItemIterator&) = delete;

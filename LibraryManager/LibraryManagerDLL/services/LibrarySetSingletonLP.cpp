@@ -80,22 +80,25 @@ int LibrarySetSingletonLP::InitLibraryManager(BinaryCachingMode mode, FileServic
                                publicIDs.scriptType);
 
         KL::ArrayFB<FTM::GeneralID, 10> storable;
-        for (FTM::GeneralID type : {FTM::GeneralID(publicIDs.symbolGroup), FTM::GeneralID(publicIDs.scriptType),
-                                    FTM::GeneralID(publicIDs.imageGroup), FTM::GeneralID(publicIDs.textType),
-                                    FTM::GeneralID(publicIDs.xmlType), FTM::GeneralID(publicIDs.packageType)})
+        for (FTM::GeneralID type :
+             {FTM::GeneralID(publicIDs.symbolGroup), FTM::GeneralID(publicIDs.scriptType),
+              FTM::GeneralID(publicIDs.imageGroup), FTM::GeneralID(publicIDs.textType),
+              FTM::GeneralID(publicIDs.xmlType), FTM::GeneralID(publicIDs.packageType)})
             storable.Push(type);
         const KL::ArrayFB<FTM::GeneralID, 10> unsupported;
-        RegisterBinFileTypes(SpecialFolderWith(IO::FileSystem::ConfigurationFolder, {KL::UniString(BinFileTypesFileName)}),
-                             *fileTypeManager, &storable);
+        RegisterBinFileTypes(
+            SpecialFolderWith(IO::FileSystem::ConfigurationFolder, {KL::UniString(BinFileTypesFileName)}),
+            *fileTypeManager, &storable);
 
         errorHandler = new DefLibraryErrorHandler;
         const IO::Location cacheFolder = CompiledScriptCacheFolder(mode);
-        binCodes = cacheFolder.IsEmpty()
-                       ? new QdlBinCodesContainer(QdlBinCodesContainer::NoLimit, QdlBinCodesContainer::NoLimit)
-                       : new QdlBinCodesContainer(cacheFolder, QdlBinCodesContainer::NoLimit,
-                                                  QdlBinCodesContainer::NoLimit);
-        librarySet =
-            new LibrarySet(binCodes, *errorHandler, nullptr, storable, unsupported, FTM::UnknownGroup, IO::Location());
+        binCodes =
+            cacheFolder.IsEmpty()
+                ? new QdlBinCodesContainer(QdlBinCodesContainer::NoLimit, QdlBinCodesContainer::NoLimit)
+                : new QdlBinCodesContainer(cacheFolder, QdlBinCodesContainer::NoLimit,
+                                           QdlBinCodesContainer::NoLimit);
+        librarySet = new LibrarySet(binCodes, *errorHandler, nullptr, storable, unsupported,
+                                    FTM::UnknownGroup, IO::Location());
         RegisterListTypes();
 
         const IO::Location data = dataFolder != nullptr ? *dataFolder : DefaultDataFolder();
@@ -132,8 +135,10 @@ void LibrarySetSingletonLP::RegisterListTypes() {
     publicIDs.listSetupType = AddType("List Setup File", "lis", "KLTX", ".LIS", 215);
     fileTypeManager->AddTypeToGroup(AddType("Plain Text", "txt", "ttxt", "TEXT", 173), publicIDs.textGroup);
     fileTypeManager->AddTypeToGroup(AddType("Tabbed Text", "txt", "XCEL", "TEXT", 160), publicIDs.textGroup);
-    fileTypeManager->AddTypeToGroup(AddType("Teamwork Notes File", "txt", "ttxt", "TEXT", 173), publicIDs.textGroup);
-    fileTypeManager->AddTypeToGroup(AddType("List Template File", "txt", "ttxt", "TEXT", 173), publicIDs.textGroup);
+    fileTypeManager->AddTypeToGroup(AddType("Teamwork Notes File", "txt", "ttxt", "TEXT", 173),
+                                    publicIDs.textGroup);
+    fileTypeManager->AddTypeToGroup(AddType("List Template File", "txt", "ttxt", "TEXT", 173),
+                                    publicIDs.textGroup);
     publicIDs.listCriteriaType = AddType("Binary List Criteria", "lic", "KLTX", "CRIT", 216);
 }
 
@@ -169,16 +174,20 @@ void LibrarySetSingletonLP::ExitLibraryManager() {
     delete std::exchange(fileTypeInitializer, nullptr);
 }
 
-short LibrarySetSingletonLP::AddLibrary(KL::ProcessControl& process, const IO::Location& location, bool enumerate) {
-    librarySet->AddActiveLibrary(process, location, LocalLibrary, NotVital, KL::NULLGuid, KL::UniString(), false);
+short LibrarySetSingletonLP::AddLibrary(KL::ProcessControl& process, const IO::Location& location,
+                                        bool enumerate) {
+    librarySet->AddActiveLibrary(process, location, LocalLibrary, NotVital, KL::NULLGuid, KL::UniString(),
+                                 false);
     if (enumerate)
         librarySet->Enumerate(process);
     return 0;
 }
 
-short LibrarySetSingletonLP::AddLibraries(KL::ProcessControl& process, const KL::Array<IO::Location>& locations) {
+short LibrarySetSingletonLP::AddLibraries(KL::ProcessControl& process,
+                                          const KL::Array<IO::Location>& locations) {
     for (const IO::Location& location : locations)
-        librarySet->AddActiveLibrary(process, location, LocalLibrary, NotVital, KL::NULLGuid, KL::UniString(), false);
+        librarySet->AddActiveLibrary(process, location, LocalLibrary, NotVital, KL::NULLGuid, KL::UniString(),
+                                     false);
     librarySet->Enumerate(process);
     return 0;
 }
