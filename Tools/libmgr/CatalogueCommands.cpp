@@ -181,8 +181,8 @@ int RunListCommand(const Arguments& arguments) {
         "Lists every part, one a line: name, file name, type, main and revision guid,\n"
         "valid or dummy, and folder, separated by tabs.\n\n"
         "  --type T   only parts of type T: part, script, image, text, xml, package, other\n"
-        "  --json     an array of objects with name, file, location, type, mainGuid,\n"
-        "             revisionGuid, valid and folder\n"
+        "  --json     an array of objects with name, file, location, display (the place inside\n"
+        "             its library), type, mainGuid, revisionGuid, valid and folder\n"
         "  -q         no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {"--type"}, [](Session& session, const Options& options) {
         nlohmann::json parts = nlohmann::json::array();
@@ -190,18 +190,10 @@ int RunListCommand(const Arguments& arguments) {
             const LM::LibPart& part = *session.Set().GetLibPartByIndex(i);
             if (part.GetState() == LM::LibPartStateDeleted)
                 continue;
-            const std::string type = session.TypeWord(part);
-            if (const std::string* wanted = options.Value("--type"); wanted != nullptr && *wanted != type)
+            if (const std::string* wanted = options.Value("--type");
+                wanted != nullptr && *wanted != session.TypeWord(part))
                 continue;
-            const KL::UnID id = part.GetOwnUnID();
-            parts.push_back({{"name", part.GetDocumentName().ToUTF8()},
-                             {"file", part.GetFileName().ToUTF8()},
-                             {"location", part.GetLocation().ToString()},
-                             {"type", type},
-                             {"mainGuid", id.mainGuid.ToString()},
-                             {"revisionGuid", id.revGuid.ToString()},
-                             {"valid", part.IsValid()},
-                             {"folder", session.FolderDisplay(part.GetFolderIndex())}});
+            parts.push_back(session.PartJson(part));
         }
         if (options.json) {
             std::cout << parts.dump(2) << '\n';

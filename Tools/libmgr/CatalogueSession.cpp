@@ -145,6 +145,19 @@ std::string Session::TypeWord(const LM::LibPart& part) const {
     return "other";
 }
 
+nlohmann::json Session::PartJson(const LM::LibPart& part) {
+    const KL::UnID id = part.GetOwnUnID();
+    return {{"name", part.GetDocumentName().ToUTF8()},
+            {"file", part.GetFileName().ToUTF8()},
+            {"location", part.GetLocation().ToString()},
+            {"display", Display(part.GetLocation())},
+            {"type", TypeWord(part)},
+            {"mainGuid", id.mainGuid.ToString()},
+            {"revisionGuid", id.revGuid.ToString()},
+            {"valid", part.IsValid()},
+            {"folder", FolderDisplay(part.GetFolderIndex())}};
+}
+
 std::string Session::PartName(const KL::UnID& id) {
     const LM::LibPart* part = Set().GetLibPart(LM::LibPartId(id, KL::UniString()));
     return part != nullptr ? part->GetDocumentName().ToUTF8() : "";

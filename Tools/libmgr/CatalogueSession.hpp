@@ -4,6 +4,8 @@
 // command line's libraries enumerated, progress on a terminal, and how places are shown.
 #include "CommandLine.hpp"
 
+#include <nlohmann/json.hpp>
+
 #include <initializer_list>
 #include <iostream>
 #include <map>
@@ -48,6 +50,9 @@ public:
     std::string FolderDisplay(int folder);
     // A short word for a part's type, for listings and --type.
     std::string TypeWord(const LM::LibPart& part) const;
+    // The fields every listing gives of a part: name, file, location, display, type, mainGuid,
+    // revisionGuid, valid and folder.
+    nlohmann::json PartJson(const LM::LibPart& part);
     // The document name of the part with this id; empty if there is none.
     std::string PartName(const KL::UnID& id);
 

@@ -1,7 +1,6 @@
 #include "GenCommand.hpp"
 #include "LibraryGenerator.hpp"
 
-#include <charconv>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -21,18 +20,19 @@ constexpr const char* GenHelp =
     "files, byte for byte.\n"
     "\n"
     "  --parts N        placeable parts, 1 to 1000000\n"
-    "  --seed S         seed of the generator (default 1)\n"
+    "  --seed S         seed of the generator, 0 to 4294967295 (default 1)\n"
     "  --depth D        longest ancestry chain, 1 to 6 (default 6)\n"
     "  --duplicates P   percent of parts with a clashing copy, 0 to 50 (default 3)\n"
     "  --containers K   parts packed into container files; needs the container writer, which this\n"
     "                   build does not have yet\n"
     "  -q               no progress on the terminal\n";
 
-template <typename Number>
-bool ParseNumber(const std::string& text, Number min, Number max, Number* value) {
+// A number within its range, read by one of the foundation's strict parsers; `*value` changes only
+// when the text is good.
+template <typename Number, typename Parse>
+bool ParseInRange(const std::string& text, Parse parse, Number min, Number max, Number* value) {
     Number parsed{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    if (error != std::errc() || end != text.data() + text.size() || parsed < min || parsed > max)
+    if (!parse(text, &parsed) || parsed < min || parsed > max)
         return false;
     *value = parsed;
     return true;
@@ -70,13 +70,13 @@ std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* e
         GeneratorOptions& options = parsed.options;
         bool valid = true;
         if (option == "--parts")
-            valid = partsGiven = ParseNumber(value, 1, 1000000, &options.parts);
+            valid = partsGiven = ParseInRange(value, KL::ParseInt32, 1, 1000000, &options.parts);
         else if (option == "--seed")
-            valid = ParseNumber<std::uint64_t>(value, 0, UINT64_MAX, &options.seed);
+            valid = KL::ParseUInt32(value, &options.seed);
         else if (option == "--depth")
-            valid = ParseNumber(value, 1, 6, &options.depth);
+            valid = ParseInRange(value, KL::ParseInt32, 1, 6, &options.depth);
         else if (option == "--duplicates")
-            valid = ParseNumber(value, 0.0, 50.0, &options.duplicates);
+            valid = ParseInRange(value, KL::ParseDouble, 0.0, 50.0, &options.duplicates);
         else if (option == "--containers")
             return fail("--containers needs the container writer, which this build does not have yet");
         else

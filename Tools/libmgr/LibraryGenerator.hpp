@@ -17,7 +17,7 @@ namespace libmgr {
 
 struct GeneratorOptions {
     int parts = 1000;
-    std::uint64_t seed = 1;
+    std::uint32_t seed = 1;
     // The longest ancestry chain of a placeable part.
     int depth = 6;
     // Parts that get a clashing copy, in percent: half of them by id, half as another revision.

@@ -22,19 +22,6 @@ std::optional<KL::UnID> ParseId(const std::string& text) {
     return revision ? std::optional<KL::UnID>(KL::UnID(*main, *revision)) : std::nullopt;
 }
 
-nlohmann::json PartJson(Session& session, const LM::LibPart& part) {
-    const KL::UnID id = part.GetOwnUnID();
-    return {{"name", part.GetDocumentName().ToUTF8()},
-            {"file", part.GetFileName().ToUTF8()},
-            {"location", part.GetLocation().ToString()},
-            {"display", session.Display(part.GetLocation())},
-            {"type", session.TypeWord(part)},
-            {"mainGuid", id.mainGuid.ToString()},
-            {"revisionGuid", id.revGuid.ToString()},
-            {"valid", part.IsValid()},
-            {"folder", session.FolderDisplay(part.GetFolderIndex())}};
-}
-
 // What answered a search, and with what.
 struct Answer {
     std::string stage;
@@ -93,7 +80,7 @@ int PrintAnswer(Session& session, const Options& options, const Answer& answer, 
     if (options.json) {
         nlohmann::json parts = nlohmann::json::array();
         for (const LM::LibPart* part : answer.parts)
-            parts.push_back(PartJson(session, *part));
+            parts.push_back(session.PartJson(*part));
         std::cout << nlohmann::json{{"stage", answer.stage},
                                     {"ambiguous", answer.ambiguous},
                                     {"migrated", answer.migrated},
@@ -151,7 +138,7 @@ nlohmann::json ReplacedParts(LM::LibrarySet& set, const LPF::SymbolFile& file) {
 
 nlohmann::json Describe(Session& session, const LM::LibPart& part) {
     LM::LibrarySet& set = session.Set();
-    nlohmann::json json = PartJson(session, part);
+    nlohmann::json json = session.PartJson(part);
     json["library"] = set.GetLibPartLibraryName(&part, nullptr).ToUTF8();
     if (!part.IsSymbol())
         return json;

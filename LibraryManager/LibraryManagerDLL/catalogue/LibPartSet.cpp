@@ -335,9 +335,13 @@ void LibPartSet::RemoveFromSortedIndices(std::uint32_t index) {
 namespace {
 
 // Compares a symbol's key with an id it is searched by; records without a symbol come first.
-template <typename Id, typename Probe, typename Part>
-int CompareSymbol(const SymbolKey<Id>& key, const Probe& probe, Part part) {
-    return key.isSymbol ? part(key.id).Compare(probe) : -1;
+template <typename Id, typename Probe, typename Project>
+int CompareSymbol(const SymbolKey<Id>& key, const Probe& probe, Project project) {
+    return key.isSymbol ? project(key.id).Compare(probe) : -1;
+}
+
+int FirstRecordOf(const LibPartSet::IndexRange& range) {
+    return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
 
 int CompareName(const NameKey& key, const KL::UniString& folded) {
@@ -351,7 +355,7 @@ int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
         indexByUnId.EqualRange(unId, [](const SymbolKey<KL::UnID>& key, const KL::UnID& probe) {
             return CompareSymbol(key, probe, [](const KL::UnID& id) { return id; });
         });
-    return range.first == range.second ? -1 : static_cast<int>(*range.first);
+    return FirstRecordOf(range);
 }
 
 int LibPartSet::FindIndexByGuid(const KL::Guid& guid) const {
@@ -359,7 +363,7 @@ int LibPartSet::FindIndexByGuid(const KL::Guid& guid) const {
         indexByGuid.EqualRange(guid, [](const SymbolKey<KL::Guid>& key, const KL::Guid& probe) {
             return CompareSymbol(key, probe, [](const KL::Guid& id) { return id; });
         });
-    return range.first == range.second ? -1 : static_cast<int>(*range.first);
+    return FirstRecordOf(range);
 }
 
 LibPartSet::IndexRange LibPartSet::MainGuidRange(const KL::Guid& mainGuid) const {

@@ -343,6 +343,9 @@ private:
     void ForgetSymbolState(LibPart& part);
     // Files and enters the duplicate that Unregister promoted; true when a folder was added.
     bool AdoptPromotedPart();
+    // Writes `found` to `index` when given; the record at `found`, or null.
+    const LibPart* GiveIndexAndPart(int found, int* index) const;
+    int ValidOrNone(int index) const;
     int SearchLibPartDocuNameIndex(const KL::UniString& name) const;
     int SearchLibPartFileNameIndex(const KL::UniString& fileName) const;
     int SearchSymbolByUnIDIndex(const KL::UnID& unId) const;

@@ -122,27 +122,28 @@ const LibPart* LibrarySet::SearchDocuNameByAncestor(const KL::UniString& name,
                 [&](const LibPart& part) { return part.IsValid() && HasAncestor(part, ancestor); }));
 }
 
-const LibPart* LibrarySet::SearchSymbolByGuid(const KL::Guid& guid, int* index) const {
-    int found = libParts != nullptr ? libParts->FindIndexByGuid(guid) : -1;
-    if (found != -1 && !libParts->GetLibPart(static_cast<std::size_t>(found)).IsValid())
-        found = -1;
+const LibPart* LibrarySet::GiveIndexAndPart(int found, int* index) const {
     if (index != nullptr)
         *index = found;
     return GetLibPartByIndex(found);
+}
+
+int LibrarySet::ValidOrNone(int index) const {
+    return IsLibPartValid(GetLibPartByIndex(index)) ? index : -1;
+}
+
+const LibPart* LibrarySet::SearchSymbolByGuid(const KL::Guid& guid, int* index) const {
+    return GiveIndexAndPart(libParts != nullptr ? ValidOrNone(libParts->FindIndexByGuid(guid)) : -1, index);
 }
 
 int LibrarySet::SearchSymbolByUnIDIndex(const KL::UnID& unId) const {
     if (libParts == nullptr || unId.IsNull())
         return -1;
-    const int found = libParts->FindIndexByUnId(unId);
-    return found != -1 && libParts->GetLibPart(static_cast<std::size_t>(found)).IsValid() ? found : -1;
+    return ValidOrNone(libParts->FindIndexByUnId(unId));
 }
 
 const LibPart* LibrarySet::SearchSymbolByUnID(const KL::UnID& unId, int* index) const {
-    const int found = SearchSymbolByUnIDIndex(unId);
-    if (index != nullptr)
-        *index = found;
-    return GetLibPartByIndex(found);
+    return GiveIndexAndPart(SearchSymbolByUnIDIndex(unId), index);
 }
 
 int LibrarySet::SearchLibPartAnyhowIndex(const KL::UnID& unId, const KL::UniString& name,
@@ -151,32 +152,26 @@ int LibrarySet::SearchLibPartAnyhowIndex(const KL::UnID& unId, const KL::UniStri
         *ambiguous = false;
     if (libParts == nullptr)
         return -1;
-    const auto valid = [this](int index) {
-        const LibPart* part = GetLibPartByIndex(index);
-        return part != nullptr && part->IsValid();
-    };
     const KL::UniString key = NormalisedName(name);
     if (!unId.IsNull()) {
-        const int exact = libParts->FindIndexByUnId(unId);
-        if (valid(exact))
+        if (const int exact = ValidOrNone(libParts->FindIndexByUnId(unId)); exact != -1)
             return exact;
-        const int byMainGuid = SearchByMainGuidPreferringName(unId.mainGuid, key, ambiguous);
-        if (valid(byMainGuid))
+        if (const int byMainGuid = SearchByMainGuidPreferringName(unId.mainGuid, key, ambiguous);
+            byMainGuid != -1)
             return byMainGuid;
     } else if (!key.IsEmpty()) {
         // An old part without an id of its own, known by its name alone.
         const int oldPart = FirstIn(*libParts, libParts->NameRange(key), [](const LibPart& part) {
             return part.IsValid() && part.IsSymbol() && part.GetOwnUnID().IsNull();
         });
-        if (valid(oldPart))
+        if (oldPart != -1)
             return oldPart;
     }
     if (key.IsEmpty())
         return -1;
-    int byName = SearchLibPartDocuNameIndex(key);
-    if (!valid(byName))
-        byName = SearchLibPartFileNameIndex(key);
-    return valid(byName) ? byName : -1;
+    // Both name searches give valid records only.
+    const int byName = SearchLibPartDocuNameIndex(name);
+    return byName != -1 ? byName : SearchLibPartFileNameIndex(name);
 }
 
 // Of several revisions of one type, the second found is the settled default; a matching document
@@ -228,10 +223,7 @@ int LibrarySet::SearchDummySymbolIndex(const KL::UnID& unId, const KL::UniString
 
 const LibPart* LibrarySet::SearchDummySymbol(const KL::UnID& unId, const KL::UniString* name,
                                              int* index) const {
-    const int found = SearchDummySymbolIndex(unId, name);
-    if (index != nullptr)
-        *index = found;
-    return GetLibPartByIndex(found);
+    return GiveIndexAndPart(SearchDummySymbolIndex(unId, name), index);
 }
 
 int LibrarySet::SearchSymbolsByAncestor(const KL::UnID& ancestor, KL::Array<const LibPart*>& parts,

@@ -284,19 +284,9 @@ void LibrarySet::DetermineProxy(int index) {
     if (part.GetGeneralFileType() != GetSymbolFileGroup() && part.GetGeneralFileType() != GetScriptFileType())
         return;
     int proxy = index;
-    const Paths::TreeEntry* node = part.GetAncestryId();
-    if (!part.IsValid() && node != nullptr) {
-        const unsigned length = hierarchy->GetPathLength(node);
-        for (unsigned up = 1; up < length; ++up) {
-            KL::UnID ancestor;
-            hierarchy->GetPathNodeFromBack(node, up, &ancestor);
-            const int found = libParts->FindIndexByUnId(ancestor);
-            if (found != -1 && libParts->GetLibPart(static_cast<std::size_t>(found)).IsValid()) {
-                proxy = found;
-                break;
-            }
-        }
-    }
+    if (const Paths::TreeEntry* node = part.GetAncestryId(); !part.IsValid() && node != nullptr)
+        if (const LibPart* present = hierarchy->GetNearestPresentAncestor(node))
+            proxy = GetIndexByLibPart(present);
     part.SetProxy(proxy);
 }
 

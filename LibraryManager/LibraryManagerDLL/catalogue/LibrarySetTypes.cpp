@@ -7,6 +7,17 @@
 
 namespace LM {
 
+namespace {
+
+void SetTemplateMark(AncestryInfo* info, bool isTemplate) {
+    if (isTemplate)
+        info->MarkAsTemplate();
+    else
+        info->MarkAsNonTemplate();
+}
+
+} // namespace
+
 bool LibrarySet::HasAncestor(const LibPart& part, const KL::UnID& ancestor) const {
     const Paths::TreeEntry* node = part.GetAncestryId();
     // The root carries the null id, which is nobody's ancestor.
@@ -35,10 +46,7 @@ int LibrarySet::GetSymbolAncestryInfo(const LibPart* part, AncestryInfo* info) c
     info->Clear();
     if (const Paths::TreeEntry* node = part->GetAncestryId())
         hierarchy->GetAncestryInfo(node, info);
-    if (part->IsTemplate())
-        info->MarkAsTemplate();
-    else
-        info->MarkAsNonTemplate();
+    SetTemplateMark(info, part->IsTemplate());
     return 0;
 }
 
@@ -71,10 +79,7 @@ int LibrarySet::RefreshAncestryInfo(const KL::UnID& own, AncestryInfo* info, con
         refreshed.Append(hit->GetOwnUnID());
         for (unsigned p = hitPosition + 1; p <= info->GetAncestorsCount(); ++p)
             refreshed.Append(info->GetAncestorRef(p));
-        if (info->IsTemplate())
-            refreshed.MarkAsTemplate();
-        else
-            refreshed.MarkAsNonTemplate();
+        SetTemplateMark(&refreshed, info->IsTemplate());
         *info = refreshed;
         if (found != nullptr)
             *found = hit;

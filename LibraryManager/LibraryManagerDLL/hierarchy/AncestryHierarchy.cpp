@@ -159,15 +159,16 @@ Paths::TreeEntry* AncestryHierarchy::ReplaceAncestryPath(AncestryInfo chain, uns
     return ReplacePath(entry, ids.GetContent(), static_cast<unsigned>(ids.GetSize()));
 }
 
+const LibPart* AncestryHierarchy::GetNearestPresentAncestor(const TreeEntry* node) const {
+    // The root carries the null id, which no search finds: the walk ends there.
+    for (const TreeEntry* above = node->GetParent(); above != nullptr; above = above->GetParent())
+        if (const LibPart* present = librarySet->SearchSymbolByUnID(above->GetId(), nullptr))
+            return present;
+    return nullptr;
+}
+
 void AncestryHierarchy::ConformSymbolToNewHierarchyPosition(const TreeEntry* entry, const LibPart* part) {
-    const unsigned length = GetPathLength(entry);
-    const LibPart* ancestor = nullptr;
-    for (unsigned up = 1; up <= length && ancestor == nullptr; ++up) {
-        KL::UnID id;
-        GetPathNodeFromBack(entry, up, &id);
-        ancestor = librarySet->SearchSymbolByUnID(id, nullptr);
-    }
-    librarySet->UpdateSymbolParameters(part, ancestor);
+    librarySet->UpdateSymbolParameters(part, GetNearestPresentAncestor(entry));
 }
 
 void AncestryHierarchy::PushDifference(EntryQueue* before, EntryQueue* after, EntryQueue* out) {
@@ -192,37 +193,44 @@ void AncestryHierarchy::BuildOldLibParts() {
         TreeEntry* node = part->GetAncestryId();
         if (!IsPartFile(*part) || node == nullptr || !part->GetOwnUnID().IsNull())
             continue;
-        const LibPart* anchor = nullptr;
-        unsigned up = 1;
-        for (;; ++up) {
-            KL::UnID id;
-            GetPathNodeFromBack(node, up, &id);
-            // Above the top: nothing to anchor to, and nothing to take parameters from.
-            if (id.IsNull())
-                break;
-            if ((anchor = librarySet->SearchSymbolByUnID(id, nullptr)) != nullptr)
-                break;
-            KL::PagedArray<int, 8> indices;
-            const unsigned found = librarySet->SearchSymbolsByMainIDIdx(id, &indices);
-            if (found != 0 && found != static_cast<unsigned>(-1)) {
-                anchor = librarySet->GetLibPartByIndex(indices[0]);
-                // The path keeps the ids walked over, in the order of the walk upward.
-                AncestryInfo path = PathOf(anchor);
-                for (unsigned k = 2; k <= up; ++k) {
-                    KL::UnID walked;
-                    GetPathNodeFromBack(node, k, &walked);
-                    path.Append(walked);
-                }
-                path.Append(KL::UnID());
-                const KL::Array<KL::UnID>& ids = path.GetAncestors();
-                librarySet->SetAncestryId(
-                    part, ReplacePath(node, ids.GetContent(), static_cast<unsigned>(ids.GetSize())));
-                break;
-            }
-        }
-        if (anchor != nullptr)
+        if (const LibPart* anchor = AnchorOldLibPart(part, node))
             librarySet->UpdateSymbolParameters(part, anchor);
     }
+}
+
+const LibPart* AncestryHierarchy::AnchorOldLibPart(const LibPart* part, TreeEntry* node) {
+    for (unsigned up = 1;; ++up) {
+        KL::UnID id;
+        GetPathNodeFromBack(node, up, &id);
+        // Above the top: nothing to anchor to, and nothing to take parameters from.
+        if (id.IsNull())
+            return nullptr;
+        if (const LibPart* exact = librarySet->SearchSymbolByUnID(id, nullptr))
+            return exact;
+        KL::PagedArray<int, 8> indices;
+        const unsigned found = librarySet->SearchSymbolsByMainIDIdx(id, &indices);
+        if (found != 0 && found != static_cast<unsigned>(-1)) {
+            const LibPart* anchor = librarySet->GetLibPartByIndex(indices[0]);
+            MoveBelow(part, node, up, anchor);
+            return anchor;
+        }
+    }
+}
+
+// The new path: the anchor's, then the ids walked over in the order of the walk upward, then the
+// part's empty id.
+void AncestryHierarchy::MoveBelow(const LibPart* part, TreeEntry* node, unsigned stepsUp,
+                                  const LibPart* anchor) {
+    AncestryInfo path = PathOf(anchor);
+    for (unsigned k = 2; k <= stepsUp; ++k) {
+        KL::UnID walked;
+        GetPathNodeFromBack(node, k, &walked);
+        path.Append(walked);
+    }
+    path.Append(KL::UnID());
+    const KL::Array<KL::UnID>& ids = path.GetAncestors();
+    librarySet->SetAncestryId(part,
+                              ReplacePath(node, ids.GetContent(), static_cast<unsigned>(ids.GetSize())));
 }
 
 int AncestryHierarchy::GetPreorderAncestryTreeWalk(KL::Array<const LibPart*>* parts) const {

@@ -35,6 +35,9 @@ public:
     // Every symbol with ancestors before descendants, old parts last; a node without a part gives
     // a null element. Returns the element count.
     int GetPreorderAncestryTreeWalk(KL::Array<const LibPart*>* parts) const;
+    // Going up from the parent of `node`: the first valid part whose own id stands on the path; null
+    // when none does.
+    const LibPart* GetNearestPresentAncestor(const TreeEntry* node) const;
 
 private:
     using PartFlags = KL::HashTable<const LibPart*, bool>;
@@ -46,6 +49,10 @@ private:
     unsigned GetSimilarUnIDIdxs(const KL::UnID& id, KL::PagedArray<const LibPart*, 8>* parts) const;
     static void PushDifference(EntryQueue* before, EntryQueue* after, EntryQueue* out);
     void BuildOldLibParts();
+    // The ancestor an old part takes its parameters from: the first present one above it, by its
+    // exact id, or else by its main guid, below whose present revision the part then moves.
+    const LibPart* AnchorOldLibPart(const LibPart* part, TreeEntry* node);
+    void MoveBelow(const LibPart* part, TreeEntry* node, unsigned stepsUp, const LibPart* anchor);
     // The parts whose path ends at `end`, found without a scan when only one path ends there.
     KL::Array<const LibPart*> PartsEndingAt(const TreeEntry* end) const;
     // The part's chain from the tree with its own id appended.

@@ -34,32 +34,15 @@ const LibItemNoFilter noFilter;
 
 } // namespace
 
-struct LibItemIterator::State {
+struct LibItemWalk::State {
     const LibrarySet* librarySet;
-    bool validOnly;
-    int position = -1;
-    const LibPart* current = nullptr;
     const ILibItemOrder* order;
     const ILibItemCriteria* criteria;
-
-    // Both directions start at the start part's position; without one, or when the order does not
-    // hold it, at `notFound`.
-    static State* Make(const LibrarySet& set, const ILibItemOrder& order, const ILibItemCriteria& criteria,
-                       bool validOnly, const LibPart* start, int notFound) {
-        std::unique_ptr<State> state(new (std::nothrow)
-                                         State{&set, validOnly, -1, nullptr, &order, &criteria});
-        if (state == nullptr)
-            throw KL::OutOfMemoryException();
-        const int startIndex = start != nullptr ? set.GetIndexByLibPart(start) : -1;
-        state->position = notFound;
-        if (startIndex != -1)
-            for (int position = 0; position < set.GetLibPartNumber(); ++position)
-                if (order(set, position) == startIndex) {
-                    state->position = position;
-                    break;
-                }
-        return state.release();
-    }
+    bool validOnly;
+    Direction direction;
+    // A position in the order, not a record index; -1 and the record count lie beyond its ends.
+    int position = -1;
+    const LibPart* current = nullptr;
 
     // Settles on the record at `position` when the walk visits it.
     bool Visits() {
@@ -71,20 +54,12 @@ struct LibItemIterator::State {
         return !validOnly || current->IsValid();
     }
 
-    void StepForward() {
+    void Step() {
+        const int end = direction == Forward ? librarySet->GetLibPartNumber() : -1;
+        const int step = direction == Forward ? 1 : -1;
         current = nullptr;
-        while (position < librarySet->GetLibPartNumber()) {
-            ++position;
-            if (Visits())
-                return;
-        }
-        current = nullptr;
-    }
-
-    void StepBackward() {
-        current = nullptr;
-        while (position > -1) {
-            --position;
+        while (step > 0 ? position < end : position > end) {
+            position += step;
             if (Visits())
                 return;
         }
@@ -92,74 +67,40 @@ struct LibItemIterator::State {
     }
 };
 
-LibItemIterator::LibItemIterator(const LibrarySet& librarySet, bool validOnly)
-    : state(State::Make(librarySet, normalOrder, noFilter, validOnly, nullptr, -1)) {
-    state->StepForward();
+// Both directions start at the start part's position; without one, or when the order does not hold
+// it, just before the first position in the direction of the walk.
+LibItemWalk::LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order,
+                         const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
+                         Direction direction)
+    : state(new (std::nothrow) State{&librarySet, order != nullptr ? order : &normalOrder,
+                                     criteria != nullptr ? criteria : &noFilter, validOnly, direction}) {
+    if (state == nullptr)
+        throw KL::OutOfMemoryException();
+    // Held until the first step is done: a throwing order or filter must not leak the state.
+    std::unique_ptr<State> owned(state);
+    state->position = direction == Forward ? -1 : librarySet.GetLibPartNumber();
+    const int startIndex = start != nullptr ? librarySet.GetIndexByLibPart(start) : -1;
+    if (startIndex != -1)
+        for (int position = 0; position < librarySet.GetLibPartNumber(); ++position)
+            if ((*state->order)(librarySet, position) == startIndex) {
+                state->position = position;
+                break;
+            }
+    state->Step();
+    static_cast<void>(owned.release());
 }
 
-LibItemIterator::LibItemIterator(const LibrarySet& librarySet, ValidFlag valid, const LibPart* start)
-    : LibItemIterator(librarySet, normalOrder, noFilter, valid, start) {}
-
-LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order, ValidFlag valid,
-                                 const LibPart* start)
-    : LibItemIterator(librarySet, order, noFilter, valid, start) {}
-
-LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria,
-                                 ValidFlag valid, const LibPart* start)
-    : LibItemIterator(librarySet, normalOrder, criteria, valid, start) {}
-
-LibItemIterator::LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
-                                 const ILibItemCriteria& criteria, ValidFlag valid, const LibPart* start)
-    : state(State::Make(librarySet, order, criteria, valid == ValidItemsOnly, start, -1)) {
-    state->StepForward();
-}
-
-LibItemIterator::~LibItemIterator() {
+LibItemWalk::~LibItemWalk() {
     delete state;
 }
 
-const LibPart* LibItemIterator::operator->() const {
+const LibPart* LibItemWalk::operator->() const {
     return state != nullptr ? state->current : nullptr;
 }
 
-LibItemIterator& LibItemIterator::operator++() {
+void LibItemWalk::Step() {
     if (state != nullptr)
-        state->StepForward();
-    return *this;
-}
-
-LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, ValidFlag valid,
-                                               const LibPart* start)
-    : LibItemReverseIterator(librarySet, normalOrder, noFilter, valid, start) {}
-
-LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
-                                               ValidFlag valid, const LibPart* start)
-    : LibItemReverseIterator(librarySet, order, noFilter, valid, start) {}
-
-LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria,
-                                               ValidFlag valid, const LibPart* start)
-    : LibItemReverseIterator(librarySet, normalOrder, criteria, valid, start) {}
-
-LibItemReverseIterator::LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
-                                               const ILibItemCriteria& criteria, ValidFlag valid,
-                                               const LibPart* start)
-    : state(LibItemIterator::State::Make(librarySet, order, criteria, valid == ValidItemsOnly, start,
-                                         librarySet.GetLibPartNumber())) {
-    state->StepBackward();
-}
-
-LibItemReverseIterator::~LibItemReverseIterator() {
-    delete state;
-}
-
-const LibPart* LibItemReverseIterator::operator->() const {
-    return state != nullptr ? state->current : nullptr;
-}
-
-LibItemReverseIterator& LibItemReverseIterator::operator--() {
-    if (state != nullptr)
-        state->StepBackward();
-    return *this;
+        state->Step();
 }
 
 } // namespace LM

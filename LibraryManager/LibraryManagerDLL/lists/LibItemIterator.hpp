@@ -30,59 +30,76 @@ public:
 };
 
 // Walks the records of a catalogue in an order, through a filter; deleted slots are never visited.
-// A walk given a start part begins behind it. The catalogue must not change during a walk.
-class LM_EXPORT LibItemIterator {
+// A walk given a start part begins behind it. The catalogue must not change during a walk. The
+// two iterators below differ in their direction only.
+class LM_EXPORT LibItemWalk {
 public:
     enum ValidFlag { AllItems = 0, ValidItemsOnly = 1 };
 
-    LibItemIterator(const LibrarySet& librarySet, bool validOnly);
-    LibItemIterator(const LibrarySet& librarySet, ValidFlag valid, const LibPart* start = nullptr);
-    LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order, ValidFlag valid,
-                    const LibPart* start = nullptr);
-    LibItemIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria, ValidFlag valid,
-                    const LibPart* start = nullptr);
-    LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
-                    const ILibItemCriteria& criteria, ValidFlag valid, const LibPart* start = nullptr);
-    ~LibItemIterator();
-    LibItemIterator(const LibItemIterator&) = delete;
-    LibItemIterator& operator=(const LibItemIterator&) = delete;
+    ~LibItemWalk();
+    LibItemWalk(const LibItemWalk&) = delete;
+    LibItemWalk& operator=(const LibItemWalk&) = delete;
 
     const LibPart* operator->() const;
     const LibPart* Get() const { return operator->(); }
-    LibItemIterator& operator++();
     bool operator==(std::nullptr_t) const { return Get() == nullptr; }
     bool operator!=(std::nullptr_t) const { return Get() != nullptr; }
 
     struct State;
 
+protected:
+    enum Direction { Forward, Backward };
+
+    // Null `order` and `criteria` take the catalogue's own order and no filter.
+    LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order, const ILibItemCriteria* criteria,
+                bool validOnly, const LibPart* start, Direction direction);
+    void Step();
+
 private:
     State* state;
 };
 
-// The same walk backwards; without a start part it begins at the last position.
-class LM_EXPORT LibItemReverseIterator {
+class LM_EXPORT LibItemIterator : public LibItemWalk {
 public:
-    enum ValidFlag { AllItems = 0, ValidItemsOnly = 1 };
+    LibItemIterator(const LibrarySet& librarySet, bool validOnly)
+        : LibItemWalk(librarySet, nullptr, nullptr, validOnly, nullptr, Forward) {}
+    LibItemIterator(const LibrarySet& librarySet, ValidFlag valid, const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, nullptr, nullptr, valid == ValidItemsOnly, start, Forward) {}
+    LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order, ValidFlag valid,
+                    const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, &order, nullptr, valid == ValidItemsOnly, start, Forward) {}
+    LibItemIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria, ValidFlag valid,
+                    const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, nullptr, &criteria, valid == ValidItemsOnly, start, Forward) {}
+    LibItemIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
+                    const ILibItemCriteria& criteria, ValidFlag valid, const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, &order, &criteria, valid == ValidItemsOnly, start, Forward) {}
 
-    LibItemReverseIterator(const LibrarySet& librarySet, ValidFlag valid, const LibPart* start = nullptr);
+    LibItemIterator& operator++() {
+        Step();
+        return *this;
+    }
+};
+
+// Without a start part the walk backwards begins at the last position.
+class LM_EXPORT LibItemReverseIterator : public LibItemWalk {
+public:
+    LibItemReverseIterator(const LibrarySet& librarySet, ValidFlag valid, const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, nullptr, nullptr, valid == ValidItemsOnly, start, Backward) {}
     LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemOrder& order, ValidFlag valid,
-                           const LibPart* start = nullptr);
+                           const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, &order, nullptr, valid == ValidItemsOnly, start, Backward) {}
     LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemCriteria& criteria, ValidFlag valid,
-                           const LibPart* start = nullptr);
+                           const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, nullptr, &criteria, valid == ValidItemsOnly, start, Backward) {}
     LibItemReverseIterator(const LibrarySet& librarySet, const ILibItemOrder& order,
-                           const ILibItemCriteria& criteria, ValidFlag valid, const LibPart* start = nullptr);
-    ~LibItemReverseIterator();
-    LibItemReverseIterator(const LibItemReverseIterator&) = delete;
-    LibItemReverseIterator& operator=(const LibItemReverseIterator&) = delete;
+                           const ILibItemCriteria& criteria, ValidFlag valid, const LibPart* start = nullptr)
+        : LibItemWalk(librarySet, &order, &criteria, valid == ValidItemsOnly, start, Backward) {}
 
-    const LibPart* operator->() const;
-    const LibPart* Get() const { return operator->(); }
-    LibItemReverseIterator& operator--();
-    bool operator==(std::nullptr_t) const { return Get() == nullptr; }
-    bool operator!=(std::nullptr_t) const { return Get() != nullptr; }
-
-private:
-    LibItemIterator::State* state;
+    LibItemReverseIterator& operator--() {
+        Step();
+        return *this;
+    }
 };
 
 } // namespace LM
