@@ -66,13 +66,17 @@ void PrintSummary(Session& session, std::ostream& out) {
     out.unsetf(std::ios::floatfield);
 }
 
+nlohmann::json MemberJson(Session& session, const LM::DuplicateReport& report, std::size_t i) {
+    return {{"name", report.names[i].ToUTF8()},
+            {"location", report.locations[i].ToString()},
+            {"display", session.Display(report.locations[i])},
+            {"library", report.actLibIndices[i]}};
+}
+
 nlohmann::json ReportJson(Session& session, const LM::DuplicateReport& report) {
     nlohmann::json members = nlohmann::json::array();
     for (std::size_t i = 0; i < report.locations.GetSize(); ++i)
-        members.push_back({{"name", report.names[i].ToUTF8()},
-                           {"location", report.locations[i].ToString()},
-                           {"display", session.Display(report.locations[i])},
-                           {"library", report.actLibIndices[i]}});
+        members.push_back(MemberJson(session, report, i));
     nlohmann::json json = {{"name", report.name.ToUTF8()}, {"members", members}};
     if (!report.unId.IsNull()) {
         json["mainGuid"] = report.unId.mainGuid.ToString();
@@ -89,14 +93,21 @@ nlohmann::json DuplicatesJson(Session& session) {
             array.push_back(ReportJson(session, report));
         return array;
     };
+    // A conflict's members come revision by revision; each revision becomes a group of its own.
     nlohmann::json conflicts = nlohmann::json::array();
-    for (const KL::Array<LM::DuplicateReport>& revisions : reports.GetRevisionConflicts()) {
-        nlohmann::json conflict = {{"name", revisions[0].name.ToUTF8()},
-                                   {"mainGuid", revisions[0].unId.mainGuid.ToString()},
-                                   {"revisions", nlohmann::json::array()}};
-        for (const LM::DuplicateReport& revision : revisions)
-            conflict["revisions"].push_back(ReportJson(session, revision));
-        conflicts.push_back(conflict);
+    for (const LM::DuplicateReport& report : reports.GetRevisionConflicts()) {
+        const std::string mainGuid = report.unId.mainGuid.ToString();
+        nlohmann::json revisions = nlohmann::json::array();
+        for (std::size_t i = 0; i < report.locations.GetSize(); ++i) {
+            if (i == 0 || report.revisions[i] != report.revisions[i - 1])
+                revisions.push_back({{"name", report.names[i].ToUTF8()},
+                                     {"members", nlohmann::json::array()},
+                                     {"mainGuid", mainGuid},
+                                     {"revisionGuid", report.revisions[i].ToString()}});
+            revisions.back()["members"].push_back(MemberJson(session, report, i));
+        }
+        conflicts.push_back(
+            {{"name", report.name.ToUTF8()}, {"mainGuid", mainGuid}, {"revisions", revisions}});
     }
     return {{"idDuplicates", reportList(reports.GetIdDuplicates())},
             {"nameDuplicates", reportList(reports.GetNameDuplicates())},

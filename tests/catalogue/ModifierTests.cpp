@@ -117,13 +117,15 @@ TEST_F(Modifiers, ObserversThatLeaveDuringANotificationDoNotDisturbTheOthers) {
     modifier.Detach(after);
 }
 
-// Throws the foundation's exception at the first notification it gets.
+// Throws the foundation's exception at the first `failures` notifications it gets.
 class FailingObserver : public LM::LibrarySetObserver {
 public:
+    explicit FailingObserver(int failures = 1) : failures(failures) {}
     void SomethingHappened() override {
-        if (calls++ == 0)
+        if (calls++ < failures)
             throw KL::OutOfMemoryException();
     }
+    int failures;
     int calls = 0;
 };
 
@@ -141,6 +143,18 @@ TEST_F(Modifiers, AFaultDuringEnumerationLeavesAnEmptyCatalogueAndNoLibraries) {
     AddLibrary("Lib");
     EXPECT_EQ(Set().Enumerate(process), 0);
     EXPECT_EQ(Set().GetLibPartNumber(), 9);
+
+    // The empty pass after a fault may fail as well: the host still gets a code, not the exception,
+    // and the recovery stops there.
+    FailingObserver always(1000);
+    Set().Attach(always);
+    EXPECT_EQ(Set().Enumerate(process), KL::OutOfMemoryException().GetErrorCode());
+    Set().Detach(always);
+    EXPECT_EQ(always.calls, 2);
+    EXPECT_EQ(Set().GetActiveLibraryNum(), 0);
+    EXPECT_EQ(Set().GetLibPartNumber(), 0);
+    EXPECT_EQ(Set().Enumerate(process), 0);
+    EXPECT_TRUE(Set().IsEnumerated());
 }
 
 TEST_F(Modifiers, CompiledCodeIsKeptByPartAndScriptTypeUntilTheAncestryChanges) {

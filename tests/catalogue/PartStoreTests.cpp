@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,8 @@ protected:
     std::vector<std::string> NamesInIndex() {
         std::vector<std::string> names;
         for (int n = 0; Set().GetSortedSymbolIndexByName(n) != -1; ++n)
-            names.push_back(Set().GetLibPartByIndex(Set().GetSortedSymbolIndexByName(n))->GetDocumentName().ToUTF8());
+            names.push_back(
+                Set().GetLibPartByIndex(Set().GetSortedSymbolIndexByName(n))->GetDocumentName().ToUTF8());
         return names;
     }
 };
@@ -113,18 +115,19 @@ TEST_F(PartStore, DummiesStandForMissingPartsAndPointToTheirAncestors) {
     LM::AncestryInfo chain;
     chain.Append(TestId(1));
     const LM::LibPart* missing = Set().StoreDummyLibPart(process, KL::UniString("Sofa"), TestId(7),
-                                                        LM::GetSymbolFileGroup(), chain, false);
+                                                         LM::GetSymbolFileGroup(), chain, false);
     ASSERT_NE(missing, nullptr);
     EXPECT_FALSE(missing->IsValid());
     EXPECT_EQ(missing->GetFolderIndex(), LM::FolderSet::MissingFolder);
     // Its proxy is the nearest present ancestor.
     EXPECT_EQ(Set().GetSymbolProxy(missing), Set().GetLibPart(LM::LibPartId(TestId(1), KL::UniString())));
     EXPECT_FALSE(Set().IsSymbolArchivable(missing));
-    EXPECT_EQ(Set().UpdateSymbolParameters(missing, Set().GetLibPart(LM::LibPartId(TestId(1), KL::UniString()))),
-              LM::InvalidPartError);
+    EXPECT_EQ(
+        Set().UpdateSymbolParameters(missing, Set().GetLibPart(LM::LibPartId(TestId(1), KL::UniString()))),
+        LM::InvalidPartError);
 
     const LM::LibPart* later = Set().StoreDummyLibPart(process, KL::UniString("Stool"), TestId(8),
-                                                      LM::GetSymbolFileGroup(), LM::AncestryInfo(), true);
+                                                       LM::GetSymbolFileGroup(), LM::AncestryInfo(), true);
     ASSERT_NE(later, nullptr);
     EXPECT_EQ(later->GetFolderIndex(), LM::FolderSet::TemporarilyMissingFolder);
     // Without ancestors a dummy stands for itself.
@@ -135,8 +138,8 @@ TEST_F(PartStore, DummiesStandForMissingPartsAndPointToTheirAncestors) {
               later);
     EXPECT_EQ(later->GetFolderIndex(), LM::FolderSet::MissingFolder);
     // A dummy of a type the catalogue does not store is refused, and dummies are never duplicates.
-    EXPECT_EQ(Set().StoreDummyLibPart(process, KL::UniString("X"), TestId(9), manager.GetPublicIDs().listSetupType,
-                                      LM::AncestryInfo(), false),
+    EXPECT_EQ(Set().StoreDummyLibPart(process, KL::UniString("X"), TestId(9),
+                                      manager.GetPublicIDs().listSetupType, LM::AncestryInfo(), false),
               nullptr);
     EXPECT_TRUE(Reports().GetIdDuplicates().IsEmpty());
 }
@@ -199,6 +202,47 @@ TEST_F(PartStore, UnknownIdsGiveTheDocumentedDefaults) {
     Set().ResetIdToLibPartTable();
     EXPECT_EQ(Set().GetLibPart(alias), nullptr);
     EXPECT_NE(Set().GetLibPart(chair), nullptr);
+}
+
+// Revisions of one main guid: a part that has the main guid only stands first and must not hide
+// the conflict of the revisions after it; every member is reported once, at its present place.
+TEST_F(PartStore, RevisionConflictsReachPastAPartWithoutRevision) {
+    const KL::Guid lamp(77, 0, 0, {});
+    const auto revision = [&lamp](std::uint16_t n) { return KL::UnID(lamp, KL::Guid(77, n, 0, {})); };
+    SavePart("Lib/Lamps/A.klm", KL::UnID(lamp, KL::NULLGuid), "Lamp");
+    SavePart("Lib/Lamps/B.klm", revision(1), "Lamp");
+    SavePart("Lib/Lamps/C.klm", revision(2), "Lamp");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    ASSERT_EQ(Reports().GetRevisionConflicts().GetSize(), 1U);
+    EXPECT_EQ(Reports().GetRevisionConflicts()[0].name, KL::UniString("Lamp"));
+    EXPECT_EQ(Reports().GetRevisionConflicts()[0].unId.mainGuid, lamp);
+    EXPECT_EQ(Reports().GetRevisionConflicts()[0].count, 2);
+
+    // A third revision joins the same conflict once.
+    Store(SavePart("Lib/Lamps/D.klm", revision(3), "Lamp"));
+    ASSERT_EQ(Reports().GetRevisionConflicts().GetSize(), 1U);
+    const LM::DuplicateReport& conflict = Reports().GetRevisionConflicts()[0];
+    ASSERT_EQ(conflict.count, 3);
+    std::vector<std::string> members;
+    for (std::size_t i = 0; i < conflict.locations.GetSize(); ++i)
+        members.push_back(Relative(conflict.locations[i]) + " " + conflict.revisions[i].ToString());
+    std::sort(members.begin(), members.end());
+    EXPECT_EQ(members, (std::vector<std::string>{"Lib/Lamps/B.klm " + revision(1).revGuid.ToString(),
+                                                 "Lib/Lamps/C.klm " + revision(2).revGuid.ToString(),
+                                                 "Lib/Lamps/D.klm " + revision(3).revGuid.ToString()}));
+
+    // Same name, different content names each part where it is now, not where it was found.
+    const LM::LibPart* moved = Set().GetLibPart(LM::LibPartId(revision(2), KL::UniString()));
+    ASSERT_NE(moved, nullptr);
+    Set().SetTempLocationForLibPart(moved, scratch.Location("Elsewhere/C.klm"));
+    Set().UpdateDuplicateCounters();
+    ASSERT_EQ(Reports().GetSameNameDifferentContents().GetSize(), 1U);
+    std::vector<std::string> places;
+    for (const IO::Location& location : Reports().GetSameNameDifferentContents()[0].locations)
+        places.push_back(Relative(location));
+    std::sort(places.begin(), places.end());
+    EXPECT_EQ(places, (std::vector<std::string>{"Elsewhere/C.klm", "Lib/Lamps/A.klm", "Lib/Lamps/B.klm",
+                                                "Lib/Lamps/D.klm"}));
 }
 
 } // namespace

@@ -216,9 +216,16 @@ TEST_F(Search, ComplexChainWithMigrationDummiesAndCompatibility) {
     EXPECT_EQ(replacements[1].rank, 2);
     EXPECT_EQ(Set().SearchSymbolFromMigrationTable(TestId(2), nullptr), nullptr);
 
-    // A part marked 4 is not given out by its own id, only by way of a migration.
+    // A part marked 4 is not given out by its own id, only by way of a migration. The search
+    // clears `ambiguous` but only ever sets `migrated`: a caller's value stands, and a caller that
+    // says "migrated" gets the marked part.
+    migrated = false;
     EXPECT_EQ(Complex(TestId(21), "", 2, &ambiguous, &migrated), nullptr);
     EXPECT_FALSE(ambiguous);
+    EXPECT_FALSE(migrated);
+    migrated = true;
+    EXPECT_NE(Complex(TestId(21), "", 2, &ambiguous, &migrated), nullptr);
+    EXPECT_TRUE(migrated);
     KL::Array<const LM::LibPart*> migrationParts;
     EXPECT_EQ(NameOf(Set().SearchLibPartComplex(TestId(23), KL::UniString(), 2, &ambiguous, &migrationParts,
                                                 &migrated)),

@@ -493,6 +493,22 @@ TEST_F(SymbolRecord, XMLGivesTheHeaderAndTheDumpsThatDetailLeavesOn) {
     EXPECT_EQ(LinesUnder(plainLines, "Symbol/ParamSection/W"), std::vector<std::string>());
 }
 
+// An ancestry section that cannot be read as a chain still shows that it is there.
+TEST_F(SymbolRecord, XMLNamesADamagedAncestrySection) {
+    LPF::SymbolFile part;
+    part.SetOwnUnID(ChairId);
+    part.SetDocumentName(KL::UniString("Broken Chair"));
+    AddSection(part, LPF::Tags::Ancestry, std::string(32, '\xff'), 2, 1);
+    scratch.Write("broken.klm", "");
+    ASSERT_EQ(part.Save(scratch.Location("broken.klm")), KL::NoError);
+    LM::Symbol symbol;
+    Filled(symbol, scratch.Location("broken.klm"));
+    EXPECT_EQ(LinesUnder(XMLLines(symbol, 6), "Symbol/Ancestry"),
+              (std::vector<std::string>{"Symbol/Ancestry", "Symbol/Ancestry/SectVersion=2",
+                                        "Symbol/Ancestry/SectionFlags=1", "Symbol/Ancestry/SubIdent=0",
+                                        "Symbol/Ancestry/Template=false"}));
+}
+
 TEST_F(SymbolRecord, CacheRecordCarriesTheOpenFilesAncestryAndMigrationTable) {
     LM::Symbol symbol;
     Filled(symbol, SaveChair("chair.klm", "Office Chair", true));

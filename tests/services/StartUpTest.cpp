@@ -57,7 +57,8 @@ TEST(StartUp, HostAddsEnumeratesReadsBackRemovesAndExits) {
     libraries.Push(scratch.Location("Garden"));
     EXPECT_EQ(manager.AddLibraries(process, libraries), 0);
     EXPECT_TRUE(set.IsEnumerated());
-    EXPECT_EQ(ActiveLocations(set), (std::vector<IO::Location>{scratch.Location("Office"), scratch.Location("Garden")}));
+    EXPECT_EQ(ActiveLocations(set),
+              (std::vector<IO::Location>{scratch.Location("Office"), scratch.Location("Garden")}));
     EXPECT_EQ(observer.listChanged, 2);
     EXPECT_EQ(observer.somethingHappened, 1);
     EXPECT_EQ(set.GetNumEnumerationPhases(), 3);
@@ -115,6 +116,39 @@ TEST(StartUp, HostAddsEnumeratesReadsBackRemovesAndExits) {
     EXPECT_EQ(manager.GetLibrarySet(), nullptr);
 }
 
+// A host's own picture types whose registration fails with something that is no exception class.
+class ThrowingInitializer : public LM::IFileTypeInitializer {
+public:
+    void InitImageFileTypes(LM::PublicIDs&, FTM::FileTypeManager*) override { throw 42; }
+    void DestructImageFileTypes(LM::PublicIDs&, FTM::FileTypeManager*) override {}
+};
+
+// A host that gets its order wrong, or whose start-up fails, gets error codes, never a crash; the
+// names it writes without a namespace are there.
+TEST(StartUp, CallsOutsideAStartedManagerAnswerWithCodes) {
+    ScratchFolder scratch;
+    KL::NonInterruptibleProcessControl process;
+    LibrarySetSingletonLP manager;
+    const KL::Array<IO::Location> none;
+    EXPECT_EQ(manager.AddLibrary(process, scratch.Location(), true), LM::LibPartFileError);
+    EXPECT_EQ(manager.AddLibraries(process, none), LM::LibPartFileError);
+    EXPECT_EQ(manager.RemoveLibrary(process, scratch.Location()), LM::LibPartFileError);
+    EXPECT_EQ(manager.RemoveAllLibraries(process), LM::LibPartFileError);
+
+    FileServices* services = nullptr;
+    EXPECT_EQ(
+        manager.InitLibraryManager(LM::BinaryCachingInMemory, &services, nullptr, new ThrowingInitializer),
+        LM::LibPartFileError);
+    EXPECT_EQ(services, nullptr);
+    EXPECT_EQ(manager.AddLibrary(process, scratch.Location(), true), LM::LibPartFileError);
+    manager.ExitLibraryManager();
+
+    ASSERT_EQ(manager.InitLibraryManager(LM::BinaryCachingInMemory, &services, nullptr, nullptr), 0);
+    EXPECT_EQ(manager.AddLibrary(process, scratch.Location(), true), 0);
+    manager.ExitLibraryManager();
+    EXPECT_EQ(manager.RemoveAllLibraries(process), LM::LibPartFileError);
+}
+
 TEST(StartUp, RegistersTheFileTypesAndTakesThemAwayAgain) {
     ScratchFolder scratch;
     scratch.Write("home/config/libmgr/BinFileTypes.txt",
@@ -129,7 +163,8 @@ TEST(StartUp, RegistersTheFileTypesAndTakesThemAwayAgain) {
     const FTM::TypeID knownBitmap = types.AddType(
         FTM::FileType(KL::UniString("Host Bitmap"), KL::UniString("bmp"), 0, 0, -1, nullptr, "image/bmp"));
     int destroyed = 0;
-    ASSERT_EQ(manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, new CountingInitializer(&destroyed)),
+    ASSERT_EQ(manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr,
+                                         new CountingInitializer(&destroyed)),
               0);
     const LM::PublicIDs& ids = manager.GetPublicIDs();
 
@@ -156,7 +191,8 @@ TEST(StartUp, RegistersTheFileTypesAndTakesThemAwayAgain) {
     const FTM::TypeID sketch(storable[6].GetValue());
     EXPECT_EQ(types.Identify(scratch.Location("site.skp")), sketch);
     EXPECT_EQ(types.GetMacCreator(sketch), 0x43544B53U);
-    EXPECT_EQ(types.GetMacType(FTM::TypeID(storable[7].GetValue())), FTM::MakeCode("ongi") /* "igno" read backwards */);
+    EXPECT_EQ(types.GetMacType(FTM::TypeID(storable[7].GetValue())),
+              FTM::MakeCode("ongi") /* "igno" read backwards */);
 
     manager.ExitLibraryManager();
     EXPECT_EQ(destroyed, 1);

@@ -131,11 +131,11 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
     const KL::UnID& unId = id.GetUnId();
     if (!unId.mainGuid.IsNull()) {
         if (const KL::Array<LibPartCache>* sameMain = mainGuidToParts.GetPtr(unId.mainGuid)) {
+            // Parts without a full id record nothing, so the search goes on past them; one
+            // record per newcomer is enough, since the conflict table holds every revision.
             for (const LibPartCache& entry : *sameMain) {
-                if (entry.part->GetOwnUnID() != unId) {
-                    AddRevisionConflict(*entry.part, record);
+                if (entry.part->GetOwnUnID() != unId && AddRevisionConflict(*entry.part, record))
                     break;
-                }
             }
         }
     }
@@ -389,10 +389,10 @@ void LibPartSet::RemapFolderIndices(const std::vector<std::int32_t>& newIndex) {
 }
 
 // Nothing is recorded against a part that has no full id of its own.
-void LibPartSet::AddRevisionConflict(const LibPart& existing, const LibPart& newcomer) {
+bool LibPartSet::AddRevisionConflict(const LibPart& existing, const LibPart& newcomer) {
     const KL::UnID existingId = existing.GetOwnUnID();
     if (existingId.mainGuid.IsNull() || existingId.revGuid.IsNull())
-        return;
+        return false;
     const KL::Guid newRevision = newcomer.GetOwnUnID().revGuid;
     auto* revisions = revisionConflicts.GetPtr(existingId.mainGuid);
     if (revisions == nullptr) {
@@ -400,9 +400,10 @@ void LibPartSet::AddRevisionConflict(const LibPart& existing, const LibPart& new
         fresh[existingId.revGuid].Push(MakeDuplicateData(existing));
         fresh[newRevision].Push(MakeDuplicateData(newcomer));
         revisionConflicts.Put(existingId.mainGuid, std::move(fresh));
-        return;
+        return true;
     }
     (*revisions)[newRevision].Push(MakeDuplicateData(newcomer));
+    return true;
 }
 
 void LibPartSet::RemoveRevisionConflict(const LibPart& record) {
@@ -484,17 +485,29 @@ void LibPartSet::UpdateDuplicateCounters() const {
     ReportSameNameDifferentContents();
 }
 
+// One report per main guid, its members revision by revision; a conflict needs two revisions
+// with a member the handler accepts.
 void LibPartSet::ReportRevisionConflicts() const {
     for (const auto& [mainGuid, revisions] : revisionConflicts) {
-        KL::Array<DuplicateReport> reports;
+        DuplicateReport conflict;
+        conflict.unId = KL::UnID(mainGuid, KL::NULLGuid);
+        int revisionCount = 0;
         for (const auto& [revision, members] : revisions) {
-            DuplicateReport report = AcceptedMembers(*errorHandler, members);
-            report.unId = KL::UnID(mainGuid, revision);
-            if (report.count > 0)
-                reports.Push(std::move(report));
+            const DuplicateReport accepted = AcceptedMembers(*errorHandler, members);
+            if (accepted.count <= 0)
+                continue;
+            if (revisionCount++ == 0)
+                conflict.name = accepted.name;
+            conflict.count += accepted.count;
+            for (std::size_t i = 0; i < accepted.locations.GetSize(); ++i) {
+                conflict.locations.Push(accepted.locations[i]);
+                conflict.actLibIndices.Push(accepted.actLibIndices[i]);
+                conflict.names.Push(accepted.names[i]);
+                conflict.revisions.Push(revision);
+            }
         }
-        if (reports.GetSize() > 1)
-            errorHandler->ReportRevisionConflict(reports);
+        if (revisionCount > 1)
+            errorHandler->ReportRevisionConflict(conflict);
     }
 }
 
@@ -520,7 +533,7 @@ void LibPartSet::ReportSameNameDifferentContents() const {
             for (std::size_t k = runStart; k < runEnd; ++k) {
                 const LibPart& member = parts[byName[k]];
                 const int folder = member.GetFolderIndex();
-                report.locations.Push(member.GetOrigLocation());
+                report.locations.Push(member.GetLocation());
                 report.actLibIndices.Push(folders != nullptr && folders->IsValidIndex(folder)
                                               ? folders->GetActLibIndex(folder)
                                               : -1);

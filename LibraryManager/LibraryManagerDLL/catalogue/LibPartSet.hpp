@@ -142,7 +142,7 @@ public:
 private:
     DuplicateLibpartData MakeDuplicateData(const LibPart& part) const;
     bool IsDuplicateOf(const LibPartCache* entry, const LibPartId& id, const LibPart& record) const;
-    void AddRevisionConflict(const LibPart& existing, const LibPart& newcomer);
+    bool AddRevisionConflict(const LibPart& existing, const LibPart& newcomer);
     void RemoveRevisionConflict(const LibPart& record);
     void AddMigrations(const LibPart* part, const MigrationTable* migration);
     void RemoveMigrations(const LibPart* part);

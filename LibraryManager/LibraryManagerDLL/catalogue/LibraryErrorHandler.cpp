@@ -13,18 +13,24 @@ void DefLibraryErrorHandler::Reset() {
     sameNameDifferentContents.Clear();
 }
 
-void DefLibraryErrorHandler::ReportRevisionConflict(const KL::Array<DuplicateReport>& revisions) {
-    revisionConflicts.Push(revisions);
+void DefLibraryErrorHandler::ReportRevisionConflict(const DuplicateReport& report) {
+    revisionConflicts.Push(report);
 }
 
-void DefLibraryErrorHandler::ReportNameDuplicate(const DuplicateReport& report) { nameDuplicates.Push(report); }
+void DefLibraryErrorHandler::ReportNameDuplicate(const DuplicateReport& report) {
+    nameDuplicates.Push(report);
+}
 
-void DefLibraryErrorHandler::ReportIdDuplicate(const DuplicateReport& report) { idDuplicates.Push(report); }
+void DefLibraryErrorHandler::ReportIdDuplicate(const DuplicateReport& report) {
+    idDuplicates.Push(report);
+}
 
 void DefLibraryErrorHandler::ReportSameNameDifferentContent(const DuplicateReport& report) {
     sameNameDifferentContents.Push(report);
 }
 
-bool DefLibraryErrorHandler::AcceptDuplicateLocation(const IO::Location&) { return true; }
+bool DefLibraryErrorHandler::AcceptDuplicateLocation(const IO::Location&) {
+    return true;
+}
 
 } // namespace LM

@@ -15,13 +15,15 @@ namespace LM {
 // library and document name.
 struct DuplicateReport {
     KL::UniString name;
-    // The id the members share: the winner's for id duplicates, main and revision guid for one
-    // revision of a conflict; null otherwise.
+    // The id the members share: the winner's for id duplicates, the main guid alone for a
+    // revision conflict; null otherwise.
     KL::UnID unId;
     std::int32_t count = 0;
     KL::Array<IO::Location> locations;
     KL::Array<std::int32_t> actLibIndices;
     KL::Array<KL::UniString> names;
+    // A revision conflict's members come revision by revision; this holds each member's revision.
+    KL::Array<KL::Guid> revisions;
 };
 
 // Receives what an enumeration finds about duplicates; the catalogue rebuilds the whole picture
@@ -29,8 +31,8 @@ struct DuplicateReport {
 class LM_EXPORT ILibraryErrorHandler {
 public:
     virtual void Reset() = 0;
-    // One report per revision of the same main guid.
-    virtual void ReportRevisionConflict(const KL::Array<DuplicateReport>& revisions) = 0;
+    // Every revision of one main guid in one report.
+    virtual void ReportRevisionConflict(const DuplicateReport& report) = 0;
     virtual void ReportNameDuplicate(const DuplicateReport& report) = 0;
     virtual void ReportIdDuplicate(const DuplicateReport& report) = 0;
     virtual void ReportSameNameDifferentContent(const DuplicateReport& report) = 0;
@@ -45,7 +47,7 @@ public:
     using Reports = KL::PagedArray<DuplicateReport>;
 
     void Reset() override;
-    void ReportRevisionConflict(const KL::Array<DuplicateReport>& revisions) override;
+    void ReportRevisionConflict(const DuplicateReport& report) override;
     void ReportNameDuplicate(const DuplicateReport& report) override;
     void ReportIdDuplicate(const DuplicateReport& report) override;
     void ReportSameNameDifferentContent(const DuplicateReport& report) override;
@@ -54,13 +56,13 @@ public:
 
     const Reports& GetIdDuplicates() const { return idDuplicates; }
     const Reports& GetNameDuplicates() const { return nameDuplicates; }
-    const KL::PagedArray<KL::Array<DuplicateReport>>& GetRevisionConflicts() const { return revisionConflicts; }
+    const Reports& GetRevisionConflicts() const { return revisionConflicts; }
     const Reports& GetSameNameDifferentContents() const { return sameNameDifferentContents; }
 
 private:
     Reports idDuplicates;
     Reports nameDuplicates;
-    KL::PagedArray<KL::Array<DuplicateReport>> revisionConflicts;
+    Reports revisionConflicts;
     Reports sameNameDifferentContents;
 };
 

@@ -465,10 +465,15 @@ int LibrarySet::Enumerate(KL::ProcessControl& process) {
     try {
         return EnumerateLibraries(process);
     } catch (const KL::KLException& exception) {
-        // A fault deep in a walk must not leave half a catalogue: drop every library and finish
-        // an empty pass, which cannot fail the same way.
+        // A fault deep in a walk must not leave half a catalogue: drop every library and run an
+        // empty pass. That pass may fail too (an observer or afterEnumerate can throw); its own
+        // handler then ends the recovery instead of starting another.
         ResetActiveLibraries();
-        EnumerateLibraries(process);
+        if (!recoveringFromFault) {
+            recoveringFromFault = true;
+            Enumerate(process);
+            recoveringFromFault = false;
+        }
         KL::WriteDebugText("Enumeration failed: " + exception.GetMessage());
         return exception.GetErrorCode();
     }

@@ -377,6 +377,8 @@ private:
     KL::FastLock binCodeLock;
     QdlBinCodesContainer* binCodes;
     bool isEnumerated = false;
+    // Set while the empty pass after a fault runs, so that a fault of that pass ends there.
+    bool recoveringFromFault = false;
     bool inBatch = false;
     bool batchFolderSetDirty = false;
     bool batchHierarchyDirty = false;

@@ -327,8 +327,9 @@ const LibPart* LibrarySet::GetLibPartArrayFromMigrationGuidTable(const LibPartId
 const LibPart* LibrarySet::SearchComplex(const KL::UnID& unId, const KL::UniString& name,
                                          LibpartSearchCompatibility compatibility, bool* ambiguous,
                                          KL::Array<const LibPart*>* migrationParts, bool* migrated) const {
-    // A caller's stale `migrated` must not end the chain early.
-    *ambiguous = *migrated = false;
+    // Only `ambiguous` starts afresh: `migrated` is only ever set, so a caller's value stands
+    // when no migration answers.
+    *ambiguous = false;
     const LibPart* found = nullptr;
     if (unId.IsNull()) {
         found = SearchLibPartDocuName(name);

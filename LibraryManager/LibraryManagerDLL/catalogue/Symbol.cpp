@@ -98,12 +98,13 @@ void WriteAncestryDump(KL::XMLOChannel& channel, const LPF::SymbolFile& file) {
     GSHandle data = nullptr;
     if (file.GetSectionDataRef(LPF::Tags::Ancestry, 0, &data) != KL::NoError)
         return;
+    // A damaged section still gets its tag and section info; its chain reads as empty.
     AncestryInfo ancestry;
     try {
         if (ancestry.SetAncestrySection(&data) != 0)
-            return;
+            ancestry = AncestryInfo();
     } catch (const KL::IllegalArgumentException&) {
-        return; // a damaged section is left out of a report rather than failing it
+        ancestry = AncestryInfo();
     }
     channel.StartTag("Ancestry");
     WriteSectionInfo(channel, file, LPF::Tags::Ancestry);

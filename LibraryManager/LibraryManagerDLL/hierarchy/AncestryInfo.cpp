@@ -1,6 +1,7 @@
 #include "hierarchy/AncestryInfo.hpp"
 
 #include "LibraryManagerErrors.hpp"
+#include "Paths.hpp"
 
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/ErrorCodes.hpp"
@@ -70,7 +71,7 @@ char** AncestryInfo::GetAncestrySection() const {
     const std::uint64_t count = ancestors.GetSize();
     char** section = BMAllocateHandle(static_cast<std::int64_t>((count + 1) * RecordSize), BMClearFlag, 0);
     if (section == nullptr)
-        throw KL::OutOfMemoryException("BM: cannot allocate the needed memory!", __FILE__, __LINE__);
+        ThrowMemoryManagerError(BMError());
     char* data = *section;
     KL::StoreInOrder(data + MarkOffset, std::uint32_t{isTemplate ? 1U : 0U}, SectionOrder);
     KL::StoreInOrder(data + CountOffset, static_cast<std::uint32_t>(count), SectionOrder);

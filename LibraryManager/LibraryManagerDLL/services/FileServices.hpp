@@ -40,3 +40,6 @@ private:
 };
 
 } // namespace LM
+
+// Hosts name it without a namespace.
+using LM::FileServices;

@@ -24,6 +24,9 @@ namespace LM {
 
 namespace {
 
+// What the library changes answer before InitLibraryManager or after ExitLibraryManager.
+constexpr short NotStartedError = static_cast<short>(LibPartFileError);
+
 constexpr const char* LibraryPartExtensions[LibrarySetSingletonLP::LibraryPartTypeCount] = {
     "klm", "dor", "win", "lmp", "rsm", "lsm", "ism", "esm", "gps"};
 
@@ -113,6 +116,10 @@ int LibrarySetSingletonLP::InitLibraryManager(BinaryCachingMode mode, FileServic
     } catch (const std::exception& exception) {
         KL::WriteDebugText(std::string("Library manager start-up failed: ") + exception.what());
         return LibPartFileError;
+    } catch (...) {
+        // A host's file type initializer may throw anything; start-up still answers with a code.
+        KL::WriteDebugText("Library manager start-up failed.");
+        return LibPartFileError;
     }
 }
 
@@ -176,6 +183,8 @@ void LibrarySetSingletonLP::ExitLibraryManager() {
 
 short LibrarySetSingletonLP::AddLibrary(KL::ProcessControl& process, const IO::Location& location,
                                         bool enumerate) {
+    if (librarySet == nullptr)
+        return NotStartedError;
     librarySet->AddActiveLibrary(process, location, LocalLibrary, NotVital, KL::NULLGuid, KL::UniString(),
                                  false);
     if (enumerate)
@@ -185,6 +194,8 @@ short LibrarySetSingletonLP::AddLibrary(KL::ProcessControl& process, const IO::L
 
 short LibrarySetSingletonLP::AddLibraries(KL::ProcessControl& process,
                                           const KL::Array<IO::Location>& locations) {
+    if (librarySet == nullptr)
+        return NotStartedError;
     for (const IO::Location& location : locations)
         librarySet->AddActiveLibrary(process, location, LocalLibrary, NotVital, KL::NULLGuid, KL::UniString(),
                                      false);
@@ -193,6 +204,8 @@ short LibrarySetSingletonLP::AddLibraries(KL::ProcessControl& process,
 }
 
 short LibrarySetSingletonLP::RemoveLibrary(KL::ProcessControl& process, const IO::Location& location) {
+    if (librarySet == nullptr)
+        return NotStartedError;
     const int index = librarySet->GetActiveLibraryIndex(location);
     if (index == -1)
         return static_cast<short>(LibPartFileError);
@@ -202,12 +215,16 @@ short LibrarySetSingletonLP::RemoveLibrary(KL::ProcessControl& process, const IO
 }
 
 short LibrarySetSingletonLP::RemoveAllLibraries(KL::ProcessControl& process) {
+    if (librarySet == nullptr)
+        return NotStartedError;
     librarySet->ResetActiveLibraries();
     librarySet->Enumerate(process);
     return 0;
 }
 
 int LibrarySetSingletonLP::SetLibraryContainerVFSOptions(const LibraryContainerVFSOptions& options) {
+    if (librarySet == nullptr)
+        return LibPartFileError;
     return librarySet->SetLibraryContainerVFSOptions(options);
 }
 

@@ -64,8 +64,8 @@ public:
 private:
     void RegisterLibraryPartTypes();
     void RegisterListTypes();
-    FTM::TypeID AddType(const char* name, const char* extensions, const char (&creator)[5], const char (&type)[5],
-                        int resourceId = -1);
+    FTM::TypeID AddType(const char* name, const char* extensions, const char (&creator)[5],
+                        const char (&type)[5], int resourceId = -1);
     static IO::Location CompiledScriptCacheFolder(BinaryCachingMode mode);
     static IO::Location DefaultDataFolder();
 
@@ -81,3 +81,6 @@ private:
 };
 
 } // namespace LM
+
+// Hosts name it without a namespace.
+using LM::LibrarySetSingletonLP;
