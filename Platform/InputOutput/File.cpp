@@ -165,6 +165,12 @@ int File::Write(const void* data, std::uint64_t size) {
     return GetOutputChannel().WriteBin(data, size);
 }
 
+int File::Lock(LockMode lockMode) {
+    if (!open)
+        return NotOpenError;
+    return EntryResult(entry->Lock(lockMode));
+}
+
 int File::Flush() {
     if (!open)
         return NotOpenError;
@@ -238,6 +244,15 @@ int File::Seek(SeekOrigin origin, std::int64_t offset) {
     const std::int64_t target = base + offset;
     if (target < 0 || (mode == ReadMode && static_cast<std::uint64_t>(target) > knownLength))
         return OutOfRangeError;
+    // A read-only file keeps what it has buffered: readers that hop from record to record through
+    // a file read each block once.
+    const auto position = static_cast<std::uint64_t>(target);
+    if (mode == ReadMode && reading && position >= bufferPosition && position <= entryPosition) {
+        RestoreStatus();
+        SetWindowAt(readBuffer.get() + (position - bufferPosition), readBuffer.get() + (entryPosition - bufferPosition),
+                    position);
+        return KL::NoError;
+    }
     if (const int err = MoveEntryTo(static_cast<std::uint64_t>(target)); err != KL::NoError)
         return err;
     reading = false;
@@ -270,6 +285,7 @@ int File::Underflow() {
     if (status != EntryStatus::Ok && status != EntryStatus::EndOfData)
         return EntryResult(status);
     entryPosition += count;
+    bufferPosition = at;
     SetWindowAt(readBuffer.get(), readBuffer.get() + count, at);
     return KL::NoError;
 }

@@ -23,6 +23,7 @@ class LM_EXPORT File : public KL::IChannel {
 public:
     using OpenMode = FileEntry::OpenMode;
     using SeekOrigin = FileEntry::SeekOrigin;
+    using LockMode = FileEntry::LockMode;
     static constexpr OpenMode ReadMode = FileEntry::ReadMode;
     static constexpr OpenMode WriteMode = FileEntry::WriteMode; // empties the file
     static constexpr OpenMode ReadWriteMode = FileEntry::ReadWriteMode;
@@ -43,7 +44,11 @@ public:
     FixedVFS* GetOwnerFileSystem() const { return owner; }
 
     int Open(OpenMode mode = ReadMode);
+    // Closing lets the lock go.
     int Close();
+    // An advisory lock on the open file (FileEntry::LockMode); LockedError when another opening
+    // holds one that conflicts.
+    int Lock(LockMode mode);
     bool IsOpen() const { return open; }
 
     int Write(const void* data, std::uint64_t size);
@@ -99,6 +104,7 @@ private:
     OpenMode mode = ReadMode;
     bool wrote = false;
     std::uint64_t entryPosition = 0; // where the entry stands
+    std::uint64_t bufferPosition = 0; // file position of the read buffer's first byte while reading
     std::uint64_t knownLength = 0;   // data length, kept up to date while open
     std::unique_ptr<char[]> readBuffer;
     std::uint64_t readBufferSize = 0;

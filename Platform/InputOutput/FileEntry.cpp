@@ -1,10 +1,15 @@
 #include "InputOutput/FileEntry.hpp"
 
 #include "InputOutput/IOErrors.hpp"
+#include "KLRoot/ErrorCodes.hpp"
 
 namespace IO {
 
 FileEntry::~FileEntry() = default;
+
+int FileEntry::Lock(LockMode) {
+    return KL::ErrNotSupported;
+}
 
 int ReadOnlyFileEntry::SetCreationTime(TITime) {
     return ReadOnlyError;

@@ -47,6 +47,9 @@ class LM_EXPORT FileEntry {
 public:
     enum OpenMode { ReadMode = 0, WriteMode = 1, ReadWriteMode = 2 };
     enum SeekOrigin { FromStart = 0, FromCurrent = 1, FromEnd = 2 };
+    // Advisory locks between openings of one file, in this program or another. They never wait:
+    // a conflicting lock gives LockedError. A shared lock becomes exclusive in place.
+    enum LockMode { Unlock = 0, SharedLock = 1, ExclusiveLock = 2 };
 
     FileEntry() = default;
     virtual ~FileEntry();
@@ -72,6 +75,8 @@ public:
     virtual int GetTypeInfo(std::uint32_t* type, std::uint32_t* creator) const = 0;
     virtual bool IsWriteProtected() const = 0;
     virtual int SetWriteProtection(bool protect) = 0;
+    // File systems without locks refuse with KL::ErrNotSupported.
+    virtual int Lock(LockMode mode);
 };
 
 // Base of the entries of read-only file systems: every changing operation refuses.

@@ -6,6 +6,8 @@
 #include "InputOutput/LocalEntries.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <sys/stat.h>
@@ -225,6 +227,16 @@ int FileSystem::Delete(const Location& location) {
     return WithParentFolder(*this, location, [](FolderEntry& folder, const Name& name) {
         return EntryStatus::ToError(folder.Delete(name), NotFoundError, NotFoundError);
     });
+}
+
+int FileSystem::Move(const Location& from, const Location& to) {
+    if (from.IsEmpty() || to.IsEmpty())
+        return InvalidLocationError;
+    if (GetServingVFS(from, false) != nullptr || GetServingVFS(to, false) != nullptr)
+        return ReadOnlyError;
+    if (std::rename(from.ToString().c_str(), to.ToString().c_str()) != 0)
+        return ErrnoToError(errno);
+    return KL::NoError;
 }
 
 int FileSystem::Mount(FixedVFS* vfs, const Location& location) {

@@ -41,6 +41,9 @@ public:
     int CreateFolderTree(const Location& location);
     // Removes a file, a link or an empty folder; a mount point is refused.
     int Delete(const Location& location);
+    // Renames a file of the local disk in one step, replacing what stood at `to`; files of mounted
+    // file systems are refused with ReadOnlyError.
+    int Move(const Location& from, const Location& to);
 
     // Takes a file system on at `location` and then calls its Mounted. Refused (MountError) when
     // something is mounted there already, or when the file system below does not allow mounts.

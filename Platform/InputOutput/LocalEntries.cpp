@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
@@ -200,6 +201,23 @@ int LocalFileEntry::Open(OpenMode mode) {
         openModificationTime = TIFromUnixTime(info.st_mtim.tv_sec);
     }
     return KL::NoError;
+}
+
+// flock locks belong to the opening, so two openings in one program exclude each other as two
+// programs do.
+int LocalFileEntry::Lock(LockMode mode) {
+    if (descriptor < 0)
+        return NotOpenError;
+    int operation = LOCK_UN;
+    if (mode == SharedLock)
+        operation = LOCK_SH | LOCK_NB;
+    else if (mode == ExclusiveLock)
+        operation = LOCK_EX | LOCK_NB;
+    else if (mode != Unlock)
+        return KL::ErrParam;
+    if (RetryOnInterrupt([&] { return flock(descriptor, operation); }) == 0)
+        return KL::NoError;
+    return errno == EWOULDBLOCK ? LockedError : LastError();
 }
 
 int LocalFileEntry::Read(void* buffer, std::uint64_t size, std::uint64_t* read) {

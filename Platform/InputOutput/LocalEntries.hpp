@@ -31,6 +31,7 @@ public:
     int GetTypeInfo(std::uint32_t* type, std::uint32_t* creator) const override;
     bool IsWriteProtected() const override;
     int SetWriteProtection(bool protect) override;
+    int Lock(LockMode mode) override;
 
 private:
     std::string path;

@@ -81,8 +81,8 @@ int ScratchFile::MakePermanent() {
             return err;
     }
     const IO::Location scratch = GetLocation();
-    if (std::rename(scratch.ToString().c_str(), target.ToString().c_str()) != 0)
-        return IO::ErrnoToError(errno);
+    if (const int err = IO::fileSystem.Move(scratch, target); err != KL::NoError)
+        return err;
     IO::Location folder = target;
     folder.DeleteLastLocalName();
     SyncFolder(folder);

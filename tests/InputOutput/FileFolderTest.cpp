@@ -91,6 +91,46 @@ TEST(File, WritesPatchesSeeksAndReadsBackThroughItsChannels) {
     EXPECT_EQ(std::filesystem::file_size(scratch.Path() / "data.bin"), length);
 }
 
+// Hops back and forth through a file larger than the read buffer, within what is buffered and
+// beyond it; locks between two openings exclude each other and go with a close; a move replaces.
+TEST(File, SeeksAnywhereLocksAndMoves) {
+    ScratchFolder scratch;
+    std::string content(300 * 1024, '\0');
+    for (std::size_t i = 0; i < content.size(); ++i)
+        content[i] = static_cast<char>((i * 7919) >> 8);
+    scratch.Write("big.bin", content);
+    IO::File file(scratch.Location("big.bin"));
+    ASSERT_EQ(file.Open(IO::File::ReadMode), KL::NoError);
+    char bytes[64];
+    for (const std::uint64_t at : {100UL, 40UL, 5000UL, 4990UL, 250000UL, 70000UL, 70064UL, 0UL, 307136UL}) {
+        ASSERT_EQ(file.SetPosition(at), KL::NoError) << at;
+        ASSERT_EQ(file.ReadBin(bytes, sizeof bytes), KL::NoError) << at;
+        EXPECT_EQ(std::string(bytes, sizeof bytes), content.substr(at, sizeof bytes)) << at;
+    }
+    EXPECT_EQ(file.ReadBin(bytes, 1), KL::ErrEndOfData);
+    EXPECT_EQ(file.SetPosition(10), KL::NoError); // a seek clears the failure
+    EXPECT_EQ(file.ReadBin(bytes, 1), KL::NoError);
+    EXPECT_EQ(bytes[0], content[10]);
+
+    IO::File other(scratch.Location("big.bin"));
+    ASSERT_EQ(other.Open(IO::File::ReadMode), KL::NoError);
+    EXPECT_EQ(file.Lock(IO::FileEntry::SharedLock), KL::NoError);
+    EXPECT_EQ(other.Lock(IO::FileEntry::SharedLock), KL::NoError);
+    EXPECT_EQ(file.Lock(IO::FileEntry::ExclusiveLock), IO::LockedError);
+    EXPECT_EQ(other.Close(), KL::NoError);
+    EXPECT_EQ(file.Lock(IO::FileEntry::ExclusiveLock), KL::NoError);
+    ASSERT_EQ(other.Open(IO::File::ReadMode), KL::NoError);
+    EXPECT_EQ(other.Lock(IO::FileEntry::SharedLock), IO::LockedError);
+    EXPECT_EQ(file.Close(), KL::NoError);
+    EXPECT_EQ(file.Lock(IO::FileEntry::SharedLock), IO::NotOpenError);
+
+    scratch.Write("small.txt", "small");
+    EXPECT_EQ(IO::fileSystem.Move(scratch.Location("small.txt"), scratch.Location("big.bin")), KL::NoError);
+    EXPECT_EQ(scratch.Read("big.bin"), "small");
+    EXPECT_FALSE(std::filesystem::exists(scratch.Path() / "small.txt"));
+    EXPECT_EQ(IO::fileSystem.Move(scratch.Location("small.txt"), scratch.Location("x")), IO::NotFoundError);
+}
+
 TEST(File, KeepsTimesAndTypeCodesAndRefusesFolders) {
     ScratchFolder scratch;
     scratch.Write("a.txt", "text");

@@ -1,9 +1,14 @@
 #pragma once
 
+// One item of the compiled script store: the code of one script type of one part, with the
+// ancestry it was compiled against, its use statistics and where its data lies in the cache
+// file. The table of the cache file is a sequence of these in their stream form; the pointers
+// and the up-to-date mark are never written.
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Guid.hpp"
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/MemoryManager.hpp"
+#include "KLRoot/Object.hpp"
 #include "KLRoot/SharedObject.hpp"
 #include "KLRoot/Time.hpp"
 #include "QDL/BinCode.hpp"
@@ -28,9 +33,26 @@ private:
     GSHandle handle;
 };
 
-// The compiled code of one script type of one part, with the ancestry it was compiled against. A
-// size above zero with a null pointer means the data lies in the cache file.
-struct LM_EXPORT QdlBinCodeItem {
+// A size above zero with a null pointer means the data lies in the cache file, at its offset. An
+// offset of 0 never points at data (the file's header stands there): such data was made in this
+// run and is gone once evicted.
+class LM_EXPORT QdlBinCodeItem : public KL::Object {
+public:
+    QdlBinCodeItem() = default;
+    QdlBinCodeItem(const QdlBinCodeItem&) = default;
+    QdlBinCodeItem& operator=(const QdlBinCodeItem&) = default;
+    ~QdlBinCodeItem() override;
+
+    // The table entry: guids, location, type, use count, last use, sizes and offsets.
+    int Write(KL::OChannel& channel) const override;
+    // Refuses negative sizes and offsets with KL::ErrStreamFormat; the pointers stay null.
+    int Read(KL::IChannel& channel) override;
+
+    // Forgets the data but keeps the identity, so the next store reuses this index.
+    void Reset();
+    bool HoldsData() const { return code != nullptr || ancestry != nullptr; }
+    bool HasData() const { return codeSize != 0 || ancestrySize != 0; }
+
     KL::UnID id;
     IO::Location location;
     QDL_ScriptType scriptType = static_cast<QDL_ScriptType>(0);
@@ -44,9 +66,6 @@ struct LM_EXPORT QdlBinCodeItem {
     std::int32_t lastUsed = 0;
     KL::ConstSharedPtr<BinCode> code;
     KL::ConstSharedPtr<AncestryHandleWrapper> ancestry;
-
-    // Forgets the data but keeps the identity, so the next store reuses this index.
-    void Reset();
 };
 
 } // namespace LM

@@ -45,11 +45,17 @@ QdlBinCodesContainer::QdlBinCodesContainer(int memoryLimit, int fileLimit)
 }
 
 QdlBinCodesContainer::QdlBinCodesContainer(const IO::Location& folder, int memoryLimit, int fileLimit)
-    : folder(folder), memoryLimit(memoryLimit), fileLimit(fileLimit) {
+    : memoryLimit(memoryLimit), fileLimit(fileLimit), folder(folder) {
     items.PushNew();
+    if (!folder.IsEmpty() && LoadBinCodesContainer(nullptr, nullptr) == 0 && CheckAndFixMemoryUsage() == 0)
+        fileBacked = 1;
 }
 
-QdlBinCodesContainer::~QdlBinCodesContainer() = default;
+QdlBinCodesContainer::~QdlBinCodesContainer() {
+    if (!folder.IsEmpty())
+        SaveBinCodesContainer(false);
+    ClearAllQdlBinCodes();
+}
 
 QDL_ScriptType QdlBinCodesContainer::GetScriptType(int index) const {
     return IsValidBinCodeIndex(index) ? items[static_cast<std::size_t>(index)].scriptType : QDL_ScriptType(0);
@@ -81,6 +87,8 @@ int QdlBinCodesContainer::GetQdlBinCode(int index, KL::ConstSharedPtr<BinCode>* 
     QdlBinCodeItem& item = items[static_cast<std::size_t>(index)];
     // Reads made for checks count as uses too.
     Touch(item);
+    if (const int err = ReadItemData(item, code != nullptr); err != KL::NoError)
+        return err;
     if (code != nullptr)
         *code = item.code;
     if (ancestry != nullptr)
@@ -89,8 +97,12 @@ int QdlBinCodesContainer::GetQdlBinCode(int index, KL::ConstSharedPtr<BinCode>* 
     return CheckAndFixMemoryUsage();
 }
 
+// Only what is in memory counts against used memory; evicted data was subtracted when it went.
 void QdlBinCodesContainer::ReleaseData(QdlBinCodeItem& item) {
-    usedMemory -= item.codeSize + item.ancestrySize;
+    if (item.code != nullptr)
+        usedMemory -= item.codeSize;
+    if (item.ancestry != nullptr)
+        usedMemory -= item.ancestrySize;
     item.code.Reset();
     item.ancestry.Reset();
     item.codeSize = item.ancestrySize = 0;
@@ -265,11 +277,6 @@ int QdlBinCodesContainer::ClearAllQdlBinCodes() {
     byId.Clear();
     usedMemory = 0;
     return 0;
-}
-
-// The cache file is saved before and read again after this once the store keeps one.
-int QdlBinCodesContainer::ReloadQdlBinCodes() {
-    return ClearAllQdlBinCodes();
 }
 
 } // namespace LM

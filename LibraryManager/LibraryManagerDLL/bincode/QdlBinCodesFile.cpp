@@ -1,0 +1,415 @@
+// The compiled script store on disk: one cache file in the bin code folder and temporary files
+// beside it (docs/formats/bincode-cache.md). A program never writes into the cache file: it writes
+// a temporary file and then merges, if it can hold the cache file exclusively; otherwise the
+// temporary file waits for a later run. Every file is written through a scratch file, so a crash
+// leaves the old file or the new one.
+#include "bincode/QdlBinCodesContainer.hpp"
+
+#include "services/LibraryManagerGlobals.hpp"
+
+#include "InputOutput/FileSystem.hpp"
+#include "InputOutput/Folder.hpp"
+#include "InputOutput/IOErrors.hpp"
+#include "KLRoot/Channel.hpp"
+#include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/Frame.hpp"
+#include "KLRoot/PagedArray.hpp"
+#include "KLUtils/ScratchFile.hpp"
+#include "LibraryManagerErrors.hpp"
+
+#include <cstring>
+#include <limits>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace LM {
+
+namespace {
+
+constexpr char Magic[4] = {'F', 'C', 'B', 'Q'};
+constexpr std::uint32_t SecondMagic = 0x65B1C0F1u;
+constexpr std::uint16_t FormatVersion = 1;
+constexpr std::uint32_t HeaderSize = 24;
+constexpr const char* DefaultCacheName = "Tectonix QdlBinCode";
+// The least an item takes in the table: two guids, an empty location, seven numbers.
+constexpr std::uint64_t MinItemSize = 16 + 16 + 4 + 7 * 4;
+
+struct FileHeader {
+    std::uint32_t itemCount = 0;
+    TITime lastCompaction = 0;
+};
+
+void EncodeHeader(const FileHeader& header, char (&bytes)[HeaderSize]) {
+    std::memcpy(bytes, Magic, sizeof Magic);
+    KL::StoreInOrder(bytes + 4, SecondMagic, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 8, FormatVersion, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 10, std::uint16_t{0}, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 12, header.itemCount, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 16, header.lastCompaction, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 20, HeaderSize, KL::LittleEndianSign);
+}
+
+int DecodeHeader(const char (&bytes)[HeaderSize], FileHeader* header) {
+    if (std::memcmp(bytes, Magic, sizeof Magic) != 0 ||
+        KL::LoadInOrder<std::uint32_t>(bytes + 4, KL::LittleEndianSign) != SecondMagic ||
+        KL::LoadInOrder<std::uint16_t>(bytes + 8, KL::LittleEndianSign) != FormatVersion ||
+        KL::LoadInOrder<std::uint16_t>(bytes + 10, KL::LittleEndianSign) != 0 ||
+        KL::LoadInOrder<std::uint32_t>(bytes + 20, KL::LittleEndianSign) != HeaderSize)
+        return LibPartFileError;
+    header->itemCount = KL::LoadInOrder<std::uint32_t>(bytes + 12, KL::LittleEndianSign);
+    header->lastCompaction = KL::LoadInOrder<TITime>(bytes + 16, KL::LittleEndianSign);
+    return KL::NoError;
+}
+
+// Data must lie behind the table and inside the file: a hostile table cannot make us allocate
+// more than the file holds, nor read the table back as code.
+bool LiesInData(std::int32_t offset, std::int32_t size, std::uint64_t dataStart, std::uint64_t fileLength) {
+    if (size == 0)
+        return true;
+    const auto begin = static_cast<std::uint64_t>(offset);
+    return begin >= dataStart && begin + static_cast<std::uint64_t>(size) <= fileLength;
+}
+
+int ReadTable(IO::File& file, QdlBinCodesContainer::Items* items) {
+    KL::InputFrame frame(file, KL::PagedArrayPrivate::classInfo);
+    std::uint32_t count = 0;
+    if (frame.GetStatus() != KL::NoError || file.Read(count) != KL::NoError)
+        return LibPartFileError;
+    if (file.RequireAvailable(static_cast<std::uint64_t>(count) * MinItemSize) != KL::NoError)
+        return LibPartFileError;
+    items->Clear();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (items->PushNew().Read(file) != KL::NoError)
+            return LibPartFileError;
+    }
+    if (frame.Close() != KL::NoError || count == 0)
+        return LibPartFileError;
+    std::uint64_t length = 0;
+    if (file.GetDataLength(&length) != KL::NoError)
+        return LibPartFileError;
+    const std::uint64_t dataStart = file.GetReadCount();
+    for (const QdlBinCodeItem& item : *items) {
+        if (!LiesInData(item.codeOffset, item.codeSize, dataStart, length) ||
+            !LiesInData(item.ancestryOffset, item.ancestrySize, dataStart, length))
+            return LibPartFileError;
+    }
+    // The reserved item holds nothing, whatever a file says of it.
+    (*items)[0].Reset();
+    return KL::NoError;
+}
+
+int WriteTable(KL::OChannel& channel, const std::vector<QdlBinCodeItem>& table) {
+    KL::OutputFrame frame(channel, KL::PagedArrayPrivate::classInfo);
+    channel.Write(static_cast<std::uint32_t>(table.size()));
+    for (const QdlBinCodeItem& item : table) {
+        if (const int err = item.Write(channel); err != KL::NoError)
+            return err;
+    }
+    return frame.Close();
+}
+
+// Offsets are 32-bit: a file that would grow past them is not written.
+int PositionOf(KL::OChannel& channel, std::int32_t* offset) {
+    const std::uint64_t position = channel.GetWrittenCount();
+    if (position > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
+        return LibPartFileError;
+    *offset = static_cast<std::int32_t>(position);
+    return KL::NoError;
+}
+
+std::int32_t WriteHandle(KL::OChannel& channel, GSHandle handle) {
+    if (handle == nullptr)
+        return 0;
+    const std::int64_t size = BMGetHandleSize(handle);
+    channel.WriteBin(*handle, static_cast<std::uint64_t>(size));
+    return static_cast<std::int32_t>(size);
+}
+
+bool IsTemporaryName(const IO::Name& name) {
+    return name.GetText().ToUTF8().starts_with(QdlBinCodesContainer::TempFilePrefix);
+}
+
+} // namespace
+
+IO::Location QdlBinCodesContainer::CacheFileLocation() const {
+    const KL::UniString& configured = GetLibraryManagerStrings().binCodeFileName;
+    const KL::UniString base = configured.IsEmpty() ? KL::UniString(DefaultCacheName) : configured;
+    return folder + IO::Name(base + KL::UniString(".dat"));
+}
+
+void QdlBinCodesContainer::DetachCacheFile() {
+    cacheFile.reset();
+    for (QdlBinCodeItem& item : items)
+        item.codeOffset = item.ancestryOffset = 0;
+}
+
+int QdlBinCodesContainer::ReadItemData(QdlBinCodeItem& item, bool wantCode) {
+    if (cacheFile == nullptr)
+        return KL::NoError;
+    struct Part {
+        bool wanted;
+        std::int32_t size;
+        std::int32_t offset;
+        bool missing;
+    };
+    const Part code{wantCode, item.codeSize, item.codeOffset, item.code == nullptr};
+    const Part chain{true, item.ancestrySize, item.ancestryOffset, item.ancestry == nullptr};
+    KL::ScopedHandle handles[2];
+    const Part* parts[2] = {&code, &chain};
+    for (int i = 0; i < 2; ++i) {
+        const Part& part = *parts[i];
+        if (!part.wanted || part.size == 0 || !part.missing || part.offset == 0)
+            continue;
+        std::uint64_t length = 0;
+        if (const int err = cacheFile->GetDataLength(&length); err != KL::NoError)
+            return err;
+        if (static_cast<std::uint64_t>(part.offset) + static_cast<std::uint64_t>(part.size) > length)
+            return LibPartFileError;
+        handles[i].Reset(BMAllocateHandle(part.size, 0, 0));
+        if (handles[i].Get() == nullptr)
+            return BMError();
+        if (const int err = cacheFile->SetPosition(static_cast<std::uint64_t>(part.offset)); err != KL::NoError)
+            return err;
+        if (const int err = cacheFile->ReadBin(handles[i].GetData(), static_cast<std::uint64_t>(part.size));
+            err != KL::NoError)
+            return err;
+    }
+    if (handles[0].Get() != nullptr) {
+        item.code = KL::ConstSharedPtr<BinCode>(new BinCode(handles[0].Release()));
+        usedMemory += item.codeSize;
+    }
+    if (handles[1].Get() != nullptr) {
+        item.ancestry = KL::ConstSharedPtr<AncestryHandleWrapper>(new AncestryHandleWrapper(handles[1].Release()));
+        usedMemory += item.ancestrySize;
+    }
+    return KL::NoError;
+}
+
+int QdlBinCodesContainer::LoadBinCodesContainer(IO::File* file, Items* fileItems) {
+    if ((file == nullptr) != (fileItems == nullptr))
+        return LibPartFileError;
+    std::unique_ptr<IO::File> own;
+    if (file == nullptr) {
+        const IO::Location location = CacheFileLocation();
+        IO::Name name;
+        location.GetLastLocalName(&name);
+        const IO::Folder binFolder(folder);
+        if (binFolder.GetStatus() != KL::NoError || !binFolder.Contains(name))
+            return LibPartFileError;
+        own = std::make_unique<IO::File>(location);
+        file = own.get();
+    }
+    int result = file->Open(IO::File::ReadMode);
+    // Others may read the file beside us; whoever wants to replace it needs it alone.
+    if (result == KL::NoError && own != nullptr)
+        result = file->Lock(IO::FileEntry::SharedLock);
+    char bytes[HeaderSize];
+    FileHeader header;
+    if (result == KL::NoError)
+        result = file->ReadBin(bytes, HeaderSize) == KL::NoError ? DecodeHeader(bytes, &header) : LibPartFileError;
+    if (result == KL::NoError)
+        result = ReadTable(*file, own != nullptr ? &items : fileItems);
+    if (own == nullptr)
+        return result;
+    if (result == KL::NoError) {
+        lastCompactionTime = header.lastCompaction;
+        cacheFile = std::move(own);
+    } else {
+        // What was read of a damaged table stays as index entries without data.
+        DetachCacheFile();
+        if (items.IsEmpty())
+            items.PushNew();
+        items[0].Reset();
+    }
+    for (int i = 1; i < static_cast<int>(items.GetSize()); ++i)
+        AddBinCodeToIndex(i);
+    return result;
+}
+
+KL::HashSet<int> QdlBinCodesContainer::CompactBinCodesContainer() {
+    KL::HashSet<int> dropped;
+    if (items.GetSize() < 2)
+        return dropped;
+    const TITime now = TIGetTime();
+    const TITime monthAgo = TIDateToTime(TIAddMonths(TITimeToDate(now), -1));
+    // Halfway without the sum, which leaves the time type's range in its later years.
+    const TITime middle = monthAgo + (now - monthAgo) / 2;
+    for (int i = 1; i < static_cast<int>(items.GetSize()); ++i) {
+        const QdlBinCodeItem& item = items[static_cast<std::size_t>(i)];
+        if (item.codeSize == 0 || item.lastUsed < monthAgo || (item.lastUsed < middle && item.usedCount < 5))
+            dropped.Add(i);
+    }
+    if (fileLimit != 0) {
+        std::int64_t total = 0;
+        for (std::size_t i = 1; i < items.GetSize(); ++i) {
+            if (!items[i].id.IsNull())
+                total += std::int64_t{items[i].codeSize} + items[i].ancestrySize;
+        }
+        // The candidate search does not skip what it chose before, so one item may be subtracted
+        // again and again; the file then keeps more than the limit would. Kept as it is.
+        while (total > fileLimit) {
+            const unsigned candidate = GetLeastRecentLeastUsed(false);
+            if (candidate == 0)
+                break;
+            total -= std::int64_t{items[candidate].codeSize} + items[candidate].ancestrySize;
+            dropped.Add(static_cast<int>(candidate));
+        }
+    }
+    lastCompactionTime = now;
+    return dropped;
+}
+
+// Header, the table with provisional offsets, the data of each kept item, then the table again
+// with the final offsets; its length does not change.
+int QdlBinCodesContainer::WriteCacheFile(const IO::Location& target, const KL::HashSet<int>& dropped) {
+    std::vector<int> kept;
+    std::vector<QdlBinCodeItem> table;
+    for (int i = 0; i < static_cast<int>(items.GetSize()); ++i) {
+        if (dropped.Contains(i))
+            continue;
+        kept.push_back(i);
+        table.push_back(items[static_cast<std::size_t>(i)]);
+        table.back().code.Reset();
+        table.back().ancestry.Reset();
+    }
+    IOUtil::ScratchFile scratch(target);
+    if (const int err = scratch.Open(IO::File::WriteMode); err != KL::NoError)
+        return err;
+    KL::OChannel& out = scratch.GetOutputChannel();
+    char header[HeaderSize];
+    EncodeHeader({static_cast<std::uint32_t>(table.size()), lastCompactionTime}, header);
+    out.WriteBin(header, HeaderSize);
+    if (const int err = WriteTable(out, table); err != KL::NoError)
+        return err;
+    for (std::size_t k = 1; k < kept.size(); ++k) {
+        KL::ConstSharedPtr<BinCode> code;
+        KL::ConstSharedPtr<AncestryHandleWrapper> ancestry;
+        if (const int err = GetQdlBinCode(kept[k], &code, &ancestry); err != KL::NoError)
+            return err;
+        QdlBinCodeItem& entry = table[k];
+        if (const int err = PositionOf(out, &entry.codeOffset); err != KL::NoError)
+            return err;
+        entry.codeSize = WriteHandle(out, code != nullptr ? code->GetHandle() : nullptr);
+        if (const int err = PositionOf(out, &entry.ancestryOffset); err != KL::NoError)
+            return err;
+        entry.ancestrySize = WriteHandle(out, ancestry != nullptr ? ancestry->GetHandle() : nullptr);
+        if (const int err = out.GetStatus(); err != KL::NoError)
+            return err;
+    }
+    std::int32_t fileEnd = 0; // the last item's data must end within reach of an offset too
+    if (const int err = PositionOf(out, &fileEnd); err != KL::NoError)
+        return err;
+    if (const int err = scratch.SetPosition(HeaderSize); err != KL::NoError)
+        return err;
+    if (const int err = WriteTable(scratch.GetOutputChannel(), table); err != KL::NoError)
+        return err;
+    if (target == CacheFileLocation())
+        DetachCacheFile();
+    return scratch.MakePermanent();
+}
+
+// The cache file is opened with a shared lock while this store reads from it. Replacing it needs
+// the lock alone: while another program reads the file, ours waits as a temporary file.
+int QdlBinCodesContainer::TakeCacheFileForMerge() {
+    if (cacheFile == nullptr) {
+        cacheFile = std::make_unique<IO::File>(CacheFileLocation(), IO::File::New);
+        if (const int err = cacheFile->Open(IO::File::ReadMode); err != KL::NoError)
+            return err;
+    }
+    return cacheFile->Lock(IO::FileEntry::ExclusiveLock);
+}
+
+int QdlBinCodesContainer::SaveBinCodesContainer(bool toCacheFile) {
+    const KL::HashSet<int> dropped = CompactBinCodesContainer();
+    if (items.GetSize() < 2) {
+        DetachCacheFile();
+        IO::fileSystem.Delete(CacheFileLocation());
+        return KL::NoError;
+    }
+    IO::Folder binFolder(folder, IO::Folder::Create);
+    if (const int err = binFolder.GetStatus(); err != KL::NoError)
+        return err;
+    IO::Name name;
+    int result = KL::NoError;
+    if (toCacheFile) {
+        CacheFileLocation().GetLastLocalName(&name);
+    } else {
+        const IO::Name base(KL::UniString(std::string(TempFilePrefix) + std::to_string(::getpid())));
+        result = binFolder.GenerateUnusedName(base, &name, KL::UniString(".dat"));
+    }
+    if (result == KL::NoError)
+        result = WriteCacheFile(folder + name, dropped);
+    if (!toCacheFile && result == KL::NoError) {
+        if (TakeCacheFileForMerge() == KL::NoError)
+            result = MergeQDLBinCodeFiles(binFolder, name);
+        // Otherwise another program holds the cache file; our temporary file waits for a later run.
+    }
+    DetachCacheFile();
+    return result;
+}
+
+bool QdlBinCodesContainer::SearchForTempFiles(const IO::Folder&, const IO::Name& name, bool isFolder,
+                                              void* container) {
+    if (!isFolder && IsTemporaryName(name))
+        static_cast<QdlBinCodesContainer*>(container)->temporaryNames.Push(name);
+    return true;
+}
+
+int QdlBinCodesContainer::MergeQDLBinCodeFiles(IO::Folder& binFolder, IO::Name& ownName) {
+    temporaryNames.Clear();
+    if (const int err = binFolder.Enumerate(SearchForTempFiles, this); err != KL::NoError)
+        return err;
+    if (temporaryNames.GetSize() == 1) {
+        // Only our own: it becomes the cache file as it is.
+        DetachCacheFile();
+        return IO::fileSystem.Move(folder + temporaryNames[0], CacheFileLocation());
+    }
+    std::unique_ptr<IO::File> aside = std::move(cacheFile);
+    for (const IO::Name& name : temporaryNames) {
+        if (!(name == ownName))
+            MergeOneTemporaryFile(binFolder, name);
+    }
+    cacheFile = std::move(aside);
+    const int result = SaveBinCodesContainer(true);
+    if (result == KL::NoError) {
+        for (const IO::Name& name : temporaryNames)
+            binFolder.Delete(name);
+    }
+    return result;
+}
+
+// Takes the items of parts this store knows and has no code of that type for. While they are read,
+// the temporary file is the open file; once in memory their offsets no longer point anywhere.
+int QdlBinCodesContainer::MergeOneTemporaryFile(const IO::Folder& binFolder, const IO::Name& name) {
+    cacheFile = std::make_unique<IO::File>(binFolder.GetLocation() + name);
+    Items found;
+    const int result = LoadBinCodesContainer(cacheFile.get(), &found);
+    for (std::size_t i = 1; result == KL::NoError && i < found.GetSize(); ++i) {
+        const QdlBinCodeItem& candidate = found[i];
+        const QdlBinCodeIndexArray* known = SearchBinCodeIndex(candidate.id, candidate.location);
+        if (known == nullptr || candidate.scriptType < 1 || candidate.scriptType > 8 ||
+            known->Get(candidate.scriptType) != QdlBinCodeIndexArray::NoIndex)
+            continue;
+        items.Push(candidate);
+        const int index = static_cast<int>(items.GetSize() - 1);
+        AddBinCodeToIndex(index);
+        KL::ConstSharedPtr<BinCode> code;
+        GetQdlBinCode(index, &code, nullptr);
+        items[static_cast<std::size_t>(index)].codeOffset = 0;
+        items[static_cast<std::size_t>(index)].ancestryOffset = 0;
+    }
+    cacheFile.reset();
+    return result;
+}
+
+int QdlBinCodesContainer::ReloadQdlBinCodes() {
+    if (const int err = SaveBinCodesContainer(false); err != KL::NoError)
+        return err;
+    if (const int err = ClearAllQdlBinCodes(); err != KL::NoError)
+        return err;
+    LoadBinCodesContainer(nullptr, nullptr);
+    return 0;
+}
+
+} // namespace LM
