@@ -242,6 +242,9 @@ int FileSystem::Move(const Location& from, const Location& to) {
 int FileSystem::Mount(FixedVFS* vfs, const Location& location) {
     if (vfs == nullptr || location.IsEmpty())
         return KL::ErrParam;
+    // A file may take a mount on whatever file system serves it: a container inside a container.
+    EntryType type = FolderEntryType;
+    const bool onFile = GetType(location, &type) == KL::NoError && type == FileEntryType;
     {
         std::unique_lock guard(mountLock);
         if (mounts.contains(location))
@@ -249,7 +252,7 @@ int FileSystem::Mount(FixedVFS* vfs, const Location& location) {
         for (const auto& [mountPoint, mounted] : mounts) {
             if (mounted == vfs)
                 return MountError;
-            if (mountPoint.IsAncestorOf(location) && !mounted->SubmountingEnabled())
+            if (mountPoint.IsAncestorOf(location) && !onFile && !mounted->SubmountingEnabled())
                 return MountError;
         }
         mounts.emplace(location, vfs);

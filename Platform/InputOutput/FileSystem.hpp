@@ -46,7 +46,8 @@ public:
     int Move(const Location& from, const Location& to);
 
     // Takes a file system on at `location` and then calls its Mounted. Refused (MountError) when
-    // something is mounted there already, or when the file system below does not allow mounts.
+    // something is mounted there already, or when `location` is no file and the file system below
+    // does not allow mounts on its folders.
     int Mount(FixedVFS* vfs, const Location& location);
     // Lets the file system at `location` go and calls its Unmounted; NotFoundError if none.
     int Unmount(const Location& location);

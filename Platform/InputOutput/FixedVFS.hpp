@@ -27,7 +27,8 @@ public:
     virtual int Connect(Location* location, FileEntry** entry) = 0;
     virtual void Disconnect(FileEntry* entry) = 0;
     virtual void Disconnect(FolderEntry* entry) = 0;
-    // True when other file systems may be mounted below this one's mount point.
+    // True when folders of this file system may become mount points of others. A file it serves
+    // may always take a mount, as a container file is mounted over itself.
     virtual bool SubmountingEnabled() const { return false; }
     // Called by the mount table after it took the file system on, and when it lets it go.
     virtual void Mounted(const Location& mountPoint);

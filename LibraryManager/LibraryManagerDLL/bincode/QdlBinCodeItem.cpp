@@ -23,22 +23,23 @@ int QdlBinCodeItem::Write(KL::OChannel& channel) const {
     return channel.GetStatus();
 }
 
+// Read into a fresh item first: a refused entry leaves this one as it was.
 int QdlBinCodeItem::Read(KL::IChannel& channel) {
+    QdlBinCodeItem read;
     std::int32_t type = 0;
-    id.mainGuid.Read(channel);
-    id.revGuid.Read(channel);
-    location.Read(channel);
+    read.id.mainGuid.Read(channel);
+    read.id.revGuid.Read(channel);
+    read.location.Read(channel);
     channel.Read(type);
-    for (std::int32_t* value : {&usedCount, &lastUsed, &codeSize, &ancestrySize, &codeOffset, &ancestryOffset})
+    for (std::int32_t* value : {&read.usedCount, &read.lastUsed, &read.codeSize, &read.ancestrySize,
+                                &read.codeOffset, &read.ancestryOffset})
         channel.Read(*value);
     if (const int err = channel.GetStatus(); err != KL::NoError)
         return err;
-    if (codeSize < 0 || ancestrySize < 0 || codeOffset < 0 || ancestryOffset < 0)
+    if (read.codeSize < 0 || read.ancestrySize < 0 || read.codeOffset < 0 || read.ancestryOffset < 0)
         return channel.SetStatus(KL::ErrStreamFormat);
-    scriptType = static_cast<QDL_ScriptType>(type);
-    code.Reset();
-    ancestry.Reset();
-    ancestryUpToDate = false;
+    read.scriptType = static_cast<QDL_ScriptType>(type);
+    *this = std::move(read);
     return KL::NoError;
 }
 

@@ -50,8 +50,6 @@ public:
 
     // Forgets the data but keeps the identity, so the next store reuses this index.
     void Reset();
-    bool HoldsData() const { return code != nullptr || ancestry != nullptr; }
-    bool HasData() const { return codeSize != 0 || ancestrySize != 0; }
 
     KL::UnID id;
     IO::Location location;

@@ -116,6 +116,8 @@ int QdlBinCodesContainer::SetQdlBinCode(int index, const KL::ConstSharedPtr<BinC
         return LibPartFileError;
     QdlBinCodeItem& item = items[static_cast<std::size_t>(index)];
     ReleaseData(item);
+    // The new data lies nowhere in the file.
+    item.codeOffset = item.ancestryOffset = 0;
     item.usedCount = 1;
     item.lastUsed = static_cast<std::int32_t>(TIGetTime());
     if (code != nullptr) {
@@ -182,7 +184,7 @@ unsigned QdlBinCodesContainer::GetLeastRecentLeastUsed(bool inMemoryOnly) const 
 
 // Eviction keeps sizes and offsets, so that a file-backed store can read the data back.
 int QdlBinCodesContainer::CheckAndFixMemoryUsage() {
-    if (memoryLimit == 0)
+    if (memoryLimit == 0 || saving)
         return 0;
     while (usedMemory > memoryLimit) {
         const unsigned candidate = GetLeastRecentLeastUsed(true);

@@ -7,8 +7,10 @@
 // temporary file and merges it into the cache file when no other program holds that.
 //
 // Invariants: item 0 is a reserved empty item. An item's offsets point into the open cache file,
-// or are 0; with no file open no data is read from disk. The container has no lock: the
-// catalogue's bin code lock guards every call that a script thread can make.
+// or are 0; with no file open no data is read from disk. While the cache file is open this
+// program holds a shared lock on the lock file beside it; only a program that holds that lock
+// alone replaces the cache file. The container has no lock of its own: the catalogue's bin code
+// lock guards every call that a script thread can make.
 #include "bincode/QdlBinCodeIndexArray.hpp"
 #include "bincode/QdlBinCodeItem.hpp"
 
@@ -52,7 +54,7 @@ public:
     IO::Location GetBinCodeFolder() const { return folder; }
     int GetMemoryLimit() const { return memoryLimit; }
     int GetFileLimit() const { return fileLimit; }
-    int GetUsedMemory() const { return usedMemory; }
+    std::int64_t GetUsedMemory() const { return usedMemory; }
     // Whether the constructor loaded a cache file.
     bool IsFileBacked() const { return fileBacked != 0; }
     TITime GetLastCompactionTime() const { return lastCompactionTime; }
@@ -124,12 +126,15 @@ private:
     void Touch(QdlBinCodeItem& item) const;
     // Brings in from the open file what the item keeps there; the ancestry comes along with the code.
     int ReadItemData(QdlBinCodeItem& item, bool wantCode);
-    IO::Location CacheFileLocation() const;
+    // The cache file's place, or with another extension that of the lock file beside it.
+    IO::Location CacheFileLocation(const char* extension = ".dat") const;
     // Closes the cache file; the offsets of the items go with it.
     void DetachCacheFile();
-    // This program's hold on the cache file: whoever holds it exclusively may replace it.
-    int TakeCacheFileForMerge();
-    int WriteCacheFile(const IO::Location& target, const KL::HashSet<int>& dropped);
+    // The advisory lock on the lock file beside the cache file: shared while this store reads the
+    // cache file, exclusive while it replaces it. A shared lock waits a while for a merge to end.
+    int AcquireLock(IO::FileEntry::LockMode mode);
+    void ReleaseLock();
+    int WriteCacheFile(const IO::Location& target, bool toCacheFile, const KL::HashSet<int>& dropped);
     int MergeOneTemporaryFile(const IO::Folder& binFolder, const IO::Name& name);
 
     int fileBacked = 0;
@@ -137,12 +142,17 @@ private:
     KL::HashTable<IO::Location, QdlBinCodeIndexArray> byLocation;
     KL::HashTable<KL::UnID, QdlBinCodeIndexArray> byId;
     KL::Array<IO::Name> temporaryNames;
-    int usedMemory = 0;
+    std::int64_t usedMemory = 0;
     int memoryLimit;
     int fileLimit;
     TITime lastCompactionTime = 0;
     IO::Location folder;
     std::unique_ptr<IO::File> cacheFile;
+    std::unique_ptr<IO::File> lockFile;
+    // A save reads in what it keeps and must not evict what it has not written yet.
+    bool saving = false;
+    // Set while a merge writes the cache file under the exclusive lock it took.
+    bool merging = false;
     const AncestryHierarchy* hierarchy = nullptr;
 };
 

@@ -17,9 +17,11 @@
 #include "KLUtils/ScratchFile.hpp"
 #include "LibraryManagerErrors.hpp"
 
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -34,31 +36,29 @@ constexpr std::uint32_t HeaderSize = 24;
 constexpr const char* DefaultCacheName = "Tectonix QdlBinCode";
 // The least an item takes in the table: two guids, an empty location, seven numbers.
 constexpr std::uint64_t MinItemSize = 16 + 16 + 4 + 7 * 4;
+// How long a starting program waits for another one's merge before it starts without the cache.
+constexpr auto SharedLockPatience = std::chrono::seconds(5);
+constexpr auto SharedLockRetry = std::chrono::milliseconds(20);
 
-struct FileHeader {
-    std::uint32_t itemCount = 0;
-    TITime lastCompaction = 0;
-};
-
-void EncodeHeader(const FileHeader& header, char (&bytes)[HeaderSize]) {
+void EncodeHeader(std::uint32_t itemCount, TITime lastCompaction, char (&bytes)[HeaderSize]) {
     std::memcpy(bytes, Magic, sizeof Magic);
     KL::StoreInOrder(bytes + 4, SecondMagic, KL::LittleEndianSign);
     KL::StoreInOrder(bytes + 8, FormatVersion, KL::LittleEndianSign);
     KL::StoreInOrder(bytes + 10, std::uint16_t{0}, KL::LittleEndianSign);
-    KL::StoreInOrder(bytes + 12, header.itemCount, KL::LittleEndianSign);
-    KL::StoreInOrder(bytes + 16, header.lastCompaction, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 12, itemCount, KL::LittleEndianSign);
+    KL::StoreInOrder(bytes + 16, lastCompaction, KL::LittleEndianSign);
     KL::StoreInOrder(bytes + 20, HeaderSize, KL::LittleEndianSign);
 }
 
-int DecodeHeader(const char (&bytes)[HeaderSize], FileHeader* header) {
+// The item count of the header is not used: the table's own count is read.
+int DecodeHeader(const char (&bytes)[HeaderSize], TITime* lastCompaction) {
     if (std::memcmp(bytes, Magic, sizeof Magic) != 0 ||
         KL::LoadInOrder<std::uint32_t>(bytes + 4, KL::LittleEndianSign) != SecondMagic ||
         KL::LoadInOrder<std::uint16_t>(bytes + 8, KL::LittleEndianSign) != FormatVersion ||
         KL::LoadInOrder<std::uint16_t>(bytes + 10, KL::LittleEndianSign) != 0 ||
         KL::LoadInOrder<std::uint32_t>(bytes + 20, KL::LittleEndianSign) != HeaderSize)
         return LibPartFileError;
-    header->itemCount = KL::LoadInOrder<std::uint32_t>(bytes + 12, KL::LittleEndianSign);
-    header->lastCompaction = KL::LoadInOrder<TITime>(bytes + 16, KL::LittleEndianSign);
+    *lastCompaction = KL::LoadInOrder<TITime>(bytes + 16, KL::LittleEndianSign);
     return KL::NoError;
 }
 
@@ -132,16 +132,38 @@ bool IsTemporaryName(const IO::Name& name) {
 
 } // namespace
 
-IO::Location QdlBinCodesContainer::CacheFileLocation() const {
+IO::Location QdlBinCodesContainer::CacheFileLocation(const char* extension) const {
     const KL::UniString& configured = GetLibraryManagerStrings().binCodeFileName;
     const KL::UniString base = configured.IsEmpty() ? KL::UniString(DefaultCacheName) : configured;
-    return folder + IO::Name(base + KL::UniString(".dat"));
+    return folder + IO::Name(base + KL::UniString(extension));
 }
 
 void QdlBinCodesContainer::DetachCacheFile() {
     cacheFile.reset();
     for (QdlBinCodeItem& item : items)
         item.codeOffset = item.ancestryOffset = 0;
+}
+
+// The lock lies on a file of its own that is never replaced: a lock on the cache file itself
+// would stay with the old file when a merge renames a new one into its place.
+int QdlBinCodesContainer::AcquireLock(IO::FileEntry::LockMode mode) {
+    if (lockFile == nullptr) {
+        auto opened = std::make_unique<IO::File>(CacheFileLocation(".lock"), IO::File::New);
+        if (const int err = opened->Open(IO::File::ReadMode); err != KL::NoError)
+            return err;
+        lockFile = std::move(opened);
+    }
+    const auto giveUp = std::chrono::steady_clock::now() + SharedLockPatience;
+    for (;;) {
+        const int result = lockFile->Lock(mode);
+        if (result != IO::LockedError || mode != IO::FileEntry::SharedLock || std::chrono::steady_clock::now() > giveUp)
+            return result;
+        std::this_thread::sleep_for(SharedLockRetry);
+    }
+}
+
+void QdlBinCodesContainer::ReleaseLock() {
+    lockFile.reset();
 }
 
 int QdlBinCodesContainer::ReadItemData(QdlBinCodeItem& item, bool wantCode) {
@@ -159,13 +181,9 @@ int QdlBinCodesContainer::ReadItemData(QdlBinCodeItem& item, bool wantCode) {
     const Part* parts[2] = {&code, &chain};
     for (int i = 0; i < 2; ++i) {
         const Part& part = *parts[i];
+        // The table was checked against the file when it was read; the file is never changed in place.
         if (!part.wanted || part.size == 0 || !part.missing || part.offset == 0)
             continue;
-        std::uint64_t length = 0;
-        if (const int err = cacheFile->GetDataLength(&length); err != KL::NoError)
-            return err;
-        if (static_cast<std::uint64_t>(part.offset) + static_cast<std::uint64_t>(part.size) > length)
-            return LibPartFileError;
         handles[i].Reset(BMAllocateHandle(part.size, 0, 0));
         if (handles[i].Get() == nullptr)
             return BMError();
@@ -191,6 +209,8 @@ int QdlBinCodesContainer::LoadBinCodesContainer(IO::File* file, Items* fileItems
         return LibPartFileError;
     std::unique_ptr<IO::File> own;
     if (file == nullptr) {
+        ClearAllQdlBinCodes();
+        DetachCacheFile();
         const IO::Location location = CacheFileLocation();
         IO::Name name;
         location.GetLastLocalName(&name);
@@ -200,27 +220,28 @@ int QdlBinCodesContainer::LoadBinCodesContainer(IO::File* file, Items* fileItems
         own = std::make_unique<IO::File>(location);
         file = own.get();
     }
-    int result = file->Open(IO::File::ReadMode);
-    // Others may read the file beside us; whoever wants to replace it needs it alone.
-    if (result == KL::NoError && own != nullptr)
-        result = file->Lock(IO::FileEntry::SharedLock);
-    char bytes[HeaderSize];
-    FileHeader header;
+    // Others may read the cache file beside us; whoever wants to replace it needs the lock alone.
+    int result = own != nullptr ? AcquireLock(IO::FileEntry::SharedLock) : KL::NoError;
     if (result == KL::NoError)
-        result = file->ReadBin(bytes, HeaderSize) == KL::NoError ? DecodeHeader(bytes, &header) : LibPartFileError;
+        result = file->Open(IO::File::ReadMode);
+    char bytes[HeaderSize];
+    TITime compaction = 0;
+    if (result == KL::NoError)
+        result = file->ReadBin(bytes, HeaderSize) == KL::NoError ? DecodeHeader(bytes, &compaction) : LibPartFileError;
     if (result == KL::NoError)
         result = ReadTable(*file, own != nullptr ? &items : fileItems);
     if (own == nullptr)
         return result;
     if (result == KL::NoError) {
-        lastCompactionTime = header.lastCompaction;
+        lastCompactionTime = compaction;
         cacheFile = std::move(own);
     } else {
         // What was read of a damaged table stays as index entries without data.
-        DetachCacheFile();
+        ReleaseLock();
         if (items.IsEmpty())
             items.PushNew();
-        items[0].Reset();
+        for (QdlBinCodeItem& item : items)
+            item.Reset();
     }
     for (int i = 1; i < static_cast<int>(items.GetSize()); ++i)
         AddBinCodeToIndex(i);
@@ -262,7 +283,8 @@ KL::HashSet<int> QdlBinCodesContainer::CompactBinCodesContainer() {
 
 // Header, the table with provisional offsets, the data of each kept item, then the table again
 // with the final offsets; its length does not change.
-int QdlBinCodesContainer::WriteCacheFile(const IO::Location& target, const KL::HashSet<int>& dropped) {
+int QdlBinCodesContainer::WriteCacheFile(const IO::Location& target, bool toCacheFile,
+                                         const KL::HashSet<int>& dropped) {
     std::vector<int> kept;
     std::vector<QdlBinCodeItem> table;
     for (int i = 0; i < static_cast<int>(items.GetSize()); ++i) {
@@ -278,7 +300,7 @@ int QdlBinCodesContainer::WriteCacheFile(const IO::Location& target, const KL::H
         return err;
     KL::OChannel& out = scratch.GetOutputChannel();
     char header[HeaderSize];
-    EncodeHeader({static_cast<std::uint32_t>(table.size()), lastCompactionTime}, header);
+    EncodeHeader(static_cast<std::uint32_t>(table.size()), lastCompactionTime, header);
     out.WriteBin(header, HeaderSize);
     if (const int err = WriteTable(out, table); err != KL::NoError)
         return err;
@@ -304,48 +326,45 @@ int QdlBinCodesContainer::WriteCacheFile(const IO::Location& target, const KL::H
         return err;
     if (const int err = WriteTable(scratch.GetOutputChannel(), table); err != KL::NoError)
         return err;
-    if (target == CacheFileLocation())
+    if (toCacheFile)
         DetachCacheFile();
     return scratch.MakePermanent();
 }
 
-// The cache file is opened with a shared lock while this store reads from it. Replacing it needs
-// the lock alone: while another program reads the file, ours waits as a temporary file.
-int QdlBinCodesContainer::TakeCacheFileForMerge() {
-    if (cacheFile == nullptr) {
-        cacheFile = std::make_unique<IO::File>(CacheFileLocation(), IO::File::New);
-        if (const int err = cacheFile->Open(IO::File::ReadMode); err != KL::NoError)
-            return err;
-    }
-    return cacheFile->Lock(IO::FileEntry::ExclusiveLock);
-}
-
+// Only the program that holds the lock alone replaces or removes the cache file; a nested save
+// of a merge already holds it. Eviction waits until the save is over, so that nothing is let go
+// before it is written.
 int QdlBinCodesContainer::SaveBinCodesContainer(bool toCacheFile) {
+    const bool nested = merging;
+    saving = true;
     const KL::HashSet<int> dropped = CompactBinCodesContainer();
-    if (items.GetSize() < 2) {
-        DetachCacheFile();
-        IO::fileSystem.Delete(CacheFileLocation());
-        return KL::NoError;
-    }
-    IO::Folder binFolder(folder, IO::Folder::Create);
-    if (const int err = binFolder.GetStatus(); err != KL::NoError)
-        return err;
-    IO::Name name;
     int result = KL::NoError;
-    if (toCacheFile) {
-        CacheFileLocation().GetLastLocalName(&name);
+    if (items.GetSize() < 2) {
+        if (AcquireLock(IO::FileEntry::ExclusiveLock) == KL::NoError)
+            IO::fileSystem.Delete(CacheFileLocation());
     } else {
-        const IO::Name base(KL::UniString(std::string(TempFilePrefix) + std::to_string(::getpid())));
-        result = binFolder.GenerateUnusedName(base, &name, KL::UniString(".dat"));
-    }
-    if (result == KL::NoError)
-        result = WriteCacheFile(folder + name, dropped);
-    if (!toCacheFile && result == KL::NoError) {
-        if (TakeCacheFileForMerge() == KL::NoError)
+        IO::Folder binFolder(folder, IO::Folder::Create);
+        IO::Name name;
+        result = binFolder.GetStatus();
+        if (result == KL::NoError && toCacheFile) {
+            CacheFileLocation().GetLastLocalName(&name);
+            result = AcquireLock(IO::FileEntry::ExclusiveLock);
+        } else if (result == KL::NoError) {
+            const IO::Name base(KL::UniString(std::string(TempFilePrefix) + std::to_string(::getpid())));
+            result = binFolder.GenerateUnusedName(base, &name, KL::UniString(".dat"));
+        }
+        if (result == KL::NoError)
+            result = WriteCacheFile(folder + name, toCacheFile, dropped);
+        // Without the lock another program reads the cache file: our temporary file waits for the
+        // next program that merges.
+        if (result == KL::NoError && !toCacheFile && AcquireLock(IO::FileEntry::ExclusiveLock) == KL::NoError)
             result = MergeQDLBinCodeFiles(binFolder, name);
-        // Otherwise another program holds the cache file; our temporary file waits for a later run.
     }
-    DetachCacheFile();
+    if (!nested) {
+        DetachCacheFile();
+        ReleaseLock();
+    }
+    saving = nested;
     return result;
 }
 
@@ -360,10 +379,10 @@ int QdlBinCodesContainer::MergeQDLBinCodeFiles(IO::Folder& binFolder, IO::Name& 
     temporaryNames.Clear();
     if (const int err = binFolder.Enumerate(SearchForTempFiles, this); err != KL::NoError)
         return err;
-    if (temporaryNames.GetSize() == 1) {
+    if (temporaryNames.GetSize() == 1 && temporaryNames[0] == ownName) {
         // Only our own: it becomes the cache file as it is.
         DetachCacheFile();
-        return IO::fileSystem.Move(folder + temporaryNames[0], CacheFileLocation());
+        return IO::fileSystem.Move(folder + ownName, CacheFileLocation());
     }
     std::unique_ptr<IO::File> aside = std::move(cacheFile);
     for (const IO::Name& name : temporaryNames) {
@@ -371,7 +390,9 @@ int QdlBinCodesContainer::MergeQDLBinCodeFiles(IO::Folder& binFolder, IO::Name& 
             MergeOneTemporaryFile(binFolder, name);
     }
     cacheFile = std::move(aside);
+    merging = true;
     const int result = SaveBinCodesContainer(true);
+    merging = false;
     if (result == KL::NoError) {
         for (const IO::Name& name : temporaryNames)
             binFolder.Delete(name);

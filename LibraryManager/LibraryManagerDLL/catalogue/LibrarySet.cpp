@@ -6,6 +6,7 @@
 #include "catalogue/LibraryErrorHandler.hpp"
 #include "catalogue/LibrarySetObserver.hpp"
 #include "containers/LibraryContainerVFSOptions.hpp"
+#include "containers/VirtualFileSystemRegistry.hpp"
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "lists/FolderSet.hpp"
 #include "lists/LibraryList.hpp"
@@ -13,6 +14,7 @@
 #include "walking/LibraryEnumerator.hpp"
 
 #include "InputOutput/FileSystem.hpp"
+#include "InputOutput/FixedVFS.hpp"
 #include "InputOutput/Folder.hpp"
 #include "KLRoot/DebugChannel.hpp"
 #include "KLRoot/Exceptions.hpp"
@@ -111,7 +113,36 @@ void LibrarySet::ActiveLibrariesChanged() {
     SendLibraryListChanged();
 }
 
-int LibrarySet::AddActiveLibrary(KL::ProcessControl&, const IO::Location& location, LibraryMode mode,
+// A library whose location is a file is a container: the host may mount a file system of its own
+// on it, otherwise a container file is mounted. A library that can be opened neither way stays in
+// the list, but walks are not tried on it.
+bool LibrarySet::MakeReachable(KL::ProcessControl& process, const IO::Location& location) {
+    if (IO::Folder(location).GetStatus() == 0)
+        return true;
+    IO::EntryType type = IO::FolderEntryType;
+    if (IO::fileSystem.GetType(location, &type) != 0 || type != IO::FileEntryType)
+        return false;
+    const LibraryManagerCallBacks& callBacks = GetLibraryManagerCallBacks();
+    IO::FixedVFS* hostFileSystem = callBacks.createLibraryVFS != nullptr ? callBacks.createLibraryVFS(location) : nullptr;
+    if (hostFileSystem != nullptr) {
+        if (callBacks.setMountProgress != nullptr)
+            callBacks.setMountProgress(hostFileSystem, &process);
+        const bool mounted = IO::fileSystem.Mount(hostFileSystem, location) == 0;
+        if (callBacks.setMountProgress != nullptr)
+            callBacks.setMountProgress(mounted ? hostFileSystem : nullptr, nullptr);
+        if (!mounted) {
+            delete hostFileSystem;
+            return false;
+        }
+        AddVirtualFileSystem(location, hostFileSystem);
+    } else if (!CreateAndMountContainerFileSystem(process, location, &GetLibraryContainerVFSOptions())) {
+        return false;
+    }
+    AddMountedVFS(location);
+    return IO::Folder(location).GetStatus() == 0;
+}
+
+int LibrarySet::AddActiveLibrary(KL::ProcessControl& process, const IO::Location& location, LibraryMode mode,
                                  VitalMode vital, const KL::Guid& guid, const KL::UniString& langCode,
                                  bool collapseLongBranches) {
     isEnumerated = false;
@@ -119,9 +150,8 @@ int LibrarySet::AddActiveLibrary(KL::ProcessControl&, const IO::Location& locati
         activeLibraries = new LibraryList;
     const int result =
         activeLibraries->AddLibrary(location, mode, vital, guid, langCode, collapseLongBranches);
-    // A library whose folder cannot be opened now stays in the list, but walks are not tried on it.
     if (LibraryItem* item = GetItem(result))
-        item->SetReachable(IO::Folder(location).GetStatus() == 0);
+        item->SetReachable(MakeReachable(process, location));
     ActiveLibrariesChanged();
     return result;
 }

@@ -328,6 +328,7 @@ private:
     bool IsValidFolder(int folder) const;
     void NotifyObservers(void (LibrarySetObserver::*notification)());
     void ActiveLibrariesChanged();
+    bool MakeReachable(KL::ProcessControl& process, const IO::Location& location);
     void ReleaseMountedFileSystems();
     int EnumerateLibraries(KL::ProcessControl& process);
     void StartNewCatalogue();

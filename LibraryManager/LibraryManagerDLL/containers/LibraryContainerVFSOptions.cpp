@@ -15,8 +15,4 @@ LibraryContainerVFSOptions::LibraryContainerVFSOptions(const IO::Location& unzip
 
 LibraryContainerVFSOptions::~LibraryContainerVFSOptions() = default;
 
-// Until mounts are shared between users, the catalogue is a mount's only user and releasing it
-// unmounts it.
-bool ReleaseVirtualFileSystem(const IO::Location& location) { return IO::fileSystem.Unmount(location) == 0; }
-
 } // namespace LM

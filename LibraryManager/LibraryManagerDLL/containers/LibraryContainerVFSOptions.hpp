@@ -22,7 +22,4 @@ private:
     IO::Location unzipTempFolderLoc;
 };
 
-// Gives up the catalogue's claim on a file system it mounted during a walk.
-LM_EXPORT bool ReleaseVirtualFileSystem(const IO::Location& location);
-
 } // namespace LM

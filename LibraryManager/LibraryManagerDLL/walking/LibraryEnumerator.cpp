@@ -2,7 +2,8 @@
 
 #include "catalogue/IServerLibraryCollection.hpp"
 #include "catalogue/LibrarySet.hpp"
-#include "containers/ContainerMount.hpp"
+#include "LibraryContainerVFS.hpp"
+#include "containers/VirtualFileSystemRegistry.hpp"
 #include "lists/FolderSet.hpp"
 
 #include "InputOutput/File.hpp"
@@ -17,9 +18,10 @@ namespace {
 
 const KL::UniString ContainerExtension("LCF");
 
-// The only file systems a walk meets below a library are containers: those it mounts itself and
-// those the host mounts through createLibraryVFS.
-bool IsOnContainerFileSystem(const IO::Folder& folder) { return folder.GetOwnerFileSystem() != nullptr; }
+// Told by the file system's kind: a host may mount file systems of its own below a library.
+bool IsOnContainerFileSystem(const IO::Folder& folder) {
+    return dynamic_cast<const LibraryContainerVFS*>(folder.GetOwnerFileSystem()) != nullptr;
+}
 
 TITime ModificationTimeOf(const IO::Location& location) {
     TITime modTime = 0;
@@ -73,7 +75,7 @@ bool LibraryEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
     if (cacheEntries != nullptr && !insideContainer)
         RecordCacheEntry(location, ModificationTimeOf(location));
     if (!IO::fileSystem.IsMountPoint(location) &&
-        CreateAndMountContainerFileSystem(processControl, location, librarySet->GetLibraryContainerVFSOptions()))
+        CreateAndMountContainerFileSystem(processControl, location, &librarySet->GetLibraryContainerVFSOptions()))
         librarySet->AddMountedVFS(location);
     return false;
 }

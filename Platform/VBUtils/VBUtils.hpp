@@ -1,0 +1,4 @@
+#pragma once
+
+// The object file systems' utilities that the component uses.
+#include "VBUtils/DateTime.hpp"
