@@ -144,8 +144,6 @@ int LibraryContainerVFS::ProcessFile(KL::IChannel&, IO::File* file, const FileEn
     if (file == nullptr)
         return LibPartFileError;
     const IO::Location location = Joined(base, relative);
-    if (fileTable.ContainsKey(location))
-        return 0;
     std::unique_ptr<FolderData>* parent = folderTable.GetPtr(ParentOf(location));
     if (parent == nullptr)
         throw KL::IllegalArgumentException("A container file without its folder.", __FILE__, __LINE__);
@@ -163,8 +161,10 @@ int LibraryContainerVFS::ProcessFile(KL::IChannel&, IO::File* file, const FileEn
     if (const int err = file->GetPosition(&data->contentPosition); err != KL::NoError)
         return LibPartFileError;
     data->owner = subContainerStack.GetLast();
-    (*parent)->files.Put(LastNameOf(location), data.get());
-    fileTable.Put(location, std::move(data));
+    // The first file of a path wins.
+    FileData* entered = data.get();
+    if (fileTable.Add(location, std::move(data)))
+        (*parent)->files.Put(LastNameOf(location), entered);
     return 0;
 }
 

@@ -93,9 +93,9 @@ int Session::Open(const Arguments& arguments, const Options& options) {
         std::error_code error;
         const std::optional<IO::Location> location = PathToLocation(path);
         if (!location || !std::filesystem::exists(path, error))
-            return Complain(arguments, path + ": no such folder", ExitFailure);
-        if (!std::filesystem::is_directory(path, error))
-            return Complain(arguments, path + ": not a folder", ExitFailure);
+            return Complain(arguments, path + ": no such folder or file", ExitFailure);
+        if (!std::filesystem::is_directory(path, error) && !LM::CheckIfContainer(*location))
+            return Complain(arguments, path + ": neither a folder nor a container file", ExitFailure);
         libraries.Push(*location);
     }
     if (manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr) != 0)

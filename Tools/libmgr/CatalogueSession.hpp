@@ -68,7 +68,8 @@ template <typename Work>
 int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help,
                    std::initializer_list<const char*> valueOptions, Work work) {
     if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr " << help.usage << "\n\n" << help.text;
+        std::cout << "Usage: libmgr " << help.usage << "\n\n"
+                  << help.text << "A LIB is a library folder, or a container file (.lcf) of one.\n";
         return ExitSuccess;
     }
     int exitCode = ExitSuccess;

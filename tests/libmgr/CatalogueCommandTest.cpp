@@ -1,6 +1,7 @@
 // libmgr's catalogue commands as a host engineer or library author runs them: on the sample
 // library, with --json for scripts, and on paths that are not libraries.
 #include "libmgr/ToolRun.hpp"
+#include "support/ContainerBytes.hpp"
 #include "support/ScratchFolder.hpp"
 
 #include <gtest/gtest.h>
@@ -33,6 +34,32 @@ TEST(CatalogueCommands, EnumerateSummarisesTheSampleLibrary) {
     // Round Table by id; the two Lamp revisions conflict, and share a name with different ids.
     EXPECT_EQ(summary["duplicates"], 3);
     EXPECT_EQ(summary["duplicatesByKind"]["id"], 1);
+}
+
+// The sample library packed as a container file lists as the folder does, place for place.
+TEST(CatalogueCommands, AContainerFileIsALibraryToo) {
+    ScratchFolder scratch;
+    bool compress = false;
+    scratch.Write("library.lcf",
+                  testsupport::LcfBytes().Build({testsupport::LcfNode::FromFolder(LM_SAMPLE_LIBRARY_DIR, &compress)}));
+    const std::string container = (scratch.Path() / "library.lcf").string();
+    const ToolRun packed = RunLibmgr(scratch, {"list", "--json", "-q", container});
+    const ToolRun folder = RunLibmgr(scratch, {"list", "--json", "-q", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(packed.exitCode, 0) << packed.err;
+    ASSERT_EQ(folder.exitCode, 0) << folder.err;
+    const auto places = [](const std::string& out, const std::string& root) {
+        std::multiset<std::string> lines;
+        for (nlohmann::json part : nlohmann::json::parse(out)) {
+            const std::string location = part["location"].get<std::string>();
+            EXPECT_EQ(location.rfind(root, 0), 0U) << location;
+            part["location"] = location.substr(root.size());
+            part.erase("display");
+            part.erase("folder");
+            lines.insert(part.dump());
+        }
+        return lines;
+    };
+    EXPECT_EQ(places(packed.out, container + "/library"), places(folder.out, LM_SAMPLE_LIBRARY_DIR));
 }
 
 TEST(CatalogueCommands, ListShowsEveryPartWithItsFields) {
@@ -86,12 +113,12 @@ TEST(CatalogueCommands, BadLibrariesAndBadUsageGetOneClearLine) {
     const ToolRun noFolder = RunLibmgr(scratch, {"enumerate", missing});
     EXPECT_EQ(noFolder.exitCode, 1);
     EXPECT_EQ(noFolder.out, "");
-    EXPECT_EQ(noFolder.err, "libmgr enumerate: " + missing + ": no such folder\n");
+    EXPECT_EQ(noFolder.err, "libmgr enumerate: " + missing + ": no such folder or file\n");
 
     const std::string file = (scratch.Path() / "file.txt").string();
     const ToolRun notFolder = RunLibmgr(scratch, {"list", file});
     EXPECT_EQ(notFolder.exitCode, 1);
-    EXPECT_EQ(notFolder.err, "libmgr list: " + file + ": not a folder\n");
+    EXPECT_EQ(notFolder.err, "libmgr list: " + file + ": neither a folder nor a container file\n");
 
     const ToolRun noLibrary = RunLibmgr(scratch, {"tree"});
     EXPECT_EQ(noLibrary.exitCode, 2);

@@ -5,7 +5,11 @@
 // folder or a file; fields a test wants to get wrong can be set directly.
 #include <LibraryManager.hpp>
 
+#include <algorithm>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -33,6 +37,7 @@ struct LcfNode {
     bool zeroBlockLength = false; // old files leave the block length 0
     std::int64_t rawNameLength = -1; // -1: the encoded name's length
     bool headerOnly = false;         // a block header and nothing else, for unknown tags
+    std::string rawNameField;        // when set, the name field's bytes as they stand
 
     static LcfNode Folder(std::string name, std::vector<LcfNode> children = {}) {
         LcfNode node;
@@ -40,6 +45,22 @@ struct LcfNode {
         node.isFolder = true;
         node.children = std::move(children);
         return node;
+    }
+    // A folder on disk as container nodes, every other file compressed when `compress` is given.
+    static LcfNode FromFolder(const std::filesystem::path& path, bool* compress = nullptr) {
+        if (std::filesystem::is_directory(path)) {
+            LcfNode folder = Folder(path.filename().string());
+            std::vector<std::filesystem::path> entries(std::filesystem::directory_iterator(path), {});
+            std::sort(entries.begin(), entries.end());
+            for (const std::filesystem::path& entry : entries)
+                folder.children.push_back(FromFolder(entry, compress));
+            return folder;
+        }
+        std::ifstream stream(path, std::ios::binary);
+        std::string content{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+        if (compress != nullptr)
+            *compress = !*compress;
+        return File(path.filename().string(), std::move(content), compress != nullptr && *compress);
     }
     static LcfNode File(std::string name, std::string content, bool compressed = false) {
         LcfNode node;
@@ -120,7 +141,7 @@ private:
     std::string Node(const LcfNode& node) const {
         if (node.headerOnly)
             return Chunk(node.tag, 0, 0, "");
-        const std::string name = NameField(node.name);
+        const std::string name = node.rawNameField.empty() ? NameField(node.name) : node.rawNameField;
         const auto nameLength =
             static_cast<std::uint32_t>(node.rawNameLength >= 0 ? node.rawNameLength : std::int64_t(name.size()));
         const std::string infos = node.infos.empty() ? "" : InfoBlock(node.infos);

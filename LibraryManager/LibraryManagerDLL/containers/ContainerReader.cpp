@@ -28,6 +28,7 @@ constexpr std::uint32_t LocalNameBufferSize = 1024;
 // Polls the process control at every sixteenth file.
 constexpr std::uint32_t CancelPollMask = 0xF;
 constexpr int SoftFailure = ILibraryContainerProcessor::SoftFailure;
+constexpr std::uint64_t RecordReadAhead = 4096;
 
 bool ReadNestedFolderPreference() {
     bool check = true;
@@ -97,6 +98,10 @@ bool ContainerReader::ReadHeader(KL::IChannel& source) {
 int ContainerReader::Read(KL::ProcessControl& process, KL::IChannel& source, const IO::Location& base) {
     channel = &source;
     file = dynamic_cast<IO::File*>(&source);
+    // The walk reads records and jumps over contents: reading far ahead would pull in the very
+    // bytes it skips, and make a mount cost by bytes instead of by entries.
+    if (file != nullptr)
+        file->SetReadAhead(RecordReadAhead);
     const bool ownsProgress = KL::Thread::IsMain() && !process.IsProcessRunning();
     if (ownsProgress) {
         process.StartProcess(ExtractionProcessId);
