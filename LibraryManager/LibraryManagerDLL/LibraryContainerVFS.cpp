@@ -48,7 +48,8 @@ int Inflate(KL::IChannel& compressed, std::uint32_t length, KL::OChannel& out) {
     std::vector<char> buffer(CopyBufferSize);
     for (std::uint64_t left = length; left > 0;) {
         std::uint64_t got = 0;
-        if (const int err = inflated.ReadUpTo(buffer.data(), std::min<std::uint64_t>(left, buffer.size()), &got);
+        if (const int err =
+                inflated.ReadUpTo(buffer.data(), std::min<std::uint64_t>(left, buffer.size()), &got);
             err != KL::NoError)
             return err;
         if (got == 0)
@@ -79,6 +80,9 @@ void LibraryContainerVFS::Mounted(const IO::Location& location) {
 }
 
 int LibraryContainerVFS::Mounted(KL::ProcessControl& process, const IO::Location& location, IO::File& file) {
+    // A walk again after one that failed starts from clean tables.
+    if (connectedCount == 0)
+        CleanUp();
     containerFile = std::make_unique<IO::File>(location);
     TITime time = 0;
     if (containerFile->GetCreationTime(&time) == KL::NoError)
@@ -105,9 +109,9 @@ int LibraryContainerVFS::Mounted(KL::ProcessControl& process, const IO::Location
 }
 
 // The first folder of a path wins: a later one of the same path is dropped with its infos.
-int LibraryContainerVFS::ProcessFolder(KL::IChannel&, IO::File* file, const FolderEntry&, const IO::Location& base,
-                                       const IO::RelativeLocation& relative, bool subContainer,
-                                       const KL::Array<InfoData*>* infos) {
+int LibraryContainerVFS::ProcessFolder(KL::IChannel&, IO::File* file, const FolderEntry&,
+                                       const IO::Location& base, const IO::RelativeLocation& relative,
+                                       bool subContainer, const KL::Array<InfoData*>* infos) {
     if (file == nullptr)
         return LibPartFileError;
     const IO::Location location = Joined(base, relative);
@@ -121,7 +125,7 @@ int LibraryContainerVFS::ProcessFolder(KL::IChannel&, IO::File* file, const Fold
     if (!folderTable.ContainsKey(location)) {
         const std::unique_ptr<FolderData>* parent = folderTable.GetPtr(ParentOf(location));
         if (parent == nullptr)
-            throw KL::IllegalArgumentException("A container folder without its parent.", __FILE__, __LINE__);
+            return LibPartFileError;
         (*parent)->subfolders.Put(LastNameOf(location), entered);
         folderTable.Put(location, std::move(folder));
     }
@@ -131,7 +135,8 @@ int LibraryContainerVFS::ProcessFolder(KL::IChannel&, IO::File* file, const Fold
     return 0;
 }
 
-void LibraryContainerVFS::FolderEntered(const FolderEntry&, const IO::Location&, const IO::RelativeLocation&, bool) {}
+void LibraryContainerVFS::FolderEntered(const FolderEntry&, const IO::Location&, const IO::RelativeLocation&,
+                                        bool) {}
 
 void LibraryContainerVFS::FolderExited(const FolderEntry&, const IO::Location&, const IO::RelativeLocation&,
                                        bool subContainer) {
@@ -139,14 +144,15 @@ void LibraryContainerVFS::FolderExited(const FolderEntry&, const IO::Location&, 
         subContainerStack.DeleteLast();
 }
 
-int LibraryContainerVFS::ProcessFile(KL::IChannel&, IO::File* file, const FileEntry& entry, const IO::Location& base,
-                                     const IO::RelativeLocation& relative, const KL::Array<InfoData*>* infos) {
+int LibraryContainerVFS::ProcessFile(KL::IChannel&, IO::File* file, const FileEntry& entry,
+                                     const IO::Location& base, const IO::RelativeLocation& relative,
+                                     const KL::Array<InfoData*>* infos) {
     if (file == nullptr)
         return LibPartFileError;
     const IO::Location location = Joined(base, relative);
     std::unique_ptr<FolderData>* parent = folderTable.GetPtr(ParentOf(location));
     if (parent == nullptr)
-        throw KL::IllegalArgumentException("A container file without its folder.", __FILE__, __LINE__);
+        return LibPartFileError;
     auto data = std::make_unique<FileData>();
     data->location = location;
     data->macType = static_cast<std::uint32_t>(entry.macType);
@@ -187,7 +193,8 @@ int LibraryContainerVFS::Connect(IO::Location* location, IO::FileEntry** entry) 
         return NoSuchEntry;
     FileData* data = found->get();
     if (data->isZipped) {
-        if (data->unzippedLocation.IsEmpty() && ExtractZippedFile(data, &data->unzippedLocation) != KL::NoError) {
+        if (data->unzippedLocation.IsEmpty() &&
+            ExtractZippedFile(data, &data->unzippedLocation) != KL::NoError) {
             data->unzippedLocation.Clear();
             return NoSuchEntry;
         }
@@ -271,7 +278,8 @@ int LibraryContainerVFS::ExtractZippedFile(const FileData* data, IO::Location* o
         return err;
     if (const int err = containerFile->SetPosition(data->contentPosition); err != KL::NoError)
         return err;
-    if (const int err = Inflate(*containerFile, data->dataLength, copy.GetOutputChannel()); err != KL::NoError)
+    if (const int err = Inflate(*containerFile, data->dataLength, copy.GetOutputChannel());
+        err != KL::NoError)
         return err;
     if (const int err = copy.MakePermanent(); err != KL::NoError)
         return err;

@@ -90,13 +90,13 @@ public:
     void SetProcessControl(KL::ProcessControl* process) { processControl = process; }
 
     // The walk's receiving side.
-    int ProcessFolder(KL::IChannel& channel, IO::File* file, const FolderEntry& folder, const IO::Location& base,
-                      const IO::RelativeLocation& relative, bool subContainer,
+    int ProcessFolder(KL::IChannel& channel, IO::File* file, const FolderEntry& folder,
+                      const IO::Location& base, const IO::RelativeLocation& relative, bool subContainer,
                       const KL::Array<InfoData*>* infos) override;
-    void FolderEntered(const FolderEntry& folder, const IO::Location& base, const IO::RelativeLocation& relative,
-                       bool subContainer) override;
-    void FolderExited(const FolderEntry& folder, const IO::Location& base, const IO::RelativeLocation& relative,
-                      bool subContainer) override;
+    void FolderEntered(const FolderEntry& folder, const IO::Location& base,
+                       const IO::RelativeLocation& relative, bool subContainer) override;
+    void FolderExited(const FolderEntry& folder, const IO::Location& base,
+                      const IO::RelativeLocation& relative, bool subContainer) override;
     int ProcessFile(KL::IChannel& channel, IO::File* file, const FileEntry& entry, const IO::Location& base,
                     const IO::RelativeLocation& relative, const KL::Array<InfoData*>* infos) override;
 
@@ -123,7 +123,7 @@ private:
     IO::Location ownLocation;
     std::unique_ptr<IO::File> containerFile;
     KL::Array<FolderData*> subContainerStack;
-    int connectedCount = 0;
+    std::atomic<int> connectedCount = 0;
     TITime creationTime = 0;
     TITime modificationTime = 0;
     bool onLocalVolume = false;

@@ -110,6 +110,10 @@ int FileSystem::GetSpecialLocation(SpecLocId id, Location* location) const {
 
 FixedVFS* FileSystem::GetServingVFS(const Location& location, bool includeSelf) const {
     std::shared_lock guard(mountLock);
+    return FindServingLocked(location, includeSelf);
+}
+
+FixedVFS* FileSystem::FindServingLocked(const Location& location, bool includeSelf) const {
     if (mounts.empty() || location.IsEmpty())
         return nullptr;
     Location candidate = location;
@@ -123,6 +127,27 @@ FixedVFS* FileSystem::GetServingVFS(const Location& location, bool includeSelf) 
     }
 }
 
+template <typename Entry>
+int FileSystem::ConnectMounted(const Location& location, bool includeSelf, Entry** entry,
+                               FixedVFS** owner) const {
+    FixedVFS* vfs = nullptr;
+    {
+        std::shared_lock guard(mountLock);
+        vfs = FindServingLocked(location, includeSelf);
+        if (vfs == nullptr)
+            return NotMounted;
+        const std::lock_guard count(inFlightLock);
+        ++inFlight;
+    }
+    const int result = ConnectThrough(*vfs, location, entry, owner);
+    {
+        const std::lock_guard count(inFlightLock);
+        --inFlight;
+    }
+    inFlightDone.notify_all();
+    return result;
+}
+
 int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVFS** owner) const {
     if (entry == nullptr || owner == nullptr)
         return KL::ErrParam;
@@ -130,8 +155,8 @@ int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVF
     *owner = nullptr;
     if (location.IsEmpty() || location.GetLength() == 0)
         return InvalidLocationError;
-    if (FixedVFS* vfs = GetServingVFS(location, false))
-        return ConnectThrough(*vfs, location, entry, owner);
+    if (const int mounted = ConnectMounted(location, false, entry, owner); mounted != NotMounted)
+        return mounted;
     std::string path = location.ToString();
     struct stat info {};
     if (const int err = StatLocal(path, &info); err != KL::NoError)
@@ -149,8 +174,8 @@ int FileSystem::ConnectFolder(const Location& location, FolderEntry** entry, Fix
     *owner = nullptr;
     if (location.IsEmpty())
         return InvalidLocationError;
-    if (FixedVFS* vfs = GetServingVFS(location, true))
-        return ConnectThrough(*vfs, location, entry, owner);
+    if (const int mounted = ConnectMounted(location, true, entry, owner); mounted != NotMounted)
+        return mounted;
     std::string path = location.ToString();
     struct stat info {};
     if (const int err = StatLocal(path, &info); err != KL::NoError)
@@ -271,6 +296,10 @@ int FileSystem::Unmount(const Location& location) {
             return NotFoundError;
         vfs = found->second;
         mounts.erase(found);
+    }
+    {
+        std::unique_lock count(inFlightLock);
+        inFlightDone.wait(count, [this] { return inFlight == 0; });
     }
     vfs->Unmounted();
     return KL::NoError;

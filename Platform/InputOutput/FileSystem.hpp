@@ -4,7 +4,9 @@
 #include "InputOutput/Location.hpp"
 #include "KLRoot/KLExport.hpp"
 
+#include <condition_variable>
 #include <map>
+#include <mutex>
 #include <shared_mutex>
 
 namespace IO {
@@ -66,8 +68,19 @@ public:
     FixedVFS* GetServingVFS(const Location& location, bool includeSelf) const;
 
 private:
+    FixedVFS* FindServingLocked(const Location& location, bool includeSelf) const;
+    // NotMounted when no file system serves the location. Connects through a mounted file system
+    // outside the mount lock; Unmount waits until those
+    // under way are done, so a file system let go is never entered again.
+    template <typename Entry>
+    int ConnectMounted(const Location& location, bool includeSelf, Entry** entry, FixedVFS** owner) const;
+
     std::map<Location, FixedVFS*> mounts;
+    static constexpr int NotMounted = 1;
     mutable std::shared_mutex mountLock;
+    mutable std::mutex inFlightLock;
+    mutable std::condition_variable inFlightDone;
+    mutable int inFlight = 0;
 };
 
 // The one file system of the process.

@@ -17,8 +17,10 @@ TITime Clamp(std::int64_t seconds) {
 
 } // namespace
 
+// Clamped before the shift, so that no stored count, however far off, overflows on the way.
 TITime TIFromUnixTime(std::int64_t seconds) {
-    return Clamp(seconds - EpochUnixSeconds);
+    return Clamp(std::clamp<std::int64_t>(seconds, -(std::int64_t{1} << 40), std::int64_t{1} << 40) -
+                 EpochUnixSeconds);
 }
 
 std::int64_t TIToUnixTime(TITime time) {

@@ -35,6 +35,18 @@ std::size_t DuplicateCount(Session& session) {
            reports.GetRevisionConflicts().GetSize() + reports.GetSameNameDifferentContents().GetSize();
 }
 
+// Each library with how this run read it: from its cache, or by a walk.
+nlohmann::json LibraryPassesJson(Session& session) {
+    nlohmann::json passes = nlohmann::json::array();
+    for (int i = 0; i < session.Set().GetActiveLibraryNum(); ++i) {
+        IO::Location location;
+        session.Set().GetActiveLibraryLocation(i, &location);
+        passes.push_back({{"location", location.ToString()},
+                          {"pass", session.Set().IsLibraryReplayed(i) ? "replayed" : "walked"}});
+    }
+    return passes;
+}
+
 nlohmann::json SummaryJson(Session& session) {
     const Counts counts = CountParts(session);
     const LM::DefLibraryErrorHandler& reports = session.Reports();
@@ -49,7 +61,8 @@ nlohmann::json SummaryJson(Session& session) {
               {"name", reports.GetNameDuplicates().GetSize()},
               {"revisionConflicts", reports.GetRevisionConflicts().GetSize()},
               {"sameNameDifferentContent", reports.GetSameNameDifferentContents().GetSize()}}},
-            {"seconds", session.GetSeconds()}};
+            {"seconds", session.GetSeconds()},
+            {"libraryPasses", LibraryPassesJson(session)}};
 }
 
 void PrintSummary(Session& session, std::ostream& out) {
@@ -63,6 +76,9 @@ void PrintSummary(Session& session, std::ostream& out) {
         << kinds["revisionConflicts"] << " revision conflicts, " << kinds["sameNameDifferentContent"]
         << " same name with different content\n"
         << "time        " << std::fixed << std::setprecision(3) << session.GetSeconds() << " s\n";
+    for (const nlohmann::json& pass : summary["libraryPasses"])
+        out << "library     " << pass["location"].get<std::string>() << "  "
+            << pass["pass"].get<std::string>() << '\n';
     out.unsetf(std::ios::floatfield);
 }
 
@@ -174,8 +190,9 @@ int RunEnumerateCommand(const Arguments& arguments) {
         "enumerate LIB... [--json] [-q]",
         "Enumerates the libraries and prints a summary: libraries, parts (valid and dummy),\n"
         "folders, duplicates by kind, and the time taken.\n\n"
+        "Then one line per library: replayed from the library cache, or walked.\n\n"
         "  --json   one JSON object with libraries, parts, validParts, dummyParts, folders,\n"
-        "           duplicates, duplicatesByKind and seconds\n"
+        "           duplicates, duplicatesByKind, seconds and libraryPasses\n"
         "  -q       no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         if (options.json)

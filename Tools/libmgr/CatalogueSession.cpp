@@ -65,6 +65,8 @@ std::optional<Options> ParseOptions(const Arguments& arguments,
             options.json = true;
         } else if (value == "-q" || value == "--quiet") {
             options.quiet = true;
+        } else if (value == "--no-cache") {
+            options.noCache = true;
         } else if (takesValue) {
             if (i + 1 == values.size()) {
                 *exitCode = Complain(arguments,
@@ -98,7 +100,9 @@ int Session::Open(const Arguments& arguments, const Options& options) {
             return Complain(arguments, path + ": neither a folder nor a container file", ExitFailure);
         libraries.Push(*location);
     }
-    if (manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr) != 0)
+    const LM::BinaryCachingMode caching =
+        options.noCache ? LM::BinaryCachingInMemory : LM::BinaryCachingOnDisk;
+    if (manager.InitLibraryManager(caching, nullptr, nullptr, nullptr) != 0)
         return Complain(arguments, "the library manager did not start", ExitFailure);
     TerminalProgress progress(!options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1);
     const auto start = std::chrono::steady_clock::now();

@@ -21,6 +21,8 @@ struct Options {
     std::map<std::string, std::string> values;
     bool json = false;
     bool quiet = false;
+    // Neither replays from nor writes to the library cache and the compiled script cache.
+    bool noCache = false;
 
     const std::string* Value(const std::string& name) const;
 };
@@ -69,7 +71,10 @@ int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help,
                    std::initializer_list<const char*> valueOptions, Work work) {
     if (arguments.WantsHelp()) {
         std::cout << "Usage: libmgr " << help.usage << "\n\n"
-                  << help.text << "A LIB is a library folder, or a container file (.lcf) of one.\n";
+                  << help.text
+                  << "  --no-cache   walk every library: neither replay nor write the library cache\n\n"
+                     "A LIB is a library folder, or a container file (.lcf) of one. Unchanged\n"
+                     "libraries are replayed from the cache in the user cache folder.\n";
         return ExitSuccess;
     }
     int exitCode = ExitSuccess;

@@ -57,8 +57,8 @@ protected:
             if (Set().GetSymbolAncestryInfo(part, &ancestry) == 0)
                 for (unsigned k = 1; k <= ancestry.GetAncestorsCount(); ++k)
                     chain += " < " + ancestry.GetAncestorRef(k).mainGuid.ToString().substr(0, 8);
-            lines.push_back(place + " " + part->GetDocumentName().ToUTF8() + (part->IsValid() ? "" : " (dummy)") +
-                            chain);
+            lines.push_back(place + " " + part->GetDocumentName().ToUTF8() +
+                            (part->IsValid() ? "" : " (dummy)") + chain);
         }
         std::sort(lines.begin(), lines.end());
         return lines;
@@ -96,20 +96,21 @@ TEST_F(ContainerLibrary, ContainersInsideALibraryAndInsideContainersAreWalked) {
     scratch.Write("Host/Packed/Lib.lcf", inner);
     scratch.Write("Host/own.txt", "own");
     scratch.Write("Host/Outer.LCF",
-                  LcfBytes().Build({LcfNode::Folder("Outer", {LcfNode::File("Nested.lcf", inner),
-                                                              LcfNode::File("outer.txt", "outer")})}));
+                  LcfBytes().Build({LcfNode::Folder(
+                      "Outer", {LcfNode::File("Nested.lcf", inner), LcfNode::File("outer.txt", "outer")})}));
     AddLibrary("Host");
     ASSERT_EQ(Set().Enumerate(process), 0);
     // The walk goes by name: the outer container comes first, so the nested copies win and the
     // packed ones are their duplicates.
     const IO::Location nested = scratch.Location("Host/Outer.LCF/Outer/Nested.lcf");
-    EXPECT_EQ(CatalogueBelow({scratch.Location("Host"), nested}),
-              (std::vector<std::string>{"Objects/Chair.klm Chair < " + TestId(1).mainGuid.ToString().substr(0, 8),
-                                        "Objects/Tables/Round Table.klm Round Table < " +
-                                            TestId(3).mainGuid.ToString().substr(0, 8),
-                                        "Objects/Tables/Table.klm Table < " + TestId(1).mainGuid.ToString().substr(0, 8),
-                                        "Objects/readme.txt readme", "Outer.LCF/Outer/outer.txt outer",
-                                        "Templates/Furniture.klm Furniture", "own.txt own"}));
+    EXPECT_EQ(
+        CatalogueBelow({scratch.Location("Host"), nested}),
+        (std::vector<std::string>{
+            "Objects/Chair.klm Chair < " + TestId(1).mainGuid.ToString().substr(0, 8),
+            "Objects/Tables/Round Table.klm Round Table < " + TestId(3).mainGuid.ToString().substr(0, 8),
+            "Objects/Tables/Table.klm Table < " + TestId(1).mainGuid.ToString().substr(0, 8),
+            "Objects/readme.txt readme", "Outer.LCF/Outer/outer.txt outer",
+            "Templates/Furniture.klm Furniture", "own.txt own"}));
     EXPECT_EQ(Reports().GetIdDuplicates().GetSize(), 4U);
     EXPECT_EQ(Reports().GetNameDuplicates().GetSize(), 1U);
     EXPECT_TRUE(IO::fileSystem.IsMountPoint(nested));
@@ -124,6 +125,16 @@ TEST_F(ContainerLibrary, ContainersInsideALibraryAndInsideContainersAreWalked) {
     Set().ResetActiveLibraries();
     EXPECT_FALSE(IO::fileSystem.IsMountPoint(nested));
     EXPECT_FALSE(IO::fileSystem.IsMountPoint(scratch.Location("Host/Outer.LCF")));
+
+    // A container that is cut short is passed over; the rest of the library stands.
+    scratch.Write("Host/Outer.LCF", scratch.Read("Host/Outer.LCF").substr(0, 200));
+    AddLibrary("Host");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_FALSE(IO::fileSystem.IsMountPoint(scratch.Location("Host/Outer.LCF")));
+    ASSERT_NE(Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString())), nullptr);
+    EXPECT_TRUE(
+        scratch.Location("Host/Packed/Lib.lcf")
+            .IsAncestorOf(Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString()))->GetLocation()));
 }
 
 } // namespace

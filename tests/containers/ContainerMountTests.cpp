@@ -89,7 +89,8 @@ protected:
         return location;
     }
 
-    Lines MountedTree(const std::string& relative, const LcfBytes& format, const std::vector<LcfNode>& roots) {
+    Lines MountedTree(const std::string& relative, const LcfBytes& format,
+                      const std::vector<LcfNode>& roots) {
         return Tree(Mount(relative, format.Build(roots)));
     }
 
@@ -106,7 +107,8 @@ protected:
 };
 
 LcfNode Chairs() {
-    return LcfNode::Folder("Chairs", {LcfNode::File("a.txt", "chair a"), LcfNode::File("b.txt", "chair b", true)});
+    return LcfNode::Folder("Chairs",
+                           {LcfNode::File("a.txt", "chair a"), LcfNode::File("b.txt", "chair b", true)});
 }
 
 TEST_F(ContainerMount, FoldersShowAsTheFormatSays) {
@@ -115,9 +117,10 @@ TEST_F(ContainerMount, FoldersShowAsTheFormatSays) {
     // is not shown; with a file it is.
     EXPECT_EQ(MountedTree("a.lcf", v10, {LcfNode::Folder("Office.lib", {Chairs()})}),
               (Lines{"Chairs/", "Chairs/a.txt=chair a", "Chairs/b.txt=chair b"}));
-    EXPECT_EQ(MountedTree("b.lcf", v10, {LcfNode::Folder("Office.LIB", {Chairs(), LcfNode::File("x.txt", "x")})}),
-              (Lines{"Office.LIB/", "Office.LIB/Chairs/", "Office.LIB/Chairs/a.txt=chair a",
-                     "Office.LIB/Chairs/b.txt=chair b", "Office.LIB/x.txt=x"}));
+    EXPECT_EQ(
+        MountedTree("b.lcf", v10, {LcfNode::Folder("Office.LIB", {Chairs(), LcfNode::File("x.txt", "x")})}),
+        (Lines{"Office.LIB/", "Office.LIB/Chairs/", "Office.LIB/Chairs/a.txt=chair a",
+               "Office.LIB/Chairs/b.txt=chair b", "Office.LIB/x.txt=x"}));
     // The second level too, under the only folder shown, when it has exactly one subfolder.
     EXPECT_EQ(MountedTree("c.lcf", v10, {LcfNode::Folder("Top", {LcfNode::Folder("Inner.PLA", {Chairs()})})}),
               (Lines{"Top/", "Top/Chairs/", "Top/Chairs/a.txt=chair a", "Top/Chairs/b.txt=chair b"}));
@@ -154,9 +157,10 @@ TEST_F(ContainerMount, FoldersShowAsTheFormatSays) {
     unknown.tag = LcfBytes::Tag("XTRA");
     unknown.headerOnly = true;
     unknown.isFolder = true;
-    EXPECT_EQ(MountedTree("i.lcf", v10,
-                          {LcfNode::Folder("Lib", {unknown, LcfNode::File("a.txt", "first"), old,
-                                                   LcfNode::File("a.txt", "second"), LcfNode::File("z.txt", "z")})}),
+    EXPECT_EQ(MountedTree(
+                  "i.lcf", v10,
+                  {LcfNode::Folder("Lib", {unknown, LcfNode::File("a.txt", "first"), old,
+                                           LcfNode::File("a.txt", "second"), LcfNode::File("z.txt", "z")})}),
               (Lines{"Lib/", "Lib/a.txt=first", "Lib/old.txt=old", "Lib/z.txt=z"}));
     // An empty MAIN mounts with the root alone.
     EXPECT_EQ(MountedTree("j.lcf", v10, {}), Lines{});
@@ -185,7 +189,8 @@ TEST_F(ContainerMount, InfoItemsTypesAndTimesComeWithTheEntries) {
     ASSERT_NE(rootInfos, nullptr);
     EXPECT_TRUE(rootInfos->IsEmpty());
     EXPECT_EQ(fileSystem->GetInfoForLocation(root + IO::Name("none")), nullptr);
-    const KL::Array<LM::InfoData*>* folderInfos = fileSystem->GetInfoForLocation(scratch.Location("info.lcf/Lib/Nested"));
+    const KL::Array<LM::InfoData*>* folderInfos =
+        fileSystem->GetInfoForLocation(scratch.Location("info.lcf/Lib/Nested"));
     ASSERT_NE(folderInfos, nullptr);
     ASSERT_EQ(folderInfos->GetSize(), 1U);
     EXPECT_EQ((*folderInfos)[0]->GetType(), LM::EmbeddedHeaderTag);
@@ -259,7 +264,8 @@ TEST_F(ContainerMount, EntriesReadSeekAndKeepTheirOwnPlace) {
         first.ReadBin(bytes, 4);
         second.ReadBin(bytes + 4, 2);
         first.ReadBin(bytes + 6, 2);
-        EXPECT_EQ(std::string(bytes, 8), "012301" "45");
+        EXPECT_EQ(std::string(bytes, 8), "012301"
+                                         "45");
     }
 
     // A compressed file is inflated once into the unzip folder, and the copy goes with the mount.
@@ -298,6 +304,42 @@ TEST_F(ContainerMount, EntriesReadSeekAndKeepTheirOwnPlace) {
     EXPECT_NE(FileSystemAt(root), fileSystem);
     int stack = 0;
     EXPECT_FALSE(LM::IsValidVirtualFileSystem(reinterpret_cast<IO::FixedVFS*>(&stack)));
+}
+
+} // namespace
+
+namespace {
+
+// Says "stop" at its first poll.
+class Impatient : public KL::ProcessControl {
+public:
+    bool BreakRequested() override { return true; }
+};
+
+TEST_F(ContainerMount, RemountsReplaceAndBreaksEndWalksQuietly) {
+    std::vector<LcfNode> many;
+    for (int i = 0; i < 40; ++i)
+        many.push_back(LcfNode::File("f" + std::to_string(100 + i) + ".txt", "x"));
+    const std::string bytes = LcfBytes().Build({LcfNode::Folder("Lib", many)});
+    const IO::Location root = Mount("twice.lcf", bytes);
+    LM::LibraryContainerVFS* first = FileSystemAt(root);
+    ASSERT_NE(first, nullptr);
+    // The same place mounted again: the first file system is let go for the second.
+    ASSERT_TRUE(LM::CreateAndMountContainerFileSystem(process, root, &options));
+    LM::LibraryContainerVFS* second = FileSystemAt(root);
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(LM::IsValidVirtualFileSystem(first));
+    EXPECT_TRUE(LM::IsValidVirtualFileSystem(second));
+    EXPECT_EQ(Tree(root).size(), 41U);
+
+    // A user's break ends the walk after the files it reached, and the mount stands.
+    Impatient impatient;
+    scratch.Write("broken-off.lcf", bytes);
+    const IO::Location brokenOff = scratch.Location("broken-off.lcf");
+    ASSERT_TRUE(LM::CreateAndMountContainerFileSystem(impatient, brokenOff, &options));
+    mounted.push_back(brokenOff);
+    EXPECT_TRUE(FileSystemAt(brokenOff)->IsMounted());
+    EXPECT_EQ(Tree(brokenOff).size(), 1U + 15U);
 }
 
 } // namespace

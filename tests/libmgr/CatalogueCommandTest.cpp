@@ -23,7 +23,8 @@ TEST(CatalogueCommands, EnumerateSummarisesTheSampleLibrary) {
     EXPECT_EQ(text.err, "");
     EXPECT_NE(text.out.find("libraries   1\n"), std::string::npos) << text.out;
     EXPECT_NE(text.out.find("parts       36 (36 valid, 0 dummy)\n"), std::string::npos) << text.out;
-    EXPECT_NE(text.out.find("duplicates  1 by id, 0 by name, 1 revision conflicts"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("duplicates  1 by id, 0 by name, 1 revision conflicts"), std::string::npos)
+        << text.out;
 
     const ToolRun json = RunLibmgr(scratch, {"enumerate", "--json", LM_SAMPLE_LIBRARY_DIR});
     ASSERT_EQ(json.exitCode, 0) << json.err;
@@ -40,8 +41,8 @@ TEST(CatalogueCommands, EnumerateSummarisesTheSampleLibrary) {
 TEST(CatalogueCommands, AContainerFileIsALibraryToo) {
     ScratchFolder scratch;
     bool compress = false;
-    scratch.Write("library.lcf",
-                  testsupport::LcfBytes().Build({testsupport::LcfNode::FromFolder(LM_SAMPLE_LIBRARY_DIR, &compress)}));
+    scratch.Write("library.lcf", testsupport::LcfBytes().Build(
+                                     {testsupport::LcfNode::FromFolder(LM_SAMPLE_LIBRARY_DIR, &compress)}));
     const std::string container = (scratch.Path() / "library.lcf").string();
     const ToolRun packed = RunLibmgr(scratch, {"list", "--json", "-q", container});
     const ToolRun folder = RunLibmgr(scratch, {"list", "--json", "-q", LM_SAMPLE_LIBRARY_DIR});
@@ -62,6 +63,26 @@ TEST(CatalogueCommands, AContainerFileIsALibraryToo) {
     EXPECT_EQ(places(packed.out, container + "/library"), places(folder.out, LM_SAMPLE_LIBRARY_DIR));
 }
 
+// The second run replays the library from its cache and lists the very same bytes.
+TEST(CatalogueCommands, ASecondRunReplaysTheSameCatalogue) {
+    ScratchFolder scratch;
+    const ToolRun first = RunLibmgr(scratch, {"list", "--json", "-q", LM_SAMPLE_LIBRARY_DIR});
+    const ToolRun second = RunLibmgr(scratch, {"list", "--json", "-q", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    EXPECT_EQ(second.out, first.out);
+    const auto pass = [&scratch](std::vector<std::string> arguments) {
+        const ToolRun run = RunLibmgr(scratch, arguments);
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        return nlohmann::json::parse(run.out)["libraryPasses"][0]["pass"].get<std::string>();
+    };
+    EXPECT_EQ(pass({"enumerate", "--json", LM_SAMPLE_LIBRARY_DIR}), "replayed");
+    EXPECT_EQ(pass({"enumerate", "--json", "--no-cache", LM_SAMPLE_LIBRARY_DIR}), "walked");
+    const ToolRun text = RunLibmgr(scratch, {"enumerate", LM_SAMPLE_LIBRARY_DIR});
+    EXPECT_NE(text.out.find(std::string("library     ") + LM_SAMPLE_LIBRARY_DIR + "  replayed\n"),
+              std::string::npos)
+        << text.out;
+}
+
 TEST(CatalogueCommands, ListShowsEveryPartWithItsFields) {
     ScratchFolder scratch;
     const ToolRun json = RunLibmgr(scratch, {"list", "--json", "-q", LM_SAMPLE_LIBRARY_DIR});
@@ -70,7 +91,8 @@ TEST(CatalogueCommands, ListShowsEveryPartWithItsFields) {
     ASSERT_EQ(parts.size(), 36U);
     std::set<std::string> types;
     for (const nlohmann::json& part : parts) {
-        for (const char* field : {"name", "file", "location", "type", "mainGuid", "revisionGuid", "valid", "folder"})
+        for (const char* field :
+             {"name", "file", "location", "type", "mainGuid", "revisionGuid", "valid", "folder"})
             EXPECT_TRUE(part.contains(field)) << field;
         types.insert(part["type"].get<std::string>());
     }

@@ -36,8 +36,8 @@ public:
 
 class CatalogueTest : public ::testing::Test {
 protected:
-    CatalogueTest() {
-        EXPECT_EQ(manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr), 0);
+    explicit CatalogueTest(LM::BinaryCachingMode caching = LM::BinaryCachingInMemory) {
+        EXPECT_EQ(manager.InitLibraryManager(caching, nullptr, nullptr, nullptr), 0);
     }
 
     LM::LibrarySet& Set() { return *manager.GetLibrarySet(); }

@@ -11,6 +11,7 @@
 #include "lists/FolderSet.hpp"
 #include "lists/LibraryList.hpp"
 #include "services/LibraryManagerGlobals.hpp"
+#include "walking/LibraryCache.hpp"
 #include "walking/LibraryEnumerator.hpp"
 
 #include "InputOutput/FileSystem.hpp"
@@ -33,8 +34,6 @@ namespace {
 
 // The host's table of process steps numbers the finish of an enumeration 118.
 constexpr std::int64_t FinishEnumerationStep = 118;
-// A walk that failed this way gets its own callback.
-constexpr int WalkFailedWithCode = static_cast<int>(0x81010400);
 
 } // namespace
 
@@ -123,11 +122,19 @@ bool LibrarySet::MakeReachable(KL::ProcessControl& process, const IO::Location& 
     if (IO::fileSystem.GetType(location, &type) != 0 || type != IO::FileEntryType)
         return false;
     const LibraryManagerCallBacks& callBacks = GetLibraryManagerCallBacks();
-    IO::FixedVFS* hostFileSystem = callBacks.createLibraryVFS != nullptr ? callBacks.createLibraryVFS(location) : nullptr;
+    IO::FixedVFS* hostFileSystem =
+        callBacks.createLibraryVFS != nullptr ? callBacks.createLibraryVFS(location) : nullptr;
     if (hostFileSystem != nullptr) {
         if (callBacks.setMountProgress != nullptr)
             callBacks.setMountProgress(hostFileSystem, &process);
-        const bool mounted = IO::fileSystem.Mount(hostFileSystem, location) == 0;
+        bool mounted = false;
+        try {
+            mounted = IO::fileSystem.Mount(hostFileSystem, location) == 0;
+        } catch (...) {
+            IO::fileSystem.Unmount(location);
+            delete hostFileSystem;
+            throw;
+        }
         if (callBacks.setMountProgress != nullptr)
             callBacks.setMountProgress(mounted ? hostFileSystem : nullptr, nullptr);
         if (!mounted) {
@@ -209,9 +216,11 @@ void LibrarySet::CleanUp() {
     ReleaseMountedFileSystems();
 }
 
+// Nested containers were mounted after the ones that hold them, and hold entries of them: let go
+// in reverse, so that each outer container has no entry left and is freed at once.
 void LibrarySet::ReleaseMountedFileSystems() {
-    for (const IO::Location& location : mountedVFSLocations)
-        ReleaseVirtualFileSystem(location);
+    for (std::size_t i = mountedVFSLocations.GetSize(); i-- > 0;)
+        ReleaseVirtualFileSystem(mountedVFSLocations[i]);
     mountedVFSLocations.Clear();
 }
 
@@ -512,11 +521,12 @@ int LibrarySet::Enumerate(KL::ProcessControl& process) {
 int LibrarySet::EnumerateLibraries(KL::ProcessControl& process) {
     isEnumerated = false;
     StartNewCatalogue();
-    PrepareLibraryCache();
+    const LibraryCachePaths cache(binCodes != nullptr ? binCodes->GetBinCodeFolder() : IO::Location());
     bool stopped = false;
     const int libraryCount = GetActiveLibraryNum();
+    replayedLibraries.assign(static_cast<std::size_t>(std::max(libraryCount, 0)), false);
     for (int i = 0; i < libraryCount; ++i)
-        EnumerateLibrary(process, i, &stopped);
+        EnumerateLibrary(process, i, &stopped, cache);
     FinishEnumerate(process);
     SendSomethingHappened();
     isEnumerated = true;
@@ -540,81 +550,6 @@ void LibrarySet::StartNewCatalogue() {
     batchFolderSetDirty = false;
     batchHierarchyDirty = false;
     batchDuplicatesDirty = false;
-}
-
-// The library cache lives beside the compiled scripts; without their folder it is off.
-void LibrarySet::PrepareLibraryCache() const {
-    if (binCodes == nullptr)
-        return;
-    const IO::Location folder = binCodes->GetBinCodeFolder();
-    if (folder.IsEmpty())
-        return;
-    for (const char* leaf : {"Data", "FolderSet"}) {
-        IO::Location cacheFolder = folder;
-        cacheFolder.Append(IO::Name("LibraryCache"));
-        cacheFolder.Append(IO::Name(leaf));
-        IO::fileSystem.CreateFolderTree(cacheFolder);
-    }
-}
-
-void LibrarySet::EnumerateLibrary(KL::ProcessControl& process, int index, bool* stopped) {
-    LibraryItem* item = GetItem(index);
-    if (!item->IsReachable())
-        return;
-    // After a break only vital libraries are still read.
-    if (*stopped && !item->IsVital())
-        return;
-    process.SetPhaseText(item->GetName());
-    process.SetPhaseProgress(0, 0);
-    const IO::Folder folder(item->GetLocation());
-    if (folder.GetStatus() != 0)
-        return;
-    ReadVersionInformation(item);
-    // A library whose cache is valid is replayed from it here, once the library cache lands.
-    const WalkResult walk = WalkLibrary(process, index, folder);
-    if (walk.breakHonoured)
-        *stopped = true;
-    if (walk.result != 0)
-        ReportWalkFailure(folder, walk.result);
-    item->SetPartEstimate(walk.partCount);
-}
-
-void LibrarySet::ReadVersionInformation(LibraryItem* item) const {
-    if (item->GetType() != LocalLibrary && item->GetType() != ServerLibrary)
-        return;
-    if (IO::fileSystem.IsMountPoint(item->GetLocation()))
-        return;
-    // Container and database libraries carry no version file; those tests join with the
-    // containers, and the version file itself is read here once its finder lands.
-    const bool collapse =
-        !collapsedLibraryLocation.IsEmpty() && collapsedLibraryLocation == item->GetLocation();
-    item->SetCollapseLongBranches(collapse);
-}
-
-// The library cache's part stream and validity list join the walk with the library cache; until
-// then every library is walked in full.
-LibrarySet::WalkResult LibrarySet::WalkLibrary(KL::ProcessControl& process, int index,
-                                               const IO::Folder& folder) {
-    LibraryEnumerator walker(process, folder, this, index, nullptr, nullptr, GetLibPartNumber(),
-                             folderSet->GetFolderCount(), serverCollection);
-    WalkResult walk;
-    walk.result = walker.Do();
-    walk.partCount = walker.GetStoredPartCount();
-    walk.breakHonoured = walker.WasInterrupted();
-    return walk;
-}
-
-void LibrarySet::ReportWalkFailure(const IO::Folder& folder, int result) {
-    const LibraryManagerCallBacks& callBacks = GetLibraryManagerCallBacks();
-    LongFilenameEnumerator longNames(folder);
-    longNames.Do();
-    void (*report)(const IO::Folder&) = callBacks.libraryWalkFailed;
-    if (longNames.IsLongFilenameFound())
-        report = callBacks.libraryPathTooLong;
-    else if (result == WalkFailedWithCode)
-        report = callBacks.libraryWalkFailedWithCode;
-    if (report != nullptr)
-        report(folder);
 }
 
 void LibrarySet::FinishEnumerate(KL::ProcessControl& process) {

@@ -15,14 +15,21 @@
 #include "KLRoot/SpinLock.hpp"
 #include "KLRoot/UniString.hpp"
 
+#include "walking/LibraryCacheEntry.hpp"
+
 #include <cstdint>
+#include <vector>
 
 namespace IO {
 class Folder;
 }
-namespace KL {
-class ProcessControl;
+namespace IOUtil {
+class ScratchFile;
 }
+namespace KL {
+class IChannel;
+class ProcessControl;
+} // namespace KL
 
 namespace LM {
 
@@ -32,6 +39,7 @@ class FolderSet;
 class ILibraryErrorHandler;
 class IServerLibraryCollection;
 class LibPartSet;
+class LibraryCachePaths;
 class LibraryContainerVFSOptions;
 class LibraryItem;
 class LibraryList;
@@ -133,6 +141,8 @@ public:
     int GetActiveLibraryIndex(const IO::Location& location) const;
     int GetFirstWritableActiveLibrary(IO::Location* location) const;
     bool IsExistActiveLibrary(int index) const;
+    // Whether the last pass replayed the library from its cache instead of walking it.
+    bool IsLibraryReplayed(int index) const;
     bool IsVitalActiveLibrary(int index) const;
     bool IsUrlActiveLibrary(int index) const;
     bool IsBuiltInActiveLibrary(int index) const;
@@ -332,10 +342,20 @@ private:
     void ReleaseMountedFileSystems();
     int EnumerateLibraries(KL::ProcessControl& process);
     void StartNewCatalogue();
-    void PrepareLibraryCache() const;
-    void EnumerateLibrary(KL::ProcessControl& process, int index, bool* stopped);
+    // One library of a pass: replayed from its cache when that is valid, otherwise walked, and
+    // the walk written to the cache.
+    void EnumerateLibrary(KL::ProcessControl& process, int index, bool* stopped,
+                          const LibraryCachePaths& cache);
     void ReadVersionInformation(LibraryItem* item) const;
-    WalkResult WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder);
+    bool ReplayLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder,
+                       const LibraryCachePaths& cache, const KL::UniString& name);
+    int LoadCachedParts(KL::IChannel& channel, int firstFolderIndex);
+    int LoadCachedPart(KL::IChannel& channel, int firstFolderIndex);
+    WalkResult WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder,
+                           const LibraryCachePaths& cache, const KL::UniString& name);
+    void WriteLibraryCache(IOUtil::ScratchFile& partStream, const WalkResult& walk, int firstFolderIndex,
+                           const IO::Folder& folder, const LibraryCachePaths& cache,
+                           const KL::UniString& name, const KL::Array<LibraryCacheEntry>& entries);
     static void ReportWalkFailure(const IO::Folder& folder, int result);
     LibPart* MutablePart(const LibPartId& id) const { return const_cast<LibPart*>(GetLibPart(id)); }
     int DetermineStoreFolder(const IO::Location& location, int folderIndex, const IO::Location& previous,
@@ -378,6 +398,7 @@ private:
     KL::FastLock binCodeLock;
     QdlBinCodesContainer* binCodes;
     bool isEnumerated = false;
+    std::vector<bool> replayedLibraries;
     // Set while the empty pass after a fault runs, so that a fault of that pass ends there.
     bool recoveringFromFault = false;
     bool inBatch = false;

@@ -15,7 +15,7 @@ bool CheckIfContainer(const IO::Location& location) {
     if (file.Open(IO::File::ReadMode) != KL::NoError)
         return false;
     // The header is all a check needs from what may be a large file.
-    file.SetReadAhead(4096);
+    file.SetReadAhead(ContainerReader::RecordReadAhead);
     DummyProcessor nothing;
     ContainerReader reader(&nothing, false, false, nullptr, false);
     return reader.ReadHeader(file);

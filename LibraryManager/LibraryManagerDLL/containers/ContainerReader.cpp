@@ -28,13 +28,12 @@ constexpr std::uint32_t LocalNameBufferSize = 1024;
 // Polls the process control at every sixteenth file.
 constexpr std::uint32_t CancelPollMask = 0xF;
 constexpr int SoftFailure = ILibraryContainerProcessor::SoftFailure;
-constexpr std::uint64_t RecordReadAhead = 4096;
 
 bool ReadNestedFolderPreference() {
     bool check = true;
     if (KLPref::IRoot* root = KLPref::OpenRootKey(KLPref::UserDomain)) {
-        root->ReadBool(KL::UniString("LibraryManager"), KL::UniString("Check For Redundant Nested Folders"), &check,
-                       true, KLPref::UserLevel);
+        root->ReadBool(KL::UniString("LibraryManager"), KL::UniString("Check For Redundant Nested Folders"),
+                       &check, true, KLPref::UserLevel);
         KLPref::CloseRootKey(root);
     }
     return check;
@@ -107,6 +106,15 @@ int ContainerReader::Read(KL::ProcessControl& process, KL::IChannel& source, con
         process.StartProcess(ExtractionProcessId);
         process.SetTitle(GetLibraryManagerStrings().containerExtractionTitle);
     }
+    // Memory can run out in a walk; the progress this walk opened closes all the same.
+    struct ProgressEnd {
+        KL::ProcessControl& process;
+        bool owned;
+        ~ProgressEnd() {
+            if (owned)
+                process.EndProcess();
+        }
+    } progressEnd{process, ownsProgress};
     int result = LibPartFileError;
     ChunkHeader main;
     if (ReadHeader(source) && main.Read(source) == KL::NoError && main.Is(MainTag)) {
@@ -114,22 +122,22 @@ int ContainerReader::Read(KL::ProcessControl& process, KL::IChannel& source, con
             skipTopFolder = true;
         bool soft = false;
         bool ok = true;
-        for (std::int32_t i = 0; ok && i < main.count; ++i)
+        for (std::int32_t i = 0; ok && !cancelled && i < main.count; ++i)
             ok = Absorb(ReadFolder(process, base, IO::RelativeLocation(), main.count > 1, false, 1), &soft);
         result = !ok ? LibPartFileError : soft ? SoftFailure : 0;
     }
-    if (ownsProgress)
-        process.EndProcess();
     return result;
 }
 
 bool ContainerReader::IsFolderVisible(const FolderEntry& record, const IO::Name& name,
-                                      const IO::RelativeLocation& relative, bool hasSiblings, bool parentHasFiles) {
+                                      const IO::RelativeLocation& relative, bool hasSiblings,
+                                      bool parentHasFiles) {
     if (!name.IsValid())
         return false; // names of old versions are not decoded: their children rise a level
     bool visible = true;
-    const bool wrapperPlace = checkNestedFolders && !hasSiblings && record.fileCount == 0 &&
-                              (relative.GetLength() == 0 || (relative.GetLength() == 1 && record.subfolderCount == 1));
+    const bool wrapperPlace =
+        checkNestedFolders && !hasSiblings && record.fileCount == 0 &&
+        (relative.GetLength() == 0 || (relative.GetLength() == 1 && record.subfolderCount == 1));
     if (wrapperPlace && HasRedundantExtension(name)) {
         visible = false;
     } else if (skipTopFolder) {
@@ -172,7 +180,8 @@ int ContainerReader::ReadFolder(KL::ProcessControl& process, const IO::Location&
     if (visible) {
         inner.Append(name);
         processor->FolderEntered(record, base, inner, subContainer);
-        if (!Absorb(processor->ProcessFolder(*channel, file, record, base, inner, subContainer, &infos.Get()), &soft))
+        if (!Absorb(processor->ProcessFolder(*channel, file, record, base, inner, subContainer, &infos.Get()),
+                    &soft))
             return LibPartFileError;
     }
     if (!processor->skipContents) {
@@ -188,14 +197,16 @@ int ContainerReader::ReadFolder(KL::ProcessControl& process, const IO::Location&
 // Subfolders first, then files: their order in the file. A hidden folder's children receive
 // its parent's place.
 int ContainerReader::ReadFolderChildren(KL::ProcessControl& process, const FolderEntry& record,
-                                        const IO::Location& base, const IO::RelativeLocation& relative, int depth) {
+                                        const IO::Location& base, const IO::RelativeLocation& relative,
+                                        int depth) {
     bool soft = false;
-    for (std::int32_t i = 0; i < record.subfolderCount; ++i) {
-        if (!Absorb(ReadFolder(process, base, relative, record.subfolderCount > 1, record.fileCount > 0, depth + 1),
+    for (std::int32_t i = 0; !cancelled && i < record.subfolderCount; ++i) {
+        if (!Absorb(ReadFolder(process, base, relative, record.subfolderCount > 1, record.fileCount > 0,
+                               depth + 1),
                     &soft))
             return LibPartFileError;
     }
-    for (std::int32_t i = 0; i < record.fileCount; ++i) {
+    for (std::int32_t i = 0; !cancelled && i < record.fileCount; ++i) {
         if (!Absorb(ReadFile(process, base, relative), &soft))
             return LibPartFileError;
     }
@@ -204,7 +215,9 @@ int ContainerReader::ReadFolderChildren(KL::ProcessControl& process, const Folde
 
 int ContainerReader::ReadFile(KL::ProcessControl& process, const IO::Location& base,
                               const IO::RelativeLocation& relative) {
-    if ((++fileCounter & CancelPollMask) == 0 && process.Step())
+    // Progress is the main thread's; elsewhere the walk only asks for a break.
+    if ((++fileCounter & CancelPollMask) == 0 &&
+        (KL::Thread::IsMain() ? process.Step() : process.BreakRequested()))
         cancelled = true;
     if (cancelled)
         return 0;
@@ -255,10 +268,9 @@ int ContainerReader::ReadName(std::uint32_t length, IO::Name* name) {
         KL::MemoryIChannel field(bytes, length, KL::BigEndianSign);
         return name->Read(field) == KL::NoError ? KL::NoError : LibPartFileError;
     }
-    if (header.versionH == 0 && header.versionL == 4) {
+    // A text that makes no valid name leaves the name empty, as in versions that are not decoded.
+    if (header.versionH == 0 && header.versionL == 4)
         *name = IO::Name(SingleByteText(std::string_view(bytes, strnlen(bytes, length))));
-        return name->IsValid() ? KL::NoError : LibPartFileError;
-    }
     return KL::NoError; // other old versions: the name is not decoded and stays empty
 }
 

@@ -31,6 +31,9 @@ class ILibraryContainerProcessor;
 class LM_EXPORT ContainerReader {
 public:
     static constexpr int MaxFolderDepth = 256;
+    // How far a read of records reaches: far enough for the records of small files together,
+    // short of pulling in the contents the walk jumps over.
+    static constexpr std::uint64_t RecordReadAhead = 4096;
 
     // `platform` may be null: the platform sign then stays little-endian.
     ContainerReader(ILibraryContainerProcessor* processor, bool callerFlag, bool skipTopFolder,
@@ -52,13 +55,13 @@ public:
     KL::PlatformSign GetPlatform() const { return platform; }
 
 private:
-    int ReadFolder(KL::ProcessControl& process, const IO::Location& base, const IO::RelativeLocation& relative,
-                   bool hasSiblings, bool parentHasFiles, int depth);
+    int ReadFolder(KL::ProcessControl& process, const IO::Location& base,
+                   const IO::RelativeLocation& relative, bool hasSiblings, bool parentHasFiles, int depth);
     int ReadFolderChildren(KL::ProcessControl& process, const FolderEntry& record, const IO::Location& base,
                            const IO::RelativeLocation& relative, int depth);
     int ReadFile(KL::ProcessControl& process, const IO::Location& base, const IO::RelativeLocation& relative);
-    bool IsFolderVisible(const FolderEntry& record, const IO::Name& name, const IO::RelativeLocation& relative,
-                         bool hasSiblings, bool parentHasFiles);
+    bool IsFolderVisible(const FolderEntry& record, const IO::Name& name,
+                         const IO::RelativeLocation& relative, bool hasSiblings, bool parentHasFiles);
     int ReadName(std::uint32_t length, IO::Name* name);
     int Position(std::uint64_t* position) const;
     int MoveTo(std::uint64_t position);

@@ -16,21 +16,18 @@ using IO::EntryStatus::Ok;
 using IO::EntryStatus::TransferFailed;
 
 // The place a seek asks for, inside the content or not at all.
-bool SeekTarget(IO::FileEntry::SeekOrigin origin, std::int64_t offset, std::uint64_t position, std::uint64_t length,
-                std::uint64_t* target) {
+bool SeekTarget(IO::FileEntry::SeekOrigin origin, std::int64_t offset, std::uint64_t position,
+                std::uint64_t length, std::uint64_t* target) {
+    // Lengths are 32-bit, so no base plus an offset inside [-length, length] leaves int64.
     const auto size = static_cast<std::int64_t>(length);
-    std::int64_t wanted = 0;
-    switch (origin) {
-    case IO::FileEntry::FromStart:
-        wanted = offset;
-        break;
-    case IO::FileEntry::FromCurrent:
-        wanted = static_cast<std::int64_t>(position) + offset;
-        break;
-    case IO::FileEntry::FromEnd:
-        wanted = size + offset;
-        break;
-    }
+    if (offset < -size || offset > size)
+        return false;
+    std::int64_t base = 0;
+    if (origin == IO::FileEntry::FromCurrent)
+        base = static_cast<std::int64_t>(position);
+    else if (origin == IO::FileEntry::FromEnd)
+        base = size;
+    const std::int64_t wanted = base + offset;
     if (wanted < 0 || wanted > size)
         return false;
     *target = static_cast<std::uint64_t>(wanted);
@@ -134,7 +131,8 @@ int LCFFileEntry::GetTypeInfo(std::uint32_t* type, std::uint32_t* creator) const
     return Ok;
 }
 
-LCFUnzippedFileEntry::LCFUnzippedFileEntry(LibraryContainerVFS* owner, FileData* data, const IO::Location& unzipped)
+LCFUnzippedFileEntry::LCFUnzippedFileEntry(LibraryContainerVFS* owner, FileData* data,
+                                           const IO::Location& unzipped)
     : LCFFileEntry(owner, data, unzipped) {}
 
 LCFUnzippedFileEntry::~LCFUnzippedFileEntry() = default;
@@ -171,13 +169,6 @@ int LCFUnzippedFileEntry::Seek(SeekOrigin origin, std::int64_t offset, std::uint
     if (result != nullptr)
         *result = position;
     return Ok;
-}
-
-int LCFUnzippedFileEntry::Close() {
-    if (!IsMounted())
-        return CloseFailed;
-    position = 0;
-    return file.Close() == KL::NoError ? Ok : CloseFailed;
 }
 
 LCFFolderEntry::LCFFolderEntry(const LibraryContainerVFS* owner, const FolderData* data)

@@ -51,7 +51,6 @@ public:
     int Open(OpenMode mode) override;
     int Read(void* buffer, std::uint64_t size, std::uint64_t* read) override;
     int Seek(SeekOrigin origin, std::int64_t offset, std::uint64_t* result) override;
-    int Close() override;
 };
 
 class LM_EXPORT LCFFolderEntry : public IO::ReadOnlyFolderEntry {

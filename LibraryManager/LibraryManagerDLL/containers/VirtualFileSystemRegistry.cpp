@@ -28,8 +28,14 @@ public:
             delete fileSystem;
     }
 
+    bool Holds(const IO::Location& location) const { return mountedTable.ContainsKey(location); }
+
+    // A file system already there is let go first, and the new one mounted in its place.
     void Register(const IO::Location& location, IO::FixedVFS* fileSystem) {
-        if (mountedTable.ContainsKey(location))
+        IO::FixedVFS* const* old = mountedTable.GetPtr(location);
+        if (old != nullptr && *old == fileSystem)
+            return;
+        if (old != nullptr)
             Release(location, fileSystem);
         mountedTable.Put(location, fileSystem);
     }
@@ -48,9 +54,10 @@ public:
         } else if (replacement == nullptr) {
             delete fileSystem;
         }
+        // The entry goes before a replacement mounts: its walk may throw.
+        mountedTable.Delete(location);
         if (replacement != nullptr)
             IO::fileSystem.Mount(replacement, location);
-        mountedTable.Delete(location);
         return true;
     }
 
@@ -66,8 +73,8 @@ public:
             return nullptr;
         for (const auto& [mountPoint, fileSystem] : mountedTable) {
             const auto* container = dynamic_cast<const LibraryContainerVFS*>(fileSystem);
-            if (container != nullptr &&
-                (container->GetOwnLocation() == location || container->GetOwnLocation().IsAncestorOf(location)))
+            if (container != nullptr && (container->GetOwnLocation() == location ||
+                                         container->GetOwnLocation().IsAncestorOf(location)))
                 return fileSystem;
         }
         return nullptr;
@@ -92,12 +99,23 @@ bool CreateAndMountContainerFileSystem(KL::ProcessControl& process, const IO::Lo
         return false;
     auto container = std::make_unique<LibraryContainerVFS>(*options);
     container->SetProcessControl(&process);
-    const int mounted = IO::fileSystem.Mount(container.get(), location);
+    try {
+        // A place the registry holds gets the new file system in the old one's stead; a place
+        // mounted by anybody else is left alone, since registering there would unmount theirs.
+        if (Registry().Holds(location)) {
+            Registry().Register(location, container.get());
+        } else if (IO::fileSystem.Mount(container.get(), location) == KL::NoError) {
+            Registry().Register(location, container.get());
+        } else {
+            return false;
+        }
+    } catch (...) {
+        // A walk that throws must not leave a freed file system mounted.
+        IO::fileSystem.Unmount(location);
+        throw;
+    }
     container->SetProcessControl(nullptr);
-    // A place that takes no mount is left as it is: registering there would unmount another.
-    if (mounted != KL::NoError)
-        return false;
-    Registry().Register(location, container.release());
+    container.release();
     return true;
 }
 

@@ -1,8 +1,8 @@
 #include "walking/LibraryEnumerator.hpp"
 
+#include "LibraryContainerVFS.hpp"
 #include "catalogue/IServerLibraryCollection.hpp"
 #include "catalogue/LibrarySet.hpp"
-#include "LibraryContainerVFS.hpp"
 #include "containers/VirtualFileSystemRegistry.hpp"
 #include "lists/FolderSet.hpp"
 
@@ -44,16 +44,16 @@ KL::UniString RootFolderName(const IO::Location& rootLocation) {
 } // namespace
 
 LibraryEnumerator::LibraryEnumerator(KL::ProcessControl& processControl, const IO::Folder& root,
-                                     LibrarySet* librarySet, int libraryIndex, IOUtil::ScratchFile* cacheStream,
+                                     LibrarySet* librarySet, int libraryIndex,
+                                     IOUtil::ScratchFile* cacheStream,
                                      KL::Array<LibraryCacheEntry>* cacheEntries, int firstPartIndex,
                                      int firstFolderIndex, IServerLibraryCollection* serverCollection)
     : IO::TreeEnumerator(root), librarySet(librarySet), libraryIndex(libraryIndex), cacheStream(cacheStream),
       cacheEntries(cacheEntries), firstPartIndex(firstPartIndex), firstFolderIndex(firstFolderIndex),
       processControl(processControl), rootLocation(root.GetLocation()), serverCollection(serverCollection) {
     // The root never asks for a folder id: it is the library itself.
-    folderStack.push_back(librarySet->GetFolderSet()->StoreFolder(rootLocation, KL::NULLGuid,
-                                                                  RootFolderName(rootLocation),
-                                                                  FolderSet::RootFolder, libraryIndex));
+    folderStack.push_back(librarySet->GetFolderSet()->StoreFolder(
+        rootLocation, KL::NULLGuid, RootFolderName(rootLocation), FolderSet::RootFolder, libraryIndex));
 }
 
 LibraryEnumerator::~LibraryEnumerator() = default;
@@ -74,8 +74,15 @@ bool LibraryEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
     const IO::Location location = GetParent().GetLocation() + name;
     if (cacheEntries != nullptr && !insideContainer)
         RecordCacheEntry(location, ModificationTimeOf(location));
-    if (!IO::fileSystem.IsMountPoint(location) &&
-        CreateAndMountContainerFileSystem(processControl, location, &librarySet->GetLibraryContainerVFSOptions()))
+    if (IO::fileSystem.IsMountPoint(location) ||
+        !CreateAndMountContainerFileSystem(processControl, location,
+                                           &librarySet->GetLibraryContainerVFSOptions()))
+        return false;
+    // A container whose walk failed is passed over, not entered as an unreadable folder.
+    const auto* container = dynamic_cast<const LibraryContainerVFS*>(FindFileSystem(location));
+    if (container != nullptr && !container->IsMounted())
+        ReleaseVirtualFileSystem(location);
+    else
         librarySet->AddMountedVFS(location);
     return false;
 }
@@ -92,8 +99,8 @@ bool LibraryEnumerator::FileFound(const IO::Name& name) {
     }
     const IO::Location location = GetParent().GetLocation() + name;
     const LibPart* duplicate = nullptr;
-    const LibPart* stored =
-        librarySet->StoreLibPart(processControl, location, folderStack.back(), nullptr, nullptr, false, &duplicate);
+    const LibPart* stored = librarySet->StoreLibPart(processControl, location, folderStack.back(), nullptr,
+                                                     nullptr, false, &duplicate);
     // A file that lost to an equal id is still this file's record, and the cache must replay it
     // as the walk found it.
     const LibPart* part = duplicate != nullptr ? duplicate : stored;
@@ -125,9 +132,8 @@ void LibraryEnumerator::FolderEntered(const IO::Name& name, const IO::Folder& fo
     const IO::Location& location = folder.GetLocation();
     // Library indices travel through the host's 16-bit field.
     const auto library = static_cast<std::int16_t>(libraryIndex);
-    folderStack.push_back(
-        librarySet->GetFolderSet()->StoreFolder(location, FolderGuid(location), name.GetText(), folderStack.back(),
-                                                library));
+    folderStack.push_back(librarySet->GetFolderSet()->StoreFolder(
+        location, FolderGuid(location), name.GetText(), folderStack.back(), library));
 }
 
 void LibraryEnumerator::FolderExited(const IO::Name&, const IO::Folder&) {

@@ -1,0 +1,90 @@
+#include "walking/LibraryCacheEnumerator.hpp"
+
+#include "LibraryContainerVFS.hpp"
+#include "catalogue/LibrarySet.hpp"
+#include "containers/VirtualFileSystemRegistry.hpp"
+
+#include "InputOutput/File.hpp"
+#include "InputOutput/FileSystem.hpp"
+#include "InputOutput/FileType.hpp"
+#include "KLRoot/ProcessControl.hpp"
+
+namespace LM {
+
+namespace {
+
+const KL::UniString ContainerExtension("LCF");
+
+} // namespace
+
+LibraryCacheEnumerator::LibraryCacheEnumerator(KL::ProcessControl& processControl, const IO::Folder& folder,
+                                               LibrarySet* librarySet,
+                                               const KL::Array<LibraryCacheEntry>* entries)
+    : IO::TreeEnumerator(folder), rootLocation(folder.GetLocation()), entries(entries),
+      librarySet(librarySet), processControl(processControl) {}
+
+// Only a library that proved valid as a whole gets its containers mounted.
+LibraryCacheEnumerator::~LibraryCacheEnumerator() {
+    if (!isValid)
+        return;
+    for (const IO::Location& location : containers) {
+        if (!IO::fileSystem.IsMountPoint(location) &&
+            CreateAndMountContainerFileSystem(processControl, location,
+                                              &librarySet->GetLibraryContainerVFSOptions()))
+            librarySet->AddMountedVFS(location);
+    }
+}
+
+bool LibraryCacheEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
+    if (isFolder || !name.GetExtension().IsEqual(ContainerExtension, KL::CaseInsensitive))
+        return true;
+    const IO::Location location = GetParent().GetLocation() + name;
+    containers.Push(location);
+    CompareWithNextEntry(location);
+    return false;
+}
+
+// Only files the catalogue stores have entries: others may come and go without a word.
+bool LibraryCacheEnumerator::FileFound(const IO::Name& name) {
+    const IO::Location location = GetParent().GetLocation() + name;
+    FTM::GeneralID type;
+    if (librarySet->IsLocationStorableFileType(location, &type))
+        CompareWithNextEntry(location);
+    return false;
+}
+
+// The walker kept no entries inside containers, so the comparison does not go in either.
+bool LibraryCacheEnumerator::FolderFound(const IO::Name&) {
+    return dynamic_cast<const LibraryContainerVFS*>(GetParent().GetOwnerFileSystem()) == nullptr;
+}
+
+int LibraryCacheEnumerator::Do() {
+    const int result = IO::TreeEnumerator::Do();
+    // The list names files the disk no longer has.
+    if (isValid && nextEntry != entries->GetSize())
+        isValid = false;
+    return result;
+}
+
+void LibraryCacheEnumerator::Invalidate() {
+    isValid = false;
+    Stop();
+}
+
+// By position: a changed order counts as a change.
+void LibraryCacheEnumerator::CompareWithNextEntry(const IO::Location& location) {
+    if (nextEntry >= entries->GetSize())
+        return Invalidate();
+    const LibraryCacheEntry& expected = (*entries)[nextEntry];
+    IO::RelativeLocation relative;
+    location.GetDifference(rootLocation, &relative);
+    if (!(relative == expected.relLocation))
+        return Invalidate();
+    IO::File file(location);
+    TITime time = 0;
+    if (file.GetStatus() != 0 || file.GetModificationTime(&time) != 0 || time != expected.modTime)
+        return Invalidate();
+    ++nextEntry;
+}
+
+} // namespace LM

@@ -1,0 +1,51 @@
+#pragma once
+
+// The comparing walk of the library cache: it walks a library's folders as the walker did, reads
+// only the file system's entries, and compares each file the walker would have listed, by place
+// and by time, with the validity list, in order. Containers are compared as files and not
+// entered. A valid library gets its containers mounted when the walk is destroyed, so that its
+// replayed parts can be opened.
+#include "walking/LibraryCacheEntry.hpp"
+
+#include "InputOutput/Location.hpp"
+#include "InputOutput/TreeEnumerator.hpp"
+#include "KLRoot/Array.hpp"
+#include "KLRoot/KLExport.hpp"
+
+#include <cstdint>
+
+namespace KL {
+class ProcessControl;
+}
+
+namespace LM {
+
+class LibrarySet;
+
+class LM_EXPORT LibraryCacheEnumerator : public IO::TreeEnumerator {
+public:
+    LibraryCacheEnumerator(KL::ProcessControl& processControl, const IO::Folder& folder,
+                           LibrarySet* librarySet, const KL::Array<LibraryCacheEntry>* entries);
+    ~LibraryCacheEnumerator() override;
+
+    bool EntryFound(const IO::Name& name, bool isFolder) override;
+    bool FileFound(const IO::Name& name) override;
+    bool FolderFound(const IO::Name& name) override;
+    int Do() override;
+
+    bool IsValid() const { return isValid; }
+
+private:
+    void CompareWithNextEntry(const IO::Location& location);
+    void Invalidate();
+
+    IO::Location rootLocation;
+    bool isValid = true;
+    const KL::Array<LibraryCacheEntry>* entries;
+    std::uint32_t nextEntry = 0;
+    LibrarySet* librarySet;
+    KL::Array<IO::Location> containers;
+    KL::ProcessControl& processControl;
+};
+
+} // namespace LM
