@@ -7,6 +7,8 @@
 //   container_bench WORK LIBRARY
 #include "support/ContainerBytes.hpp"
 
+#include "BenchClock.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <algorithm>
@@ -22,21 +24,13 @@
 
 namespace {
 
+using bench::Median;
+using bench::Milliseconds;
+
 using testsupport::LcfBytes;
 using testsupport::LcfNode;
 
 constexpr int Rounds = 5;
-
-double Milliseconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
-
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 // `folders` folders of `perFolder` files of `size` bytes each.
 void MakeTree(const std::filesystem::path& root, int folders, int perFolder, std::size_t size) {
@@ -98,7 +92,8 @@ int main(int argc, char** argv) {
     WriteContainer(work / "small", work / "small.lcf");
     WriteContainer(work / "large", work / "large.lcf");
     WriteContainer(library, work / "library.lcf");
-    const std::string tar = "tar -cf '" + (work / "small.tar").string() + "' -C '" + work.string() + "' small";
+    const std::string tar =
+        "tar -cf '" + (work / "small.tar").string() + "' -C '" + work.string() + "' small";
     if (std::system(tar.c_str()) != 0)
         return 1;
 

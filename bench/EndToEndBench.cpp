@@ -3,6 +3,8 @@
 // median of each; and the memory a catalogue holds per part.
 //
 //   e2e_bench LIBRARY
+#include "BenchClock.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <algorithm>
@@ -19,6 +21,9 @@
 #include <vector>
 
 namespace {
+
+using bench::Median;
+using bench::Milliseconds;
 
 struct WalkFacts {
     std::size_t files = 0;
@@ -40,17 +45,6 @@ WalkFacts PlainOpenReadWalk(const std::filesystem::path& root) {
         ++facts.files;
     }
     return facts;
-}
-
-double Milliseconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
-
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 // A field of /proc/self/status in KiB: VmRSS now, VmHWM the peak since the last reset.

@@ -1,6 +1,7 @@
 // Hostile containers: every byte changed in turn, cut at every byte, nested too deep, names that
 // would climb out of their place. A walk ends with 0, -36 or -7003, never a crash or a hang, and
 // what a damaged container still shows reads without harm.
+#include "containers/ContainerWalk.hpp"
 #include "support/ContainerBytes.hpp"
 #include "support/ScratchFolder.hpp"
 
@@ -13,30 +14,19 @@
 
 namespace {
 
+using testsupport::ContainerWalk;
 using testsupport::LcfBytes;
 using testsupport::LcfNode;
 using testsupport::ScratchFolder;
 
 constexpr int HardFailure = -7003;
 
-class ContainerWalk : public LM::LibraryContainerVFS {
-public:
-    explicit ContainerWalk(const IO::Location& unzip) : LM::LibraryContainerVFS(LM::LibraryContainerVFSOptions(unzip)) {}
-    int Walk(const IO::Location& location) {
-        IO::File file(location);
-        if (file.Open(IO::File::ReadMode) != KL::NoError)
-            return -1;
-        KL::NonInterruptibleProcessControl process;
-        return Mounted(process, location, file);
-    }
-};
-
 std::string Reference() {
     LcfBytes format;
     format.headerInfos = {{0x41424344u, "head"}};
-    LcfNode folder = LcfNode::Folder(
-        "Lib", {LcfNode::Folder("Sub", {LcfNode::File("s.txt", "sub file")}), LcfNode::File("a.txt", "plain text"),
-                LcfNode::File("z.txt", std::string(300, 'z'), true)});
+    LcfNode folder = LcfNode::Folder("Lib", {LcfNode::Folder("Sub", {LcfNode::File("s.txt", "sub file")}),
+                                             LcfNode::File("a.txt", "plain text"),
+                                             LcfNode::File("z.txt", std::string(300, 'z'), true)});
     folder.infos = {{0x1u, "folder info"}};
     folder.children[1].mime = "text/plain";
     folder.children[1].infos = {{0x2u, "file info"}};
@@ -99,7 +89,8 @@ TEST_F(ContainerHostile, ChangedAndCutBytesEndTheWalkCleanly) {
             std::string bytes = good;
             bytes[at] = static_cast<char>(value);
             const int result = WalkAndRead(bytes);
-            EXPECT_TRUE(result == 0 || result == LM::ILibraryContainerProcessor::SoftFailure || result == HardFailure)
+            EXPECT_TRUE(result == 0 || result == LM::ILibraryContainerProcessor::SoftFailure ||
+                        result == HardFailure)
                 << "byte " << at << " = " << int{value} << ": " << result;
         }
     }
@@ -130,8 +121,8 @@ TEST_F(ContainerHostile, DeepNestingAndClimbingNamesAreRefused) {
         return field;
     };
     EXPECT_EQ(WalkAndRead(named(units(u"ok"), 2)), 0);
-    for (const std::u16string& bad : {std::u16string(u".."), std::u16string(u"a/b"), std::u16string(u"a\0b", 3),
-                                      std::u16string(u"."), std::u16string()})
+    for (const std::u16string& bad : {std::u16string(u".."), std::u16string(u"a/b"),
+                                      std::u16string(u"a\0b", 3), std::u16string(u"."), std::u16string()})
         EXPECT_EQ(WalkAndRead(named(units(bad), static_cast<std::uint32_t>(bad.size()))), HardFailure);
     // A count that claims more than the field holds.
     EXPECT_EQ(WalkAndRead(named(units(u"ok"), 0x7FFFFFFF)), HardFailure);

@@ -60,19 +60,6 @@ std::vector<std::string> Tree(const IO::Location& root) {
 
 using Lines = std::vector<std::string>;
 
-// Exposes the walk's result, which a mount through the file system keeps to itself.
-class ContainerWalk : public LM::LibraryContainerVFS {
-public:
-    ContainerWalk() : LM::LibraryContainerVFS(LM::LibraryContainerVFSOptions()) {}
-    int Walk(const IO::Location& location) {
-        IO::File file(location);
-        if (file.Open(IO::File::ReadMode) != KL::NoError)
-            return -1;
-        KL::NonInterruptibleProcessControl process;
-        return Mounted(process, location, file);
-    }
-};
-
 class ContainerMount : public ::testing::Test {
 protected:
     ~ContainerMount() override {

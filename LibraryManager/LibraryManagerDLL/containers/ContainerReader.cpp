@@ -157,16 +157,9 @@ int ContainerReader::ReadFolder(KL::ProcessControl& process, const IO::Location&
     if (depth > MaxFolderDepth)
         return LibPartFileError;
     ChunkHeader block;
-    if (block.Read(*channel) != KL::NoError)
-        return LibPartFileError;
-    // An unknown block ends this node where it stands; the next child is read from here.
-    if (!block.Is(FolderTag))
-        return 0;
     FolderEntry record;
-    if (record.Read(*channel) != KL::NoError)
-        return LibPartFileError;
-    if (record.nameLength == 0)
-        return 0;
+    if (const NodeStart start = ReadNodeStart(FolderTag, &block, &record); start != NodeStart::Read)
+        return start == NodeStart::Skip ? 0 : LibPartFileError;
     IO::Name name;
     InfoArray infos;
     if (ReadName(record.nameLength, &name) != KL::NoError ||
@@ -222,16 +215,12 @@ int ContainerReader::ReadFile(KL::ProcessControl& process, const IO::Location& b
     if (cancelled)
         return 0;
     std::uint64_t start = 0;
+    if (Position(&start) != KL::NoError)
+        return LibPartFileError;
     ChunkHeader block;
-    if (Position(&start) != KL::NoError || block.Read(*channel) != KL::NoError)
-        return LibPartFileError;
-    if (!block.Is(FileTag))
-        return 0;
     FileEntry record;
-    if (record.Read(*channel) != KL::NoError)
-        return LibPartFileError;
-    if (record.nameLength == 0)
-        return 0;
+    if (const NodeStart begun = ReadNodeStart(FileTag, &block, &record); begun != NodeStart::Read)
+        return begun == NodeStart::Skip ? 0 : LibPartFileError;
     IO::Name name;
     InfoArray infos;
     std::uint64_t contentStart = 0;
@@ -254,6 +243,20 @@ int ContainerReader::ReadFile(KL::ProcessControl& process, const IO::Location& b
     if (MoveTo(end) != KL::NoError)
         return LibPartFileError;
     return soft ? SoftFailure : 0;
+}
+
+// An unknown block ends its node where it stands, after its header: the next child is read from
+// there. A node without a name is passed over the same way.
+template <typename Record>
+ContainerReader::NodeStart ContainerReader::ReadNodeStart(std::uint32_t tag, ChunkHeader* block,
+                                                          Record* record) {
+    if (block->Read(*channel) != KL::NoError)
+        return NodeStart::Failed;
+    if (!block->Is(tag))
+        return NodeStart::Skip;
+    if (record->Read(*channel) != KL::NoError)
+        return NodeStart::Failed;
+    return record->nameLength == 0 ? NodeStart::Skip : NodeStart::Read;
 }
 
 int ContainerReader::ReadName(std::uint32_t length, IO::Name* name) {

@@ -62,6 +62,9 @@ private:
     int ReadFile(KL::ProcessControl& process, const IO::Location& base, const IO::RelativeLocation& relative);
     bool IsFolderVisible(const FolderEntry& record, const IO::Name& name,
                          const IO::RelativeLocation& relative, bool hasSiblings, bool parentHasFiles);
+    enum class NodeStart { Read, Skip, Failed };
+    template <typename Record>
+    NodeStart ReadNodeStart(std::uint32_t tag, ChunkHeader* block, Record* record);
     int ReadName(std::uint32_t length, IO::Name* name);
     int Position(std::uint64_t* position) const;
     int MoveTo(std::uint64_t position);
