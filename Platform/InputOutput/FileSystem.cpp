@@ -229,6 +229,29 @@ int FileSystem::GetType(const Location& location, EntryType* type) const {
     });
 }
 
+int FileSystem::GetFileModificationTime(const Location& location, TITime* time) const {
+    if (time == nullptr)
+        return KL::ErrParam;
+    if (location.IsEmpty() || location.GetLength() == 0)
+        return InvalidLocationError;
+    if (GetServingVFS(location, false) != nullptr) {
+        FileEntry* entry = nullptr;
+        FixedVFS* owner = nullptr;
+        if (const int err = ConnectFile(location, &entry, &owner); err != KL::NoError)
+            return err;
+        const int result = EntryStatus::ToError(entry->GetModificationTime(time));
+        Disconnect(owner, entry);
+        return result;
+    }
+    struct stat info {};
+    if (const int err = StatLocal(location.ToString(), &info); err != KL::NoError)
+        return err;
+    if (S_ISDIR(info.st_mode))
+        return WrongKindError;
+    *time = TIFromUnixTime(info.st_mtim.tv_sec);
+    return KL::NoError;
+}
+
 int FileSystem::CreateFolderTree(const Location& location) {
     EntryType type = FileEntryType;
     const int status = GetType(location, &type);

@@ -39,6 +39,9 @@ public:
 
     // What stands at a location, following mounts.
     int GetType(const Location& location, EntryType* type) const;
+    // The modification time of the file at a location, with one question to the local disk: for
+    // walks that compare times of many files they do not open.
+    int GetFileModificationTime(const Location& location, TITime* time) const;
     // Creates the folder and every missing folder above it.
     int CreateFolderTree(const Location& location);
     // Removes a file, a link or an empty folder; a mount point is refused.

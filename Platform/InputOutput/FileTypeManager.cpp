@@ -96,6 +96,7 @@ TypeID FileTypeManager::AddType(const FileType& type, GroupID parent) {
     const std::int32_t id = nextType++;
     types.emplace(id, std::make_unique<FileType>(type));
     group->second.types.insert(id);
+    RebuildMembers();
     return TypeID(id);
 }
 
@@ -105,6 +106,7 @@ GroupID FileTypeManager::AddGroup(const KL::UniString& name, GroupID parent) {
         return UnknownGroup;
     const std::int32_t id = nextGroup--;
     groups.emplace(id, Group{name, parent.GetValue(), {}});
+    RebuildMembers();
     return GroupID(id);
 }
 
@@ -114,6 +116,7 @@ int FileTypeManager::AddTypeToGroup(TypeID type, GroupID group) {
     if (found == groups.end() || !types.contains(type.GetValue()))
         return KL::ErrParam;
     found->second.types.insert(type.GetValue());
+    RebuildMembers();
     return KL::NoError;
 }
 
@@ -123,6 +126,7 @@ int FileTypeManager::RemoveType(TypeID type) {
         return KL::ErrParam;
     for (auto& [id, group] : groups)
         group.types.erase(type.GetValue());
+    RebuildMembers();
     return KL::NoError;
 }
 
@@ -139,6 +143,7 @@ int FileTypeManager::RemoveGroup(GroupID group) {
     }
     for (const std::int32_t id : doomed)
         groups.erase(id);
+    RebuildMembers();
     return KL::NoError;
 }
 
@@ -161,16 +166,23 @@ bool FileTypeManager::IsGroupWithin(std::int32_t group, std::int32_t outer) cons
     return false;
 }
 
+void FileTypeManager::RebuildMembers() {
+    members.clear();
+    for (const auto& [id, group] : groups) {
+        for (const auto& [outer, unused] : groups) {
+            if (IsGroupWithin(id, outer))
+                members[outer].insert(group.types.begin(), group.types.end());
+        }
+    }
+}
+
 bool FileTypeManager::IsInGroup(std::int32_t type, std::int32_t group) const {
     if (!types.contains(type))
         return false;
     if (group == RootGroup.GetValue())
         return true;
-    for (const auto& [id, candidate] : groups) {
-        if (candidate.types.contains(type) && IsGroupWithin(id, group))
-            return true;
-    }
-    return false;
+    const auto found = members.find(group);
+    return found != members.end() && found->second.contains(type);
 }
 
 template <typename Accepts>
@@ -179,8 +191,18 @@ TypeID FileTypeManager::FindTypeOf(GeneralID within, Accepts accepts) const {
         const auto found = types.find(within.GetValue());
         return found != types.end() && accepts(*found->second) ? TypeID(found->first) : UnknownType;
     }
-    for (const auto& [id, type] : types) {
-        if (IsInGroup(id, within.GetValue()) && accepts(*type))
+    if (within == RootGroup) {
+        for (const auto& [id, type] : types) {
+            if (accepts(*type))
+                return TypeID(id);
+        }
+        return UnknownType;
+    }
+    const auto group = members.find(within.GetValue());
+    if (group == members.end())
+        return UnknownType;
+    for (const std::int32_t id : group->second) {
+        if (accepts(*types.at(id)))
             return TypeID(id);
     }
     return UnknownType;

@@ -66,6 +66,8 @@ private:
 
     bool IsInGroup(std::int32_t type, std::int32_t group) const;
     bool IsGroupWithin(std::int32_t group, std::int32_t outer) const;
+    // Refills `members` after a change of the table.
+    void RebuildMembers();
     // The first type of `within` (registration order; a type id stands for itself) that `accepts`.
     template <typename Accepts>
     TypeID FindTypeOf(GeneralID within, Accepts accepts) const;
@@ -74,6 +76,9 @@ private:
     std::uint32_t applicationCreator;
     std::map<std::int32_t, std::unique_ptr<FileType>> types;
     std::map<std::int32_t, Group> groups;
+    // Every type of a group and of the groups below it, in registration order: identification
+    // runs for every file of a walk and must not walk the group tree each time.
+    std::map<std::int32_t, std::set<std::int32_t>> members;
     std::int32_t nextType = 1;
     std::int32_t nextGroup = -2;
     mutable std::shared_mutex lock;

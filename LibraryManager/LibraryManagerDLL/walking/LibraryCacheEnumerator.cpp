@@ -80,9 +80,8 @@ void LibraryCacheEnumerator::CompareWithNextEntry(const IO::Location& location) 
     location.GetDifference(rootLocation, &relative);
     if (!(relative == expected.relLocation))
         return Invalidate();
-    IO::File file(location);
     TITime time = 0;
-    if (file.GetStatus() != 0 || file.GetModificationTime(&time) != 0 || time != expected.modTime)
+    if (IO::fileSystem.GetFileModificationTime(location, &time) != 0 || time != expected.modTime)
         return Invalidate();
     ++nextEntry;
 }
