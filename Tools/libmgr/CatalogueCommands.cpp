@@ -35,6 +35,12 @@ std::size_t DuplicateCount(Session& session) {
            reports.GetRevisionConflicts().GetSize() + reports.GetSameNameDifferentContents().GetSize();
 }
 
+std::string LastName(const std::string& location) {
+    IO::Name name;
+    IO::Location(location).GetLastLocalName(&name);
+    return name.ToUTF8();
+}
+
 // Each library with how this run read it: from its cache, or by a walk.
 nlohmann::json LibraryPassesJson(Session& session) {
     nlohmann::json passes = nlohmann::json::array();
@@ -77,8 +83,8 @@ void PrintSummary(Session& session, std::ostream& out) {
         << " same name with different content\n"
         << "time        " << std::fixed << std::setprecision(3) << session.GetSeconds() << " s\n";
     for (const nlohmann::json& pass : summary["libraryPasses"])
-        out << "library     " << pass["location"].get<std::string>() << "  "
-            << pass["pass"].get<std::string>() << '\n';
+        out << "library     " << LastName(pass["location"].get<std::string>()) << " (" << pass["pass"].get<std::string>()
+            << ")\n";
     out.unsetf(std::ios::floatfield);
 }
 

@@ -78,9 +78,7 @@ TEST(CatalogueCommands, ASecondRunReplaysTheSameCatalogue) {
     EXPECT_EQ(pass({"enumerate", "--json", LM_SAMPLE_LIBRARY_DIR}), "replayed");
     EXPECT_EQ(pass({"enumerate", "--json", "--no-cache", LM_SAMPLE_LIBRARY_DIR}), "walked");
     const ToolRun text = RunLibmgr(scratch, {"enumerate", LM_SAMPLE_LIBRARY_DIR});
-    EXPECT_NE(text.out.find(std::string("library     ") + LM_SAMPLE_LIBRARY_DIR + "  replayed\n"),
-              std::string::npos)
-        << text.out;
+    EXPECT_NE(text.out.find("library     library (replayed)\n"), std::string::npos) << text.out;
 }
 
 TEST(CatalogueCommands, ListShowsEveryPartWithItsFields) {
