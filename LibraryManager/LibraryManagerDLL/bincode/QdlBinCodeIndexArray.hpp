@@ -17,6 +17,11 @@ struct QdlBinCodeIndexArray {
     std::array<std::int32_t, ScriptTypeCount> indices{NoIndex, NoIndex, NoIndex, NoIndex,
                                                       NoIndex, NoIndex, NoIndex, NoIndex};
 
+    // The engine's types arrive unchecked; only these have a place here.
+    static constexpr bool IsScriptType(QDL_ScriptType type) {
+        return type >= 1 && static_cast<std::size_t>(type) <= ScriptTypeCount;
+    }
+
     // The type is not checked: callers hold one of the eight script types.
     std::int32_t Get(QDL_ScriptType type) const { return indices[static_cast<std::size_t>(type) - 1]; }
     void Set(QDL_ScriptType type, std::int32_t index) { indices[static_cast<std::size_t>(type) - 1] = index; }

@@ -151,7 +151,7 @@ void QdlBinCodesContainer::AddBinCodeToIndex(int index) {
     if (!IsValidBinCodeIndex(index))
         return;
     const QdlBinCodeItem& item = items[static_cast<std::size_t>(index)];
-    if (item.scriptType < 1 || item.scriptType > 8)
+    if (!QdlBinCodeIndexArray::IsScriptType(item.scriptType))
         return;
     QdlBinCodeIndexArray& indices = item.id.IsNull() ? byLocation[item.location] : byId[item.id];
     indices.Set(item.scriptType, index);

@@ -126,6 +126,7 @@ private:
     void Touch(QdlBinCodeItem& item) const;
     // Brings in from the open file what the item keeps there; the ancestry comes along with the code.
     int ReadItemData(QdlBinCodeItem& item, bool wantCode);
+    int ReadHandle(std::int32_t offset, std::int32_t size, KL::ScopedHandle* handle);
     // The cache file's place, or with another extension that of the lock file beside it.
     IO::Location CacheFileLocation(const char* extension = ".dat") const;
     // Closes the cache file; the offsets of the items go with it.

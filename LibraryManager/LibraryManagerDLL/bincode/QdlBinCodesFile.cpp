@@ -156,7 +156,8 @@ int QdlBinCodesContainer::AcquireLock(IO::FileEntry::LockMode mode) {
     const auto giveUp = std::chrono::steady_clock::now() + SharedLockPatience;
     for (;;) {
         const int result = lockFile->Lock(mode);
-        if (result != IO::LockedError || mode != IO::FileEntry::SharedLock || std::chrono::steady_clock::now() > giveUp)
+        if (result != IO::LockedError || mode != IO::FileEntry::SharedLock ||
+            std::chrono::steady_clock::now() > giveUp)
             return result;
         std::this_thread::sleep_for(SharedLockRetry);
     }
@@ -166,39 +167,37 @@ void QdlBinCodesContainer::ReleaseLock() {
     lockFile.reset();
 }
 
+int QdlBinCodesContainer::ReadHandle(std::int32_t offset, std::int32_t size, KL::ScopedHandle* handle) {
+    handle->Reset(BMAllocateHandle(size, 0, 0));
+    if (handle->Get() == nullptr)
+        return BMError();
+    if (const int err = cacheFile->SetPosition(static_cast<std::uint64_t>(offset)); err != KL::NoError)
+        return err;
+    return cacheFile->ReadBin(handle->GetData(), static_cast<std::uint64_t>(size));
+}
+
+// The table was checked against the file when it was read, and the file is never changed in
+// place: an offset of the table is a place in the open file.
 int QdlBinCodesContainer::ReadItemData(QdlBinCodeItem& item, bool wantCode) {
     if (cacheFile == nullptr)
         return KL::NoError;
-    struct Part {
-        bool wanted;
-        std::int32_t size;
-        std::int32_t offset;
-        bool missing;
+    const auto onDisk = [](std::int32_t size, std::int32_t offset, bool inMemory) {
+        return size != 0 && offset != 0 && !inMemory;
     };
-    const Part code{wantCode, item.codeSize, item.codeOffset, item.code == nullptr};
-    const Part chain{true, item.ancestrySize, item.ancestryOffset, item.ancestry == nullptr};
-    KL::ScopedHandle handles[2];
-    const Part* parts[2] = {&code, &chain};
-    for (int i = 0; i < 2; ++i) {
-        const Part& part = *parts[i];
-        // The table was checked against the file when it was read; the file is never changed in place.
-        if (!part.wanted || part.size == 0 || !part.missing || part.offset == 0)
-            continue;
-        handles[i].Reset(BMAllocateHandle(part.size, 0, 0));
-        if (handles[i].Get() == nullptr)
-            return BMError();
-        if (const int err = cacheFile->SetPosition(static_cast<std::uint64_t>(part.offset)); err != KL::NoError)
+    KL::ScopedHandle code;
+    KL::ScopedHandle chain;
+    if (wantCode && onDisk(item.codeSize, item.codeOffset, item.code != nullptr))
+        if (const int err = ReadHandle(item.codeOffset, item.codeSize, &code); err != KL::NoError)
             return err;
-        if (const int err = cacheFile->ReadBin(handles[i].GetData(), static_cast<std::uint64_t>(part.size));
-            err != KL::NoError)
+    if (onDisk(item.ancestrySize, item.ancestryOffset, item.ancestry != nullptr))
+        if (const int err = ReadHandle(item.ancestryOffset, item.ancestrySize, &chain); err != KL::NoError)
             return err;
-    }
-    if (handles[0].Get() != nullptr) {
-        item.code = KL::ConstSharedPtr<BinCode>(new BinCode(handles[0].Release()));
+    if (code.Get() != nullptr) {
+        item.code = KL::ConstSharedPtr<BinCode>(new BinCode(code.Release()));
         usedMemory += item.codeSize;
     }
-    if (handles[1].Get() != nullptr) {
-        item.ancestry = KL::ConstSharedPtr<AncestryHandleWrapper>(new AncestryHandleWrapper(handles[1].Release()));
+    if (chain.Get() != nullptr) {
+        item.ancestry = KL::ConstSharedPtr<AncestryHandleWrapper>(new AncestryHandleWrapper(chain.Release()));
         usedMemory += item.ancestrySize;
     }
     return KL::NoError;
@@ -227,7 +226,8 @@ int QdlBinCodesContainer::LoadBinCodesContainer(IO::File* file, Items* fileItems
     char bytes[HeaderSize];
     TITime compaction = 0;
     if (result == KL::NoError)
-        result = file->ReadBin(bytes, HeaderSize) == KL::NoError ? DecodeHeader(bytes, &compaction) : LibPartFileError;
+        result = file->ReadBin(bytes, HeaderSize) == KL::NoError ? DecodeHeader(bytes, &compaction)
+                                                                 : LibPartFileError;
     if (result == KL::NoError)
         result = ReadTable(*file, own != nullptr ? &items : fileItems);
     if (own == nullptr)
@@ -409,7 +409,7 @@ int QdlBinCodesContainer::MergeOneTemporaryFile(const IO::Folder& binFolder, con
     for (std::size_t i = 1; result == KL::NoError && i < found.GetSize(); ++i) {
         const QdlBinCodeItem& candidate = found[i];
         const QdlBinCodeIndexArray* known = SearchBinCodeIndex(candidate.id, candidate.location);
-        if (known == nullptr || candidate.scriptType < 1 || candidate.scriptType > 8 ||
+        if (known == nullptr || !QdlBinCodeIndexArray::IsScriptType(candidate.scriptType) ||
             known->Get(candidate.scriptType) != QdlBinCodeIndexArray::NoIndex)
             continue;
         items.Push(candidate);

@@ -1,5 +1,7 @@
 #include "catalogue/LibrarySet.hpp"
 
+#include "LibraryContainerVFS.hpp"
+
 #include "bincode/QdlBinCodesContainer.hpp"
 #include "catalogue/IServerLibraryCollection.hpp"
 #include "catalogue/LibPartSet.hpp"
@@ -142,11 +144,26 @@ bool LibrarySet::MakeReachable(KL::ProcessControl& process, const IO::Location& 
             return false;
         }
         AddVirtualFileSystem(location, hostFileSystem);
-    } else if (!CreateAndMountContainerFileSystem(process, location, &GetLibraryContainerVFSOptions())) {
+        AddMountedVFS(location);
+    } else if (!MountContainerFile(process, location)) {
+        return false;
+    }
+    return IO::Folder(location).GetStatus() == 0;
+}
+
+bool LibrarySet::MountContainerFile(KL::ProcessControl& process, const IO::Location& location) {
+    if (IO::fileSystem.IsMountPoint(location))
+        return true;
+    if (!CreateAndMountContainerFileSystem(process, location, &GetLibraryContainerVFSOptions()))
+        return false;
+    // Registered but not mounted would read as a folder that cannot be listed.
+    const auto* container = dynamic_cast<const LibraryContainerVFS*>(IO::fileSystem.GetMountedVFS(location));
+    if (container != nullptr && !container->IsMounted()) {
+        ReleaseVirtualFileSystem(location);
         return false;
     }
     AddMountedVFS(location);
-    return IO::Folder(location).GetStatus() == 0;
+    return true;
 }
 
 int LibrarySet::AddActiveLibrary(KL::ProcessControl& process, const IO::Location& location, LibraryMode mode,

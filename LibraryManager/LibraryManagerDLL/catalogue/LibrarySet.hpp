@@ -122,6 +122,10 @@ public:
     int ResetActiveLibraries();
     void CleanUp();
     void AddMountedVFS(const IO::Location& location);
+    // Mounts the container file at `location` for the catalogue, which lets it go at CleanUp. A
+    // place already mounted stays as it is; a container whose walk fails is passed over. True
+    // when a file system is mounted there now.
+    bool MountContainerFile(KL::ProcessControl& process, const IO::Location& location);
     void AddStorableFileType(FTM::GeneralID type);
     int SetLibraryContainerVFSOptions(const LibraryContainerVFSOptions& options);
     const LibraryContainerVFSOptions& GetLibraryContainerVFSOptions() const;

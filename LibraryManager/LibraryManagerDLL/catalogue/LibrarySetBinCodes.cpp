@@ -10,18 +10,10 @@
 
 namespace LM {
 
-namespace {
-
-// The engine's type arrives unchecked; the index arrays hold exactly the eight script types.
-bool IsScriptType(QDL_ScriptType type) {
-    return type >= 1 && type <= static_cast<int>(QdlBinCodeIndexArray::ScriptTypeCount);
-}
-
-} // namespace
-
 int LibrarySet::GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
                                     KL::ConstSharedPtr<BinCode>* code) {
-    if (libParts == nullptr || binCodes == nullptr || part == nullptr || !IsScriptType(type))
+    if (libParts == nullptr || binCodes == nullptr || part == nullptr ||
+        !QdlBinCodeIndexArray::IsScriptType(type))
         return LibPartFileError;
     KL::FastLockGuard guard(binCodeLock);
     // The common read: the index on the symbol, with no table lookup.
@@ -43,7 +35,8 @@ int LibrarySet::GetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
 
 int LibrarySet::SetSymbolQdlBinCode(const LibPart* part, QDL_ScriptType type,
                                     const KL::ConstSharedPtr<BinCode>& code) {
-    if (libParts == nullptr || binCodes == nullptr || part == nullptr || !IsScriptType(type))
+    if (libParts == nullptr || binCodes == nullptr || part == nullptr ||
+        !QdlBinCodeIndexArray::IsScriptType(type))
         return LibPartFileError;
     KL::FastLockGuard guard(binCodeLock);
     // The chain the code is compiled against, without the template mark: that is no part of it.

@@ -2,9 +2,7 @@
 
 #include "LibraryContainerVFS.hpp"
 #include "catalogue/LibrarySet.hpp"
-#include "containers/VirtualFileSystemRegistry.hpp"
 
-#include "InputOutput/File.hpp"
 #include "InputOutput/FileSystem.hpp"
 #include "InputOutput/FileType.hpp"
 #include "KLRoot/ProcessControl.hpp"
@@ -27,12 +25,8 @@ LibraryCacheEnumerator::LibraryCacheEnumerator(KL::ProcessControl& processContro
 LibraryCacheEnumerator::~LibraryCacheEnumerator() {
     if (!isValid)
         return;
-    for (const IO::Location& location : containers) {
-        if (!IO::fileSystem.IsMountPoint(location) &&
-            CreateAndMountContainerFileSystem(processControl, location,
-                                              &librarySet->GetLibraryContainerVFSOptions()))
-            librarySet->AddMountedVFS(location);
-    }
+    for (const IO::Location& location : containers)
+        librarySet->MountContainerFile(processControl, location);
 }
 
 bool LibraryCacheEnumerator::EntryFound(const IO::Name& name, bool isFolder) {

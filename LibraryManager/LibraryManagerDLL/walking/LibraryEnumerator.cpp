@@ -3,10 +3,8 @@
 #include "LibraryContainerVFS.hpp"
 #include "catalogue/IServerLibraryCollection.hpp"
 #include "catalogue/LibrarySet.hpp"
-#include "containers/VirtualFileSystemRegistry.hpp"
 #include "lists/FolderSet.hpp"
 
-#include "InputOutput/File.hpp"
 #include "InputOutput/FileSystem.hpp"
 #include "KLRoot/ProcessControl.hpp"
 #include "KLUtils/ResourceFileSystem.hpp"
@@ -23,11 +21,10 @@ bool IsOnContainerFileSystem(const IO::Folder& folder) {
     return dynamic_cast<const LibraryContainerVFS*>(folder.GetOwnerFileSystem()) != nullptr;
 }
 
+// 0 for a file whose time cannot be had: the cache's comparison then fails on it.
 TITime ModificationTimeOf(const IO::Location& location) {
     TITime modTime = 0;
-    IO::File file(location);
-    if (file.GetStatus() == 0)
-        file.GetModificationTime(&modTime);
+    IO::fileSystem.GetFileModificationTime(location, &modTime);
     return modTime;
 }
 
@@ -74,16 +71,7 @@ bool LibraryEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
     const IO::Location location = GetParent().GetLocation() + name;
     if (cacheEntries != nullptr && !insideContainer)
         RecordCacheEntry(location, ModificationTimeOf(location));
-    if (IO::fileSystem.IsMountPoint(location) ||
-        !CreateAndMountContainerFileSystem(processControl, location,
-                                           &librarySet->GetLibraryContainerVFSOptions()))
-        return false;
-    // A container whose walk failed is passed over, not entered as an unreadable folder.
-    const auto* container = dynamic_cast<const LibraryContainerVFS*>(FindFileSystem(location));
-    if (container != nullptr && !container->IsMounted())
-        ReleaseVirtualFileSystem(location);
-    else
-        librarySet->AddMountedVFS(location);
+    librarySet->MountContainerFile(processControl, location);
     return false;
 }
 
