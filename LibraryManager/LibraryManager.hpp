@@ -12,6 +12,7 @@
 #include "VectorImage/VectorImage.hpp"
 
 #include "LibraryContainerVFS.hpp"
+#include "LibraryContainerWriteOptions.hpp"
 #include "LibraryManagerErrors.hpp"
 #include "LibraryManagerVersion.hpp"
 #include "Paths.hpp"
@@ -31,6 +32,7 @@
 #include "containers/ContainerExtraction.hpp"
 #include "containers/ContainerFormat.hpp"
 #include "containers/ContainerReader.hpp"
+#include "containers/ContainerWriter.hpp"
 #include "containers/ILibraryContainerProcessor.hpp"
 #include "containers/LCFEntries.hpp"
 #include "containers/LibraryContainerVFSOptions.hpp"

@@ -194,6 +194,47 @@ int File::WriteThrough(const char* data, std::uint64_t size) {
     return KL::NoError;
 }
 
+int File::CopyTo(File& target, std::uint64_t size) {
+    if (!open)
+        return NotOpenError;
+    if (GetStatus() != KL::NoError)
+        return GetStatus();
+    KL::OChannel& out = target.GetOutputChannel();
+    if (out.GetStatus() != KL::NoError)
+        return out.GetStatus();
+    // What the read buffer already holds goes first, then the rest straight from entry to entry.
+    const std::uint64_t at = GetReadCount();
+    const std::uint64_t buffered = std::min(size, entryPosition > at ? entryPosition - at : 0);
+    if (const int err = CopyTo(out, buffered); err != KL::NoError)
+        return err;
+    const std::uint64_t rest = size - buffered;
+    if (rest == 0)
+        return KL::NoError;
+    if (const int err = out.Flush(); err != KL::NoError)
+        return err;
+    std::uint64_t moved = 0;
+    const int status = entry->TransferTo(*target.entry, rest, &moved);
+    if (status == KL::ErrNotSupported)
+        return CopyTo(out, rest);
+    entryPosition += moved;
+    reading = false;
+    bufferPosition = entryPosition;
+    SetWindowAt(readBuffer.get(), readBuffer.get(), entryPosition);
+    target.OutputMovedBy(moved);
+    if (status != KL::NoError)
+        return SetStatus(EntryResult(status));
+    return moved < rest ? SetStatus(KL::ErrEndOfData) : KL::NoError;
+}
+
+void File::OutputMovedBy(std::uint64_t size) {
+    entryPosition += size;
+    knownLength = std::max(knownLength, entryPosition);
+    wrote = true;
+    // As after a seek: what the channel wrote before no longer sits at a known distance.
+    outputSeekCount = output->GetWrittenCount();
+    outputBase = entryPosition - outputSeekCount;
+}
+
 int File::PatchThrough(std::uint64_t offset, const void* data, std::uint64_t size) {
     if (offset < outputSeekCount)
         return KL::ErrParam; // written before a seek: its place in the file is no longer known

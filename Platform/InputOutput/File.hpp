@@ -63,6 +63,12 @@ public:
     // readers that visit known places of a large file and should not pull in what lies between.
     void SetReadAhead(std::uint64_t bytes) { readAhead = bytes > 0 ? bytes : 1; }
 
+    // Copies `size` bytes from this file's read position to the end of what `target` has written,
+    // and reads on behind them. Between two files of the local disk the bytes go through the
+    // kernel, never through this process. ErrEndOfData when this file holds fewer.
+    int CopyTo(File& target, std::uint64_t size);
+    using KL::IChannel::CopyTo;
+
     int GetDataLength(std::uint64_t* length) const;
     int SetDataLength(std::uint64_t length);
     int GetCreationTime(TITime* time) const;
@@ -91,6 +97,8 @@ private:
     void Disconnect();
     int EntryResult(int status) const { return EntryStatus::ToError(status); }
     int WriteThrough(const char* data, std::uint64_t size);
+    // After bytes reached the entry around the output channel: later output follows them.
+    void OutputMovedBy(std::uint64_t size);
     int PatchThrough(std::uint64_t offset, const void* data, std::uint64_t size);
     int MoveEntryTo(std::uint64_t position);
     // Back to a clean stream state after a seek or close: only a connection failure stays.

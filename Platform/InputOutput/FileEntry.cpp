@@ -11,6 +11,12 @@ int FileEntry::Lock(LockMode) {
     return KL::ErrNotSupported;
 }
 
+int FileEntry::TransferTo(FileEntry&, std::uint64_t, std::uint64_t* moved) {
+    if (moved != nullptr)
+        *moved = 0;
+    return KL::ErrNotSupported;
+}
+
 int ReadOnlyFileEntry::SetCreationTime(TITime) {
     return ReadOnlyError;
 }

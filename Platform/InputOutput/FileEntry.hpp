@@ -77,6 +77,11 @@ public:
     virtual int SetWriteProtection(bool protect) = 0;
     // File systems without locks refuse with KL::ErrNotSupported.
     virtual int Lock(LockMode mode);
+    // Moves up to `size` bytes from this entry's position to `target`'s, both advancing, without
+    // the bytes passing through the caller; `moved` tells how many went, fewer only at the end of
+    // this entry. KL::ErrNotSupported, with nothing moved, when the two entries cannot do that
+    // between them: the caller then reads and writes itself.
+    virtual int TransferTo(FileEntry& target, std::uint64_t size, std::uint64_t* moved);
 };
 
 // Base of the entries of read-only file systems: every changing operation refuses.

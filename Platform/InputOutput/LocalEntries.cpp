@@ -220,6 +220,33 @@ int LocalFileEntry::Lock(LockMode mode) {
     return errno == EWOULDBLOCK ? LockedError : LastError();
 }
 
+int LocalFileEntry::TransferTo(FileEntry& target, std::uint64_t size, std::uint64_t* moved) {
+    if (moved == nullptr)
+        return KL::ErrParam;
+    *moved = 0;
+    auto* local = dynamic_cast<LocalFileEntry*>(&target);
+    if (local == nullptr)
+        return KL::ErrNotSupported;
+    if (descriptor < 0 || local->descriptor < 0 || !local->writable)
+        return NotOpenError;
+    while (*moved < size) {
+        const ssize_t put = RetryOnInterrupt(
+            [&] { return copy_file_range(descriptor, nullptr, local->descriptor, nullptr, size - *moved, 0); });
+        if (put < 0) {
+            // Kernels and file systems that cannot copy between these two refuse before moving
+            // anything; the caller copies the bytes itself then.
+            const bool refused = errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+            return refused && *moved == 0 ? KL::ErrNotSupported : LastError();
+        }
+        if (put == 0)
+            break;
+        *moved += static_cast<std::uint64_t>(put);
+        position += static_cast<std::uint64_t>(put);
+        local->position += static_cast<std::uint64_t>(put);
+    }
+    return KL::NoError;
+}
+
 int LocalFileEntry::Read(void* buffer, std::uint64_t size, std::uint64_t* read) {
     if (read == nullptr || (buffer == nullptr && size > 0))
         return KL::ErrParam;

@@ -32,6 +32,8 @@ public:
     bool IsWriteProtected() const override;
     int SetWriteProtection(bool protect) override;
     int Lock(LockMode mode) override;
+    // Through the kernel (copy_file_range) when the target is a local file too.
+    int TransferTo(FileEntry& target, std::uint64_t size, std::uint64_t* moved) override;
 
 private:
     std::string path;

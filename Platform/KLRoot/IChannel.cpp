@@ -1,5 +1,6 @@
 #include "KLRoot/IChannel.hpp"
 
+#include "KLRoot/OChannel.hpp"
 #include "KLRoot/Object.hpp"
 
 #include <algorithm>
@@ -95,20 +96,33 @@ int IChannel::Refill() {
 }
 
 int IChannel::ReadBin(void* dest, std::uint64_t size) {
+    if (status == NoError && size > 0 && dest == nullptr)
+        return SetStatus(ErrParam);
+    char* out = static_cast<char*>(dest);
+    return Drain(size, [&out](const char* bytes, std::uint64_t count) {
+        std::memcpy(out, bytes, count);
+        out += count;
+        return NoError;
+    });
+}
+
+int IChannel::CopyTo(OChannel& target, std::uint64_t size) {
+    return Drain(size, [&target](const char* bytes, std::uint64_t count) { return target.WriteBin(bytes, count); });
+}
+
+template <typename Sink>
+int IChannel::Drain(std::uint64_t size, Sink sink) {
     if (status != NoError)
         return status;
     if (size == 0)
         return NoError;
-    if (dest == nullptr)
-        return SetStatus(ErrParam);
-    // Refuse before copying anything, so a failed read leaves the destination untouched
-    // wherever the source can tell its length.
+    // Refuse before taking anything, so a failed read leaves the destination untouched wherever
+    // the source can tell its length.
     if (size > RemainingInLimit())
         return SetStatus(ErrStreamFormat);
     if (const std::int64_t available = GetAvailable();
         available >= 0 && static_cast<std::uint64_t>(available) < size)
         return SetStatus(ErrEndOfData);
-    char* out = static_cast<char*>(dest);
     while (size > 0) {
         if (cursor == limit) {
             if (const int err = Refill(); err != NoError)
@@ -117,9 +131,9 @@ int IChannel::ReadBin(void* dest, std::uint64_t size) {
                 return SetStatus(ErrEndOfData);
         }
         const std::uint64_t chunk = std::min<std::uint64_t>(size, static_cast<std::uint64_t>(limit - cursor));
-        std::memcpy(out, cursor, chunk);
+        if (const int err = sink(cursor, chunk); err != NoError)
+            return err;
         cursor += chunk;
-        out += chunk;
         size -= chunk;
     }
     return NoError;

@@ -11,6 +11,7 @@
 namespace KL {
 
 class Object;
+class OChannel;
 
 // A typed input stream. Values are read in the byte order of the channel's protocol.
 //
@@ -51,6 +52,8 @@ public:
     // Reads up to `size` bytes, fewer only at the end of the data, which is no failure here.
     int ReadUpTo(void* dest, std::uint64_t size, std::uint64_t* count);
     int Skip(std::uint64_t size);
+    // Reads exactly `size` bytes into `target`, straight from the window, a block at a time.
+    int CopyTo(OChannel& target, std::uint64_t size);
 
     int Read(bool& value);
     int Read(char& value) { return ReadValue(value); }
@@ -111,6 +114,9 @@ private:
     void UpdateLimit();
     // Refills an exhausted window; fails at a frame limit.
     int Refill();
+    // Hands exactly `size` bytes to `sink` in window-sized pieces.
+    template <typename Sink>
+    int Drain(std::uint64_t size, Sink sink);
 
     const char* windowBegin = nullptr;
     const char* cursor = nullptr;

@@ -53,28 +53,47 @@ const std::string* Options::Value(const std::string& name) const {
     return found != values.end() ? &found->second : nullptr;
 }
 
+void PrintCatalogueHelp(const CommandHelp& help) {
+    std::cout << "Usage: libmgr " << help.usage << "\n\n"
+              << help.text
+              << "  --no-cache   walk every library: neither replay nor write the library cache\n\n"
+                 "A LIB is a library folder, or a container file (.lcf) of one. Unchanged\n"
+                 "libraries are replayed from the cache in the user cache folder.\n";
+}
+
 std::optional<Options> ParseOptions(const Arguments& arguments,
-                                    std::initializer_list<const char*> valueOptions, int* exitCode) {
+                                    std::initializer_list<const char*> valueOptions, int* exitCode,
+                                    std::initializer_list<const char*> flagOptions) {
+    auto isAmong = [](std::initializer_list<const char*> names, const std::string& value) {
+        return std::any_of(names.begin(), names.end(), [&value](const char* name) { return value == name; });
+    };
     Options options;
     const std::vector<std::string>& values = arguments.values;
     for (std::size_t i = 0; i < values.size(); ++i) {
         const std::string& value = values[i];
-        const bool takesValue = std::any_of(valueOptions.begin(), valueOptions.end(),
-                                            [&value](const char* name) { return value == name; });
+        const std::size_t equals = value.starts_with("--") ? value.find('=') : std::string::npos;
+        const std::string name = value.substr(0, equals);
         if (value == "--json") {
             options.json = true;
         } else if (value == "-q" || value == "--quiet") {
             options.quiet = true;
         } else if (value == "--no-cache") {
             options.noCache = true;
-        } else if (takesValue) {
-            if (i + 1 == values.size()) {
+        } else if (isAmong(flagOptions, name)) {
+            options.flags.insert(name);
+            if (equals != std::string::npos)
+                options.values[name] = value.substr(equals + 1);
+        } else if (isAmong(valueOptions, name)) {
+            if (equals != std::string::npos) {
+                options.values[name] = value.substr(equals + 1);
+            } else if (i + 1 == values.size()) {
                 *exitCode = Complain(arguments,
                                      value + " needs a value; see 'libmgr " + arguments.command + " --help'",
                                      ExitUsage);
                 return std::nullopt;
+            } else {
+                options.values[value] = values[++i];
             }
-            options.values[value] = values[++i];
         } else if (value.starts_with("-")) {
             *exitCode = Complain(arguments, "unknown option '" + value + "'", ExitUsage);
             return std::nullopt;

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,8 +24,12 @@ struct Options {
     bool quiet = false;
     // Neither replays from nor writes to the library cache and the compiled script cache.
     bool noCache = false;
+    // Options without a value that were given ("--force"); a flag given as "--flag=VALUE" also
+    // has its value in `values`.
+    std::set<std::string> flags;
 
     const std::string* Value(const std::string& name) const;
+    bool Has(const std::string& flag) const { return flags.count(flag) > 0; }
 };
 
 struct CommandHelp {
@@ -32,9 +37,14 @@ struct CommandHelp {
     const char* text;
 };
 
-// Everything that does not start with "-" is a library; `valueOptions` take the next argument.
+// Everything that does not start with "-" is a library; `valueOptions` take the next argument (or
+// "=VALUE"), `flagOptions` stand alone (or take "=VALUE").
 std::optional<Options> ParseOptions(const Arguments& arguments,
-                                    std::initializer_list<const char*> valueOptions, int* exitCode);
+                                    std::initializer_list<const char*> valueOptions, int* exitCode,
+                                    std::initializer_list<const char*> flagOptions = {});
+
+// The help of a command that reads libraries, with the options all of them share.
+void PrintCatalogueHelp(const CommandHelp& help);
 
 // A started manager with the libraries of the command line enumerated.
 class Session {
@@ -70,11 +80,7 @@ template <typename Work>
 int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help,
                    std::initializer_list<const char*> valueOptions, Work work) {
     if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr " << help.usage << "\n\n"
-                  << help.text
-                  << "  --no-cache   walk every library: neither replay nor write the library cache\n\n"
-                     "A LIB is a library folder, or a container file (.lcf) of one. Unchanged\n"
-                     "libraries are replayed from the cache in the user cache folder.\n";
+        PrintCatalogueHelp(help);
         return ExitSuccess;
     }
     int exitCode = ExitSuccess;

@@ -1,6 +1,7 @@
 // libmgr: the library manager's command-line tool.
 #include "CatalogueCommands.hpp"
 #include "CommandLine.hpp"
+#include "ContainerCommands.hpp"
 #include "GenCommand.hpp"
 #include "PartCommands.hpp"
 #include "QueryCommands.hpp"
@@ -33,6 +34,8 @@ void PrintUsage(std::ostream& out) {
            "  show        everything about one part: place, id, flags, ancestry, sections\n"
            "  duplicates  print the duplicate reports of libraries\n"
            "  tree        print the type hierarchy of libraries\n"
+           "  pack        pack libraries into one container file\n"
+           "  unpack      unpack a container file into a folder\n"
            "  part        build a part file from its XML description, or dump one as XML\n"
            "  gen         write a synthetic library of any size, for benchmarks and tests\n"
            "  self-check  exercise the foundation libraries and report each check\n"
@@ -99,6 +102,10 @@ int main(int argc, char** argv) {
         return libmgr::RunTreeCommand(arguments);
     if (command == "gen")
         return libmgr::RunGenCommand(arguments);
+    if (command == "pack")
+        return libmgr::RunPackCommand(arguments);
+    if (command == "unpack")
+        return libmgr::RunUnpackCommand(arguments);
     if (command == "part")
         return libmgr::RunPartCommand(arguments);
     std::cerr << "libmgr: unknown command '" << command << "'; see 'libmgr --help'\n";

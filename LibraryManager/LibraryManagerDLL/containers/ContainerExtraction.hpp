@@ -1,12 +1,22 @@
 #pragma once
 
 // Turning a container back into files, and the test of whether a file is a container at all.
+//
+// Extraction writes only below its destination: the walk hands it names that are never empty,
+// ".", ".." or separator-bearing, and a link that stands where a folder or file is to go is
+// removed instead of followed, so nothing that the destination already holds can lead outside.
+// Paths that would pass the system's length limit go to numbered side folders of the destination.
 #include "containers/ILibraryContainerProcessor.hpp"
 
+#include "InputOutput/Folder.hpp"
+#include "InputOutput/Location.hpp"
+#include "KLRoot/Channel.hpp"
 #include "KLRoot/KLExport.hpp"
 
-namespace IO {
-class Location;
+#include <cstdint>
+
+namespace KL {
+class ProcessControl;
 }
 
 namespace LM {
@@ -26,6 +36,71 @@ public:
     }
     ~DummyProcessor() override;
 };
+
+// Writes every folder and file a walk delivers below the walk's base.
+class LM_EXPORT LibraryContainerExtractor : public ILibraryContainerProcessor {
+public:
+    // A folder path from this length on is not made; its files go to side folders.
+    static constexpr int MaxFolderPathLength = 248;
+    // A file path from this length on goes to a side folder.
+    static constexpr int MaxFilePathLength = 260;
+    // Files per side folder; the next one opens at this count.
+    static constexpr int SideFolderCapacity = 500;
+
+    explicit LibraryContainerExtractor(KL::PlatformSign platform = KL::LittleEndianSign);
+    ~LibraryContainerExtractor() override;
+
+    // Makes `destination` if missing and walks the container of `channel` into it: the result of
+    // ExtractContainer below.
+    int Extract(KL::ProcessControl& process, KL::IChannel& channel, const IO::Location& destination,
+                bool callerFlag, bool skipTopFolder, bool flattenFolders);
+
+    int ProcessFolder(KL::IChannel& channel, IO::File* file, const FolderEntry& folder, const IO::Location& base,
+                      const IO::RelativeLocation& relative, bool subContainer,
+                      const KL::Array<InfoData*>* infos) override;
+    void FolderEntered(const FolderEntry& folder, const IO::Location& base, const IO::RelativeLocation& relative,
+                       bool subContainer) override;
+    void FolderExited(const FolderEntry& folder, const IO::Location& base, const IO::RelativeLocation& relative,
+                      bool subContainer) override;
+    int ProcessFile(KL::IChannel& channel, IO::File* file, const FileEntry& entry, const IO::Location& base,
+                    const IO::RelativeLocation& relative, const KL::Array<InfoData*>* infos) override;
+
+    int GetExtractedFileCount() const { return extractedFileCount; }
+    // Files whose content could not be read whole: made, then removed again.
+    int GetDroppedFileCount() const { return droppedFileCount; }
+
+private:
+    void MeasureBase(const IO::Location& base);
+    int FolderNameLength(const IO::RelativeLocation& relative) const;
+    int SideFolderTarget(const IO::Location& base, const IO::Name& name, IO::Location* target);
+    // Makes an empty file at `target`, in place of whatever stood there.
+    int MakeTarget(const IO::Location& target);
+    int CopyContent(KL::IChannel& channel, IO::File* container, const FileEntry& entry, IO::File& target);
+    void ConvertText(IO::Location target, const FileEntry& entry) const;
+
+    KL::PlatformSign platform;
+    int basePathLength = 0;
+    int folderPathLength = 0;
+    int specFileCount = 0;
+    std::int16_t specFolderIndex = 0;
+    bool inSpecFolder = false;
+    char specFolderName[16] = {};
+    int extractedFileCount = 0;
+    int droppedFileCount = 0;
+    // The folder files were last written to: files come grouped by folder.
+    IO::Folder targetFolder;
+};
+
+// Writes the container read from `channel` below `destination`, made if missing. `callerFlag`
+// goes to the reader unread. A null platform means 0x5757. 0, -36 when some files could not be
+// made for want of permission, -7003 on failure.
+LM_EXPORT int ExtractContainer(KL::ProcessControl& process, KL::IChannel& channel, const IO::Location& destination,
+                               bool callerFlag, bool skipTopFolder, KL::PlatformSign* platform,
+                               bool flattenFolders);
+// The same from a container file; a source that cannot be opened gives 0, and nothing is made.
+LM_EXPORT int ExtractContainer(KL::ProcessControl& process, const IO::Location& source,
+                               const IO::Location& destination, bool callerFlag, bool skipTopFolder,
+                               KL::PlatformSign* platform, bool flattenFolders);
 
 // True when the file at `location` begins with a container header of a version this reader
 // knows. Only the header and its INFO block are read; a file that cannot be opened is no container.

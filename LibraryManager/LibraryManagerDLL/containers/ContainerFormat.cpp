@@ -1,8 +1,10 @@
 #include "containers/ContainerFormat.hpp"
 
+#include "InputOutput/Name.hpp"
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/IChannel.hpp"
+#include "KLRoot/OChannel.hpp"
 
 #include <cstring>
 
@@ -37,6 +39,33 @@ private:
     const char* next;
 };
 
+// Lays out a record's fields big-endian and writes them in one piece.
+class RecordOut {
+public:
+    explicit RecordOut(char* bytes) : next(bytes) {}
+
+    template <typename T>
+    void Put(T value) {
+        KL::StoreInOrder(next, value, KL::BigEndianSign);
+        next += sizeof(T);
+    }
+    void Put(const OVFS::DateTime& value) {
+        Put(value.GetHigh());
+        Put(value.GetLow());
+    }
+
+private:
+    char* next;
+};
+
+template <std::size_t Size, typename... Fields>
+int WriteRecord(KL::OChannel& channel, const Fields&... fields) {
+    char bytes[Size];
+    RecordOut record(bytes);
+    (record.Put(fields), ...);
+    return channel.WriteBin(bytes, Size);
+}
+
 template <std::size_t Size, typename... Fields>
 int ReadRecord(KL::IChannel& channel, Fields&... fields) {
     char bytes[Size];
@@ -53,8 +82,16 @@ int ContainerHeader::Read(KL::IChannel& channel) {
     return ReadRecord<Size>(channel, magic, fileType, versionH, versionL, partCount, headerSize, infoCount);
 }
 
+int ContainerHeader::Write(KL::OChannel& channel) const {
+    return WriteRecord<Size>(channel, magic, fileType, versionH, versionL, partCount, headerSize, infoCount);
+}
+
 int ChunkHeader::Read(KL::IChannel& channel) {
     return ReadRecord<Size>(channel, tag, reserved, flags, count, length);
+}
+
+int ChunkHeader::Write(KL::OChannel& channel) const {
+    return WriteRecord<Size>(channel, tag, reserved, flags, count, length);
 }
 
 int FolderEntry::Read(KL::IChannel& channel) {
@@ -62,9 +99,19 @@ int FolderEntry::Read(KL::IChannel& channel) {
                             dataOffset);
 }
 
+int FolderEntry::Write(KL::OChannel& channel) const {
+    return WriteRecord<Size>(channel, flags, recordSize, nameLength, subfolderCount, fileCount, infoCount,
+                             dataOffset);
+}
+
 int FileEntry::Read(KL::IChannel& channel) {
     return ReadRecord<Size>(channel, flags, recordSize, nameLength, mimeOffset, mimeLength, macType, macCreator,
                             creationTime, modificationTime, dataLength, infoCount, dataOffset);
+}
+
+int FileEntry::Write(KL::OChannel& channel) const {
+    return WriteRecord<Size>(channel, flags, recordSize, nameLength, mimeOffset, mimeLength, macType, macCreator,
+                             creationTime, modificationTime, dataLength, infoCount, dataOffset);
 }
 
 InfoData::InfoData(std::uint32_t type, std::uint32_t size, const char* bytes) : type(type), size(size) {
@@ -102,6 +149,11 @@ int InfoData::Read(KL::IChannel& channel) {
     size = itemSize;
     data = std::move(bytes);
     return KL::NoError;
+}
+
+int InfoData::Write(KL::OChannel& channel) const {
+    WriteRecord<8>(channel, type, size);
+    return channel.WriteBin(data.get(), size);
 }
 
 InfoArray::InfoArray(const InfoArray& other) {
@@ -148,6 +200,40 @@ int InfoArray::ReadBlock(KL::IChannel& channel, std::int32_t count) {
         item.release();
     }
     return KL::NoError;
+}
+
+std::uint64_t InfoArray::GetBlockSize() const {
+    if (items.IsEmpty())
+        return 0;
+    std::uint64_t size = ChunkHeader::Size;
+    for (const InfoData* item : items)
+        size += item->GetStoredSize();
+    return size;
+}
+
+// A failed item does not stop the others: the channel keeps the first failure, the last item's
+// result is the answer.
+int InfoArray::WriteBlock(KL::OChannel& channel) const {
+    if (items.IsEmpty())
+        return KL::NoError;
+    ChunkHeader block;
+    block.tag = InfoTag;
+    block.length = static_cast<std::uint32_t>(GetBlockSize());
+    int result = block.Write(channel);
+    for (const InfoData* item : items)
+        result = item->Write(channel);
+    return result;
+}
+
+bool HasExtensionAmong(const IO::Name& name, std::initializer_list<const char*> extensions) {
+    if (!name.HasExtension())
+        return false;
+    const KL::UniString extension = name.GetExtension();
+    for (const char* wanted : extensions) {
+        if (extension.IsEqual(KL::UniString(wanted), KL::CaseInsensitive))
+            return true;
+    }
+    return false;
 }
 
 } // namespace LM

@@ -2,18 +2,24 @@
 
 // The records of a container file (".LCF"), docs/formats/lcf.md: the file header, the block
 // header, the folder and file records and the info items of INFO blocks. Every integer is
-// big-endian on every platform; records are packed. Each Read takes exactly the record's bytes
-// from a channel, whatever the channel's own byte order, and checks nothing a caller must judge.
+// big-endian on every platform; records are packed. Each Read takes and each Write puts exactly the
+// record's bytes, whatever the channel's own byte order; Read checks nothing a caller must judge.
 #include "KLRoot/Array.hpp"
 #include "KLRoot/KLExport.hpp"
 #include "VBUtils/DateTime.hpp"
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
+
+namespace IO {
+class Name;
+}
 
 namespace KL {
 class IChannel;
-}
+class OChannel;
+} // namespace KL
 
 namespace LM {
 
@@ -51,6 +57,7 @@ struct LM_EXPORT ContainerHeader {
     std::int32_t infoCount = 0;
 
     int Read(KL::IChannel& channel);
+    int Write(KL::OChannel& channel) const;
     // Versions up to 1.0 are read; names are IO::Names exactly in 1.0, single-byte texts in 0.4.
     bool IsAcceptedVersion() const { return versionH < 1 || (versionH == 1 && versionL <= 0); }
 };
@@ -66,6 +73,7 @@ struct LM_EXPORT ChunkHeader {
     std::uint32_t length = 0;
 
     int Read(KL::IChannel& channel);
+    int Write(KL::OChannel& channel) const;
     // A block of this tag as the walk knows it: a nonzero reserved word makes it unknown.
     bool Is(std::uint32_t wanted) const { return tag == wanted && reserved == 0; }
 };
@@ -82,6 +90,7 @@ struct LM_EXPORT FolderEntry {
     std::uint32_t dataOffset = 0;
 
     int Read(KL::IChannel& channel);
+    int Write(KL::OChannel& channel) const;
 };
 
 struct LM_EXPORT FileEntry {
@@ -101,6 +110,7 @@ struct LM_EXPORT FileEntry {
     std::uint32_t dataOffset = 0;
 
     int Read(KL::IChannel& channel);
+    int Write(KL::OChannel& channel) const;
 };
 
 // One tagged item of an INFO block, with a deep copy of its payload.
@@ -115,6 +125,9 @@ public:
     // The 8-byte head and the payload; a size past what the channel holds is refused before
     // anything is allocated.
     int Read(KL::IChannel& channel);
+    int Write(KL::OChannel& channel) const;
+    // The bytes Write puts: head and payload.
+    std::uint64_t GetStoredSize() const { return 8 + std::uint64_t{size}; }
 
     std::uint32_t GetType() const { return type; }
     std::uint32_t GetSize() const { return size; }
@@ -137,6 +150,10 @@ public:
 
     // Reads an INFO block of `count` items; the count is the owning record's, never the block's.
     int ReadBlock(KL::IChannel& channel, std::int32_t count);
+    // Writes the INFO block of all items; nothing when there are none.
+    int WriteBlock(KL::OChannel& channel) const;
+    // The bytes WriteBlock puts.
+    std::uint64_t GetBlockSize() const;
     void Push(const InfoData& item);
     void Clear();
     const KL::Array<InfoData*>& Get() const { return items; }
@@ -144,5 +161,9 @@ public:
 private:
     KL::Array<InfoData*> items;
 };
+
+// True when the name's extension is one of `extensions`, without case: packing tools wrap
+// libraries in folders named so.
+LM_EXPORT bool HasExtensionAmong(const IO::Name& name, std::initializer_list<const char*> extensions);
 
 } // namespace LM

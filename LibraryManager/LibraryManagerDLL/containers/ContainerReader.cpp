@@ -39,18 +39,6 @@ bool ReadNestedFolderPreference() {
     return check;
 }
 
-// A folder that only wraps a library the way packing tools make it.
-bool HasRedundantExtension(const IO::Name& name) {
-    if (!name.HasExtension())
-        return false;
-    const KL::UniString extension = name.GetExtension();
-    for (const char* redundant : {"LCF", "PLA", "LIB"}) {
-        if (extension.IsEqual(KL::UniString(redundant), KL::CaseInsensitive))
-            return true;
-    }
-    return false;
-}
-
 // Names of version 0.4 are single-byte texts: UTF-8 where they are valid UTF-8, else Latin-1.
 KL::UniString SingleByteText(std::string_view bytes) {
     if (KL::IsValidUTF8(bytes))
@@ -138,7 +126,7 @@ bool ContainerReader::IsFolderVisible(const FolderEntry& record, const IO::Name&
     const bool wrapperPlace =
         checkNestedFolders && !hasSiblings && record.fileCount == 0 &&
         (relative.GetLength() == 0 || (relative.GetLength() == 1 && record.subfolderCount == 1));
-    if (wrapperPlace && HasRedundantExtension(name)) {
+    if (wrapperPlace && HasExtensionAmong(name, {"LCF", "PLA", "LIB"})) {
         visible = false;
     } else if (skipTopFolder) {
         visible = relative.GetLength() != 0;

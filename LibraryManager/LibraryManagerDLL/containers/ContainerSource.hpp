@@ -1,0 +1,75 @@
+#pragma once
+
+// The files a container writer packs, read the way the writer needs them: the facts that go into
+// a file record, and the content, copied as it stands or compressed. Compression is the expensive
+// part of packing, so ContentCompressor runs it on worker threads ahead of the writer; the writer
+// takes the results strictly in file order, and at most a bounded number wait in memory.
+#include "InputOutput/Location.hpp"
+#include "InputOutput/ZipChannel.hpp"
+#include "KLRoot/Time.hpp"
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace IO {
+class File;
+}
+
+namespace LM {
+
+// What a file record says of its source.
+struct SourceFacts {
+    std::uint64_t dataLength = 0;
+    TITime creationTime = 0;
+    TITime modificationTime = 0;
+};
+
+// Opens `source` for reading and reads its facts; the file stands at its start after.
+int OpenSource(IO::File& source, SourceFacts* facts);
+
+// One compressed file, or the failure to read it.
+struct CompressedContent {
+    int status = 0;
+    SourceFacts facts;
+    std::vector<char> bytes;
+};
+
+class ContentCompressor {
+public:
+    // How many results may wait ahead of the writer.
+    static constexpr std::size_t MaxAhead = 32;
+
+    ContentCompressor(std::vector<IO::Location> sources, const IO::ZipOChannelOptions& options);
+    // Stops the workers: results not taken are dropped.
+    ~ContentCompressor();
+    ContentCompressor(const ContentCompressor&) = delete;
+    ContentCompressor& operator=(const ContentCompressor&) = delete;
+
+    // The next source's result, in the order given; waits until it is ready.
+    CompressedContent TakeNext();
+
+private:
+    struct Slot {
+        bool ready = false;
+        CompressedContent content;
+    };
+
+    void Work();
+    CompressedContent Compress(const IO::Location& source) const;
+
+    std::vector<IO::Location> sources;
+    IO::ZipOChannelOptions options;
+    std::vector<Slot> slots;
+    std::size_t nextToStart = 0;
+    std::size_t nextToTake = 0;
+    bool stopping = false;
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<std::thread> workers;
+};
+
+} // namespace LM

@@ -1,0 +1,312 @@
+#include "ContainerCommands.hpp"
+#include "CatalogueSession.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fnmatch.h>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <unistd.h>
+
+namespace libmgr {
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+// Ctrl-C asks the work to stop at its next poll, so that a half-written container is removed
+// and a half-done extraction ends cleanly; a second Ctrl-C ends the process at once.
+class InterruptGuard {
+public:
+    InterruptGuard() {
+        interrupted = 0;
+        previous = std::signal(SIGINT, [](int) {
+            interrupted = 1;
+            std::signal(SIGINT, SIG_DFL);
+        });
+    }
+    ~InterruptGuard() { std::signal(SIGINT, previous); }
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+private:
+    void (*previous)(int);
+};
+
+// A line on a terminal that counts files as the work polls (once per 16 files).
+class FileProgress : public KL::ProcessControl {
+public:
+    FileProgress(const char* verb, int total, bool enabled) : verb(verb), total(total), enabled(enabled) {}
+    ~FileProgress() override {
+        if (enabled && shown)
+            std::cerr << "\r\x1b[K" << std::flush;
+    }
+    bool BreakRequested() override { return interrupted != 0; }
+
+protected:
+    void ProgressChanged() override {
+        if (!enabled || GetStep() == 0)
+            return;
+        std::cerr << "\r\x1b[K" << verb << "  " << GetStep() * 16;
+        if (total > 0)
+            std::cerr << " of " << total;
+        std::cerr << " files" << std::flush;
+        shown = true;
+    }
+
+private:
+    const char* verb;
+    int total;
+    bool enabled;
+    bool shown = false;
+};
+
+bool ShowsProgress(const Options& options) {
+    return !options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1;
+}
+
+std::string Megabytes(std::uint64_t bytes) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1) << static_cast<double>(bytes) / (1024.0 * 1024.0) << " MiB";
+    return text.str();
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// ---- pack
+
+// The compression the options ask for: nullopt for none; false when the level is no level.
+bool ReadCompression(const Options& options, std::optional<IO::ZipOChannelOptions>* zip) {
+    if (!options.Has("--compress"))
+        return true;
+    IO::ZipOChannelOptions chosen;
+    chosen.level = 1; // packing is for shipping often: speed first, as zip -1
+    if (const std::string* level = options.Value("--compress")) {
+        if (level->size() != 1 || (*level)[0] < '0' || (*level)[0] > '9')
+            return false;
+        chosen.level = static_cast<std::uint32_t>((*level)[0] - '0');
+    }
+    *zip = chosen;
+    return true;
+}
+
+// The parts whose place inside their library ("folder/file.klm") or file name matches.
+KL::HashTable<const LM::LibPart*, bool> SelectParts(Session& session, const std::string& pattern) {
+    KL::HashTable<const LM::LibPart*, bool> selection;
+    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr; ++part) {
+        const std::string display = session.Display(part->GetOrigLocation());
+        const std::size_t slash = display.find('/');
+        const std::string inside = slash == std::string::npos ? display : display.substr(slash + 1);
+        const std::string file = part->GetFileName().ToUTF8();
+        const bool matches =
+            fnmatch(pattern.c_str(), inside.c_str(), 0) == 0 || fnmatch(pattern.c_str(), file.c_str(), 0) == 0;
+        selection.Put(part.Get(), matches);
+    }
+    return selection;
+}
+
+int CountSelected(Session& session, const KL::HashTable<const LM::LibPart*, bool>* selection) {
+    int count = 0;
+    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr; ++part) {
+        bool selected = selection == nullptr;
+        if (selection != nullptr)
+            selection->Get(part.Get(), &selected);
+        count += selected ? 1 : 0;
+    }
+    return count;
+}
+
+void PrintPackSummary(const Options& options, const std::string& target, const LM::ContainerWriter& writer,
+                      double seconds) {
+    if (options.json) {
+        std::cout << nlohmann::json{{"container", target},
+                                    {"parts", writer.GetPartCount()},
+                                    {"files", writer.GetFilesWritten()},
+                                    {"folders", writer.GetFoldersWritten()},
+                                    {"bytesIn", writer.GetBytesRead()},
+                                    {"bytesOut", writer.GetBytesWritten()},
+                                    {"compressed", options.Has("--compress")},
+                                    {"seconds", seconds}}
+                         .dump(2)
+                  << '\n';
+        return;
+    }
+    if (options.quiet)
+        return;
+    std::cout << "container   " << target << '\n'
+              << "parts       " << writer.GetPartCount() << " in " << writer.GetFoldersWritten() << " folders\n"
+              << "bytes in    " << Megabytes(writer.GetBytesRead()) << '\n'
+              << "bytes out   " << Megabytes(writer.GetBytesWritten()) << '\n'
+              << "time        " << std::fixed << std::setprecision(2) << seconds << " s\n";
+}
+
+int Pack(const Arguments& arguments, const Options& options, const IO::Location& target,
+         const LM::ContainerWriteOptions& writeOptions) {
+    Session session;
+    if (const int opened = session.Open(arguments, options); opened != ExitSuccess)
+        return opened;
+    std::optional<KL::HashTable<const LM::LibPart*, bool>> selection;
+    if (const std::string* pattern = options.Value("--only"))
+        selection = SelectParts(session, *pattern);
+    const auto* chosen = selection ? &*selection : nullptr;
+    const int selected = CountSelected(session, chosen);
+    if (selected == 0)
+        return Complain(arguments, "no part to pack" + std::string(chosen != nullptr ? " matches --only" : ""),
+                        ExitFailure);
+
+    const auto start = std::chrono::steady_clock::now();
+    LM::ContainerWriter writer(&session.Set(), writeOptions);
+    writer.BuildTree(chosen);
+    InterruptGuard guard;
+    FileProgress progress("packing", selected, ShowsProgress(options));
+    const int written = writer.WriteToLocation(progress, target);
+    if (interrupted != 0)
+        return Complain(arguments, "interrupted; " + target.ToString() + " was left as it was", ExitFailure);
+    if (written != 0)
+        return Complain(arguments, "could not write " + target.ToString() + ": " + ErrorText(written), ExitFailure);
+    PrintPackSummary(options, target.ToString(), writer, SecondsSince(start));
+    return ExitSuccess;
+}
+
+// ---- unpack
+
+bool IsEmptyFolder(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_empty(path, error) && !error;
+}
+
+void PrintUnpackSummary(const Options& options, const std::string& destination,
+                        const LM::LibraryContainerExtractor& extractor, double seconds) {
+    if (options.json) {
+        std::cout << nlohmann::json{{"destination", destination},
+                                    {"files", extractor.GetExtractedFileCount()},
+                                    {"unreadable", extractor.GetDroppedFileCount()},
+                                    {"seconds", seconds}}
+                         .dump(2)
+                  << '\n';
+        return;
+    }
+    if (options.quiet)
+        return;
+    std::cout << "folder      " << destination << '\n'
+              << "files       " << extractor.GetExtractedFileCount() << '\n'
+              << "time        " << std::fixed << std::setprecision(2) << seconds << " s\n";
+}
+
+int Unpack(const Arguments& arguments, const Options& options, const std::string& source,
+           const std::string& destination) {
+    const std::optional<IO::Location> from = PathToLocation(source);
+    const std::optional<IO::Location> to = PathToLocation(destination);
+    if (!from || !to)
+        return Complain(arguments, "a path that makes no place: " + (!from ? source : destination), ExitUsage);
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(source, error))
+        return Complain(arguments, source + ": no such file", ExitFailure);
+    if (!LM::CheckIfContainer(*from))
+        return Complain(arguments, source + ": not a container file", ExitFailure);
+    if (std::filesystem::exists(destination, error) && !IsEmptyFolder(destination) && !options.Has("--force"))
+        return Complain(arguments, destination + " is not empty; use --force to unpack into it anyway", ExitFailure);
+
+    IO::File file(*from);
+    if (const int err = file.Open(IO::File::ReadMode); err != KL::NoError)
+        return Complain(arguments, source + ": " + ErrorText(err), ExitFailure);
+    const auto start = std::chrono::steady_clock::now();
+    LM::LibraryContainerExtractor extractor;
+    InterruptGuard guard;
+    int result = 0;
+    {
+        FileProgress progress("unpacking", 0, ShowsProgress(options));
+        result = extractor.Extract(progress, file, *to, false, options.Has("--skip-top-folder"),
+                                   options.Has("--flatten"));
+    }
+    if (interrupted != 0)
+        return Complain(arguments, "interrupted; " + destination + " holds what was unpacked so far", ExitFailure);
+    if (result == LM::LibPartFileError)
+        return Complain(arguments, source + ": damaged container; " + destination + " holds what could be read",
+                        ExitFailure);
+    PrintUnpackSummary(options, destination, extractor, SecondsSince(start));
+    if (result == LM::ContainerWalkSoftFailure)
+        return Complain(arguments, "some files could not be made for want of permission", ExitFailure);
+    if (extractor.GetDroppedFileCount() > 0)
+        return Complain(arguments,
+                        std::to_string(extractor.GetDroppedFileCount()) + " files of the container could not be read",
+                        ExitFailure);
+    return ExitSuccess;
+}
+
+} // namespace
+
+int RunPackCommand(const Arguments& arguments) {
+    const CommandHelp help{
+        "pack LIB... -o OUT.lcf [--compress[=LEVEL]] [--no-top-folder] [--only PATTERN] [--json] [-q]",
+        "Packs the parts of libraries into one container file, to ship them. The container is\n"
+        "written beside OUT.lcf and takes its place only when complete: an interrupted or failed\n"
+        "pack leaves an older OUT.lcf as it was.\n"
+        "\n"
+        "  -o OUT.lcf         the container file to write\n"
+        "  --compress[=N]     compress every file, level 0 to 9 (default 1: fast)\n"
+        "  --no-top-folder    readers show the libraries' contents without their top folder\n"
+        "  --only PATTERN     only parts whose place inside their library or file name matches\n"
+        "                     the shell pattern, e.g. 'Doors/*' or '*.klm'\n"
+        "  --json             print the summary as JSON\n"
+        "  -q, --quiet        print nothing on success\n"};
+    if (arguments.WantsHelp()) {
+        PrintCatalogueHelp(help);
+        return ExitSuccess;
+    }
+    int exitCode = ExitSuccess;
+    const std::optional<Options> options =
+        ParseOptions(arguments, {"-o", "--only"}, &exitCode, {"--compress", "--no-top-folder"});
+    if (!options)
+        return exitCode;
+    const std::string* output = options->Value("-o");
+    if (output == nullptr)
+        return Complain(arguments, "where to? give the container file with -o OUT.lcf", ExitUsage);
+    const std::optional<IO::Location> target = PathToLocation(*output);
+    std::error_code error;
+    if (!target || std::filesystem::is_directory(*output, error))
+        return Complain(arguments, *output + ": not a place for a container file", ExitUsage);
+    std::optional<IO::ZipOChannelOptions> zip;
+    if (!ReadCompression(*options, &zip))
+        return Complain(arguments, "--compress takes a level from 0 to 9", ExitUsage);
+    const LM::ContainerWriteOptions writeOptions(zip ? &*zip : nullptr, !options->Has("--no-top-folder"));
+    return Pack(arguments, *options, *target, writeOptions);
+}
+
+int RunUnpackCommand(const Arguments& arguments) {
+    if (arguments.WantsHelp()) {
+        std::cout << "Usage: libmgr unpack CONTAINER -o DIR [--flatten] [--skip-top-folder] [--force] [--json] [-q]\n"
+                     "\n"
+                     "Unpacks a container file into a folder, with every file's modification time. Nothing\n"
+                     "is written outside DIR, whatever names the container holds; paths too long for the\n"
+                     "system go to side folders 0000-1, 0000-2, ... of DIR.\n"
+                     "\n"
+                     "  -o DIR             the folder to unpack into; made if missing, and it must be\n"
+                     "                     empty unless --force is given\n"
+                     "  --flatten          leave out folders that only wrap a single folder\n"
+                     "  --skip-top-folder  leave out the container's top folder\n"
+                     "  --force            unpack into a folder that is not empty, replacing same-named files\n"
+                     "  --json             print the summary as JSON\n"
+                     "  -q, --quiet        print nothing on success\n";
+        return ExitSuccess;
+    }
+    int exitCode = ExitSuccess;
+    const std::optional<Options> options =
+        ParseOptions(arguments, {"-o"}, &exitCode, {"--flatten", "--skip-top-folder", "--force"});
+    if (!options)
+        return exitCode;
+    if (options->libraries.size() != 1)
+        return Complain(arguments, "unpack takes one container file", ExitUsage);
+    const std::string* output = options->Value("-o");
+    if (output == nullptr)
+        return Complain(arguments, "where to? give the folder with -o DIR", ExitUsage);
+    return Unpack(arguments, *options, options->libraries.front(), *output);
+}
+
+} // namespace libmgr
