@@ -283,9 +283,17 @@ bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
     IO::Name name;
     if (location.GetLastLocalName(&name) != KL::NoError)
         return false;
-    if (type.IdentifiesByExtension() && type.IsExtensionIncluded(name.GetExtension()))
+    const KL::UniString extension = name.GetExtension().GetFolded();
+    const auto byExtension = [&extension](const FileType& other) {
+        return other.IdentifiesByExtension() && other.IsFoldedExtensionIncluded(extension);
+    };
+    if (byExtension(type))
         return true;
     if (type.GetDetector() == nullptr && type.GetMacType() == 0)
+        return false;
+    // A name that another type claims settles the matter: content and codes speak only for names
+    // no type knows. Codes are shared ("TEXT" of scripts and texts alike), extensions are not.
+    if (!extension.IsEmpty() && FindTypeOf(RootGroup, byExtension) != UnknownType)
         return false;
     FileFacts facts(location);
     return DetectorAccepts(type, facts) ||

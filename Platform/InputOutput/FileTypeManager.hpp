@@ -46,7 +46,8 @@ public:
     // The type of the file at a location among the types of `within`: by extension, then by
     // content, then by the file's own type code.
     TypeID Identify(const IO::Location& location, GeneralID within = RootGroup) const;
-    // True when the file at `location` is of type `id`, or of a type in group `id`.
+    // True when the file at `location` is of type `id`, or of a type in group `id`. A type matches
+    // by extension; by content or type code only a file whose extension no type claims.
     bool Match(const IO::Location& location, GeneralID id) const;
     // True when `inner` is `outer`, or lies in it at any depth.
     bool IsTypeOrGroupInTypeOrGroup(GeneralID inner, GeneralID outer) const;
