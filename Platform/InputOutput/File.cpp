@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::uint64_t ReadBufferSize = 64 * 1024;
 constexpr std::uint64_t MinReadBufferSize = 512;
+// From this size on, a copy between two files goes through the kernel.
+constexpr std::uint64_t KernelCopyThreshold = 256 * 1024;
 
 } // namespace
 
@@ -202,7 +204,7 @@ int File::CopyTo(File& target, std::uint64_t size) {
     KL::OChannel& out = target.GetOutputChannel();
     if (out.GetStatus() != KL::NoError)
         return out.GetStatus();
-    // What the read buffer already holds goes first, then the rest straight from entry to entry.
+    // What the read buffer already holds goes first, then the rest from the entry itself.
     const std::uint64_t at = GetReadCount();
     const std::uint64_t buffered = std::min(size, entryPosition > at ? entryPosition - at : 0);
     if (const int err = CopyTo(out, buffered); err != KL::NoError)
@@ -210,20 +212,40 @@ int File::CopyTo(File& target, std::uint64_t size) {
     const std::uint64_t rest = size - buffered;
     if (rest == 0)
         return KL::NoError;
+    // A small rest costs fewer calls through memory: one read, and its share of a large write.
+    if (rest < KernelCopyThreshold)
+        return CopyThroughMemory(out, rest);
     if (const int err = out.Flush(); err != KL::NoError)
         return err;
     std::uint64_t moved = 0;
     const int status = entry->TransferTo(*target.entry, rest, &moved);
     if (status == KL::ErrNotSupported)
-        return CopyTo(out, rest);
-    entryPosition += moved;
-    reading = false;
-    bufferPosition = entryPosition;
-    SetWindowAt(readBuffer.get(), readBuffer.get(), entryPosition);
+        return CopyThroughMemory(out, rest);
+    ReadPastBuffer(moved);
     target.OutputMovedBy(moved);
     if (status != KL::NoError)
         return SetStatus(EntryResult(status));
     return moved < rest ? SetStatus(KL::ErrEndOfData) : KL::NoError;
+}
+
+// Reads the whole rest in one call, whatever read-ahead limit the file has.
+int File::CopyThroughMemory(KL::OChannel& out, std::uint64_t size) {
+    const std::unique_ptr<char[]> bytes(new char[size]);
+    std::uint64_t count = 0;
+    const int status = entry->Read(bytes.get(), size, &count);
+    ReadPastBuffer(count);
+    if (status != EntryStatus::Ok && status != EntryStatus::EndOfData)
+        return SetStatus(EntryResult(status));
+    if (count < size)
+        return SetStatus(KL::ErrEndOfData);
+    return out.WriteBin(bytes.get(), count);
+}
+
+void File::ReadPastBuffer(std::uint64_t size) {
+    entryPosition += size;
+    reading = false;
+    bufferPosition = entryPosition;
+    SetWindowAt(readBuffer.get(), readBuffer.get(), entryPosition);
 }
 
 void File::OutputMovedBy(std::uint64_t size) {

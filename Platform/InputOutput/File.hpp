@@ -64,7 +64,7 @@ public:
     void SetReadAhead(std::uint64_t bytes) { readAhead = bytes > 0 ? bytes : 1; }
 
     // Copies `size` bytes from this file's read position to the end of what `target` has written,
-    // and reads on behind them. Between two files of the local disk the bytes go through the
+    // and reads on behind them. Between two files of the local disk large copies go through the
     // kernel, never through this process. ErrEndOfData when this file holds fewer.
     int CopyTo(File& target, std::uint64_t size);
     using KL::IChannel::CopyTo;
@@ -97,6 +97,9 @@ private:
     void Disconnect();
     int EntryResult(int status) const { return EntryStatus::ToError(status); }
     int WriteThrough(const char* data, std::uint64_t size);
+    int CopyThroughMemory(KL::OChannel& out, std::uint64_t size);
+    // After bytes were taken from the entry around the read buffer: reading goes on behind them.
+    void ReadPastBuffer(std::uint64_t size);
     // After bytes reached the entry around the output channel: later output follows them.
     void OutputMovedBy(std::uint64_t size);
     int PatchThrough(std::uint64_t offset, const void* data, std::uint64_t size);

@@ -36,6 +36,11 @@ auto RetryOnInterrupt(Call call) {
     return result;
 }
 
+// Without a birth time the oldest time the system keeps is the best answer.
+TITime CreationSeconds(const struct statx& info) {
+    return TIFromUnixTime((info.stx_mask & STATX_BTIME) != 0 ? info.stx_btime.tv_sec : info.stx_mtime.tv_sec);
+}
+
 int GetTimes(const std::string& path, int descriptor, TITime* creation, TITime* modification) {
     struct statx info {};
     const int result = descriptor >= 0
@@ -45,12 +50,8 @@ int GetTimes(const std::string& path, int descriptor, TITime* creation, TITime* 
         return LastError();
     if (modification != nullptr)
         *modification = TIFromUnixTime(info.stx_mtime.tv_sec);
-    if (creation != nullptr) {
-        // Without a birth time the oldest time the system keeps is the best answer.
-        const auto seconds =
-            (info.stx_mask & STATX_BTIME) != 0 ? info.stx_btime.tv_sec : info.stx_mtime.tv_sec;
-        *creation = TIFromUnixTime(seconds);
-    }
+    if (creation != nullptr)
+        *creation = CreationSeconds(info);
     return KL::NoError;
 }
 
@@ -146,6 +147,10 @@ int LocalFileEntry::SetCreationTime(TITime) {
 }
 
 int LocalFileEntry::GetCreationTime(TITime* time) const {
+    if (time != nullptr && hasOpenFacts) {
+        *time = openCreationTime;
+        return KL::NoError;
+    }
     return time == nullptr ? KL::ErrParam : GetTimes(path, descriptor, time, nullptr);
 }
 
@@ -194,11 +199,13 @@ int LocalFileEntry::Open(OpenMode mode) {
     writable = mode != ReadMode;
     position = 0;
     hasOpenFacts = false;
-    struct stat info {};
-    if (!writable && fstat(descriptor, &info) == 0) {
+    struct statx info {};
+    if (!writable &&
+        statx(descriptor, "", AT_EMPTY_PATH, STATX_SIZE | STATX_MTIME | STATX_BTIME, &info) == 0) {
         hasOpenFacts = true;
-        openLength = static_cast<std::uint64_t>(info.st_size);
-        openModificationTime = TIFromUnixTime(info.st_mtim.tv_sec);
+        openLength = static_cast<std::uint64_t>(info.stx_size);
+        openModificationTime = TIFromUnixTime(info.stx_mtime.tv_sec);
+        openCreationTime = CreationSeconds(info);
     }
     return KL::NoError;
 }

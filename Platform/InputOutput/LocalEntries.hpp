@@ -40,11 +40,12 @@ private:
     int descriptor = -1;
     bool writable = false;
     std::uint64_t position = 0;
-    // Length and modification time as a read-only opening found them: nothing here can change
-    // them, so a reader asks the system once per opening instead of once per question.
+    // Length and times as a read-only opening found them: nothing here can change them, so a
+    // reader asks the system once per opening instead of once per question.
     bool hasOpenFacts = false;
     std::uint64_t openLength = 0;
     TITime openModificationTime = 0;
+    TITime openCreationTime = 0;
 };
 
 // A folder of the local disk, through POSIX calls.
