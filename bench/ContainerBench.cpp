@@ -1,8 +1,8 @@
 // Containers: mounting one of 20,000 entries beside `tar -tf` listing a tar of the same tree, the
 // same mount with contents 1,000 times larger (a mount must cost by entries, not bytes), and
 // enumerating a library held in a container beside the same library as a folder. Median of five
-// rounds each, the baseline first in every round. Containers are packed here from the format's
-// tables until the container writer lands.
+// rounds each, the baseline first in every round. Containers are built here from the format's
+// tables, as the tests build them, so that a mount is measured on bytes no writer change can move.
 //
 //   container_bench WORK LIBRARY
 #include "support/ContainerBytes.hpp"

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -69,9 +70,12 @@ bool ShowsProgress(const Options& options) {
     return !options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1;
 }
 
-std::string Megabytes(std::uint64_t bytes) {
+// "45.0 KiB", "465.2 MiB".
+std::string Size(std::uint64_t bytes) {
+    const bool large = bytes >= 1024 * 1024;
     std::ostringstream text;
-    text << std::fixed << std::setprecision(1) << static_cast<double>(bytes) / (1024.0 * 1024.0) << " MiB";
+    text << std::fixed << std::setprecision(1) << static_cast<double>(bytes) / (large ? 1024.0 * 1024.0 : 1024.0)
+         << (large ? " MiB" : " KiB");
     return text.str();
 }
 
@@ -141,8 +145,9 @@ void PrintPackSummary(const Options& options, const std::string& target, const L
         return;
     std::cout << "container   " << target << '\n'
               << "parts       " << writer.GetPartCount() << " in " << writer.GetFoldersWritten() << " folders\n"
-              << "bytes in    " << Megabytes(writer.GetBytesRead()) << '\n'
-              << "bytes out   " << Megabytes(writer.GetBytesWritten()) << '\n'
+              << "bytes in    " << Size(writer.GetBytesRead()) << '\n'
+              << "bytes out   " << Size(writer.GetBytesWritten()) << " ("
+              << writer.GetBytesWritten() * 100 / std::max<std::uint64_t>(writer.GetBytesRead(), 1) << " % of in)\n"
               << "time        " << std::fixed << std::setprecision(2) << seconds << " s\n";
 }
 
