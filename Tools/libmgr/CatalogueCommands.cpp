@@ -107,6 +107,10 @@ nlohmann::json ReportJson(Session& session, const LM::DuplicateReport& report) {
     return json;
 }
 
+
+// Of duplicates only the first member stays in the catalogue; `markKept` says so.
+} // namespace
+
 nlohmann::json DuplicatesJson(Session& session) {
     const LM::DefLibraryErrorHandler& reports = session.Reports();
     const auto reportList = [&session](const LM::DefLibraryErrorHandler::Reports& list) {
@@ -137,7 +141,8 @@ nlohmann::json DuplicatesJson(Session& session) {
             {"sameNameDifferentContent", reportList(reports.GetSameNameDifferentContents())}};
 }
 
-// Of duplicates only the first member stays in the catalogue; `markKept` says so.
+namespace {
+
 void PrintMembers(const nlohmann::json& report, const char* indent, bool markKept, std::ostream& out) {
     bool first = true;
     for (const nlohmann::json& member : report["members"]) {

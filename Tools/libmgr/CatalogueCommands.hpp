@@ -2,6 +2,8 @@
 
 #include "CommandLine.hpp"
 
+#include <nlohmann/json.hpp>
+
 namespace libmgr {
 
 // The commands that enumerate libraries and show the catalogue: demo, enumerate, list, duplicates
@@ -12,5 +14,9 @@ int RunDuplicatesCommand(const Arguments& arguments);
 int RunTreeCommand(const Arguments& arguments);
 // `sampleLibrary` is the sample library's folder.
 int RunDemoCommand(const Arguments& arguments, const std::string& sampleLibrary);
+
+class Session;
+// The four kinds of duplicate findings of the session's catalogue, as `duplicates --json` prints them.
+nlohmann::json DuplicatesJson(Session& session);
 
 } // namespace libmgr

@@ -1,5 +1,6 @@
 // libmgr: the library manager's command-line tool.
 #include "CatalogueCommands.hpp"
+#include "CheckCommand.hpp"
 #include "CommandLine.hpp"
 #include "ContainerCommands.hpp"
 #include "GenCommand.hpp"
@@ -34,6 +35,7 @@ void PrintUsage(std::ostream& out) {
            "  show        everything about one part: place, id, flags, ancestry, sections\n"
            "  duplicates  print the duplicate reports of libraries\n"
            "  tree        print the type hierarchy of libraries\n"
+           "  check       check libraries before they ship: unreadable entries, duplicates\n"
            "  pack        pack libraries into one container file\n"
            "  unpack      unpack a container file into a folder\n"
            "  part        build a part file from its XML description, or dump one as XML\n"
@@ -102,6 +104,8 @@ int main(int argc, char** argv) {
         return libmgr::RunTreeCommand(arguments);
     if (command == "gen")
         return libmgr::RunGenCommand(arguments);
+    if (command == "check")
+        return libmgr::RunCheckCommand(arguments);
     if (command == "pack")
         return libmgr::RunPackCommand(arguments);
     if (command == "unpack")

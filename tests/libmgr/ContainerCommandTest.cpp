@@ -2,11 +2,13 @@
 // back every file of its catalogue byte for byte with its time, the container enumerates to the
 // same catalogue as the folder, and bad requests get one clear line.
 #include "libmgr/ToolRun.hpp"
+#include "support/ContainerBytes.hpp"
 #include "support/ScratchFolder.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -147,6 +149,23 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
     const std::string cutOut = (scratch.Path() / "cut-out").string();
     expectRefusal({"unpack", cut, "-o", cutOut}, 1,
                   "libmgr unpack: " + cut + ": damaged container; " + cutOut + " holds what could be read\n");
+}
+
+TEST(ContainerCommand, CheckReadsEveryEntryOfAContainerAndSaysWhatFails) {
+    ScratchFolder scratch;
+    testsupport::LcfNode broken = testsupport::LcfNode::File("broken.txt", "these bytes are no compressed stream");
+    broken.flags = 2 | 1; // says compressed
+    const testsupport::LcfNode good = testsupport::LcfNode::File("good.txt", "readable", true);
+    scratch.Write("shipped.lcf", testsupport::LcfBytes().Build({testsupport::LcfNode::Folder("Lib", {broken, good})}));
+    const ToolRun checked = RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "shipped.lcf").string()});
+    EXPECT_EQ(checked.exitCode, 1) << checked.err;
+    EXPECT_EQ(checked.out.rfind("unreadable  shipped.lcf/Lib/broken.txt: ", 0), 0U) << checked.out;
+    EXPECT_EQ(std::count(checked.out.begin(), checked.out.end(), '\n'), 1) << checked.out;
+
+    scratch.Write("clean.lcf", testsupport::LcfBytes().Build({testsupport::LcfNode::Folder("Lib", {good})}));
+    const ToolRun clean = RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "clean.lcf").string()});
+    EXPECT_EQ(clean.exitCode, 0) << clean.err;
+    EXPECT_EQ(clean.out, "no findings\n");
 }
 
 } // namespace
