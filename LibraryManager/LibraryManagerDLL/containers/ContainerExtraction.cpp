@@ -146,9 +146,9 @@ int LibraryContainerExtractor::ProcessFile(KL::IChannel& channel, IO::File* file
     if (opened == KL::NoError)
         opened = out.Open(IO::File::WriteMode);
     if (const int err = opened; err != KL::NoError) {
-        if (err == IO::AccessDeniedError)
-            return SoftFailure;
-        return failed ? LibPartFileError : 0;
+        if (failed)
+            return LibPartFileError;
+        return err == IO::AccessDeniedError ? SoftFailure : 0;
     }
     const int copied = CopyContent(channel, file, entry, out);
     const int closed = out.Close();
@@ -180,8 +180,8 @@ int LibraryContainerExtractor::SideFolderTarget(const IO::Location& base, const 
     IO::Name unused = name;
     for (int number = 2; folder.Contains(unused); ++number)
         unused = NumberedName(name, number);
-    target->Append(unused);
-    return made;
+    const int appended = target->Append(unused);
+    return made != KL::NoError ? made : appended;
 }
 
 // The target is made anew: whatever stood at its name is removed first, since writing through it

@@ -5,28 +5,39 @@
 #include "KLRoot/MemoryChannel.hpp"
 
 #include <algorithm>
+#include <new>
 
 namespace LM {
 
+// A file system that keeps no times gives 0: the content is what matters.
 int OpenSource(IO::File& source, SourceFacts* facts) {
     if (const int err = source.Open(IO::File::ReadMode); err != KL::NoError)
         return err;
-    if (const int err = source.GetDataLength(&facts->dataLength); err != KL::NoError)
-        return err;
-    if (const int err = source.GetCreationTime(&facts->creationTime); err != KL::NoError)
-        return err;
-    return source.GetModificationTime(&facts->modificationTime);
+    if (source.GetCreationTime(&facts->creationTime) != KL::NoError)
+        facts->creationTime = 0;
+    if (source.GetModificationTime(&facts->modificationTime) != KL::NoError)
+        facts->modificationTime = 0;
+    return source.GetDataLength(&facts->dataLength);
 }
 
 ContentCompressor::ContentCompressor(std::vector<IO::Location> sourceList, const IO::ZipOChannelOptions& zipOptions)
     : sources(std::move(sourceList)), options(zipOptions), slots(sources.size()) {
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
     const std::size_t count = std::min<std::size_t>({cores, 8, sources.size()});
-    for (std::size_t i = 0; i < count; ++i)
-        workers.emplace_back([this] { Work(); });
+    try {
+        for (std::size_t i = 0; i < count; ++i)
+            workers.emplace_back([this] { Work(); });
+    } catch (...) {
+        Stop();
+        throw;
+    }
 }
 
 ContentCompressor::~ContentCompressor() {
+    Stop();
+}
+
+void ContentCompressor::Stop() {
     {
         std::lock_guard guard(lock);
         stopping = true;
@@ -34,6 +45,7 @@ ContentCompressor::~ContentCompressor() {
     changed.notify_all();
     for (std::thread& worker : workers)
         worker.join();
+    workers.clear();
 }
 
 CompressedContent ContentCompressor::TakeNext() {
@@ -47,6 +59,7 @@ CompressedContent ContentCompressor::TakeNext() {
     changed.wait(guard, [&] { return slot.ready; });
     CompressedContent content = std::move(slot.content);
     slot.content = {};
+    waitingBytes -= content.bytes.size();
     ++nextToTake;
     guard.unlock();
     changed.notify_all();
@@ -56,8 +69,10 @@ CompressedContent ContentCompressor::TakeNext() {
 void ContentCompressor::Work() {
     std::unique_lock guard(lock);
     for (;;) {
+        // The next result the writer wants is always made; others only within both bounds.
         changed.wait(guard, [&] {
-            return stopping || nextToStart >= slots.size() || nextToStart < nextToTake + MaxAhead;
+            return stopping || nextToStart >= slots.size() || nextToStart == nextToTake ||
+                   (nextToStart < nextToTake + MaxAhead && waitingBytes < MaxWaitingBytes);
         });
         if (stopping || nextToStart >= slots.size())
             return;
@@ -65,13 +80,30 @@ void ContentCompressor::Work() {
         guard.unlock();
         CompressedContent content = Compress(sources[index]);
         guard.lock();
+        waitingBytes += content.bytes.size();
         slots[index].content = std::move(content);
         slots[index].ready = true;
         changed.notify_all();
     }
 }
 
+// Runs on a worker: nothing may leave it as an exception. Running out of memory is reported to the
+// writer, which raises it on its own thread.
 CompressedContent ContentCompressor::Compress(const IO::Location& location) const {
+    try {
+        return CompressFile(location);
+    } catch (const std::bad_alloc&) {
+        CompressedContent failed;
+        failed.status = KL::ErrNotEnoughMemory;
+        return failed;
+    } catch (...) {
+        CompressedContent failed;
+        failed.status = KL::ErrIO;
+        return failed;
+    }
+}
+
+CompressedContent ContentCompressor::CompressFile(const IO::Location& location) const {
     CompressedContent result;
     IO::File source(location);
     if ((result.status = OpenSource(source, &result.facts)) != KL::NoError)

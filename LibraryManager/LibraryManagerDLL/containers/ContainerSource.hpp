@@ -28,7 +28,8 @@ struct SourceFacts {
     TITime modificationTime = 0;
 };
 
-// Opens `source` for reading and reads its facts; the file stands at its start after.
+// Opens `source` for reading and reads its facts; the file stands at its start after. Times a file
+// system does not keep are 0.
 int OpenSource(IO::File& source, SourceFacts* facts);
 
 // One compressed file, or the failure to read it.
@@ -40,8 +41,9 @@ struct CompressedContent {
 
 class ContentCompressor {
 public:
-    // How many results may wait ahead of the writer.
+    // How many results, and how many of their bytes, may wait ahead of the writer.
     static constexpr std::size_t MaxAhead = 32;
+    static constexpr std::size_t MaxWaitingBytes = 64 * 1024 * 1024;
 
     ContentCompressor(std::vector<IO::Location> sources, const IO::ZipOChannelOptions& options);
     // Stops the workers: results not taken are dropped.
@@ -58,14 +60,17 @@ private:
         CompressedContent content;
     };
 
+    void Stop();
     void Work();
     CompressedContent Compress(const IO::Location& source) const;
+    CompressedContent CompressFile(const IO::Location& source) const;
 
     std::vector<IO::Location> sources;
     IO::ZipOChannelOptions options;
     std::vector<Slot> slots;
     std::size_t nextToStart = 0;
     std::size_t nextToTake = 0;
+    std::size_t waitingBytes = 0;
     bool stopping = false;
     std::mutex lock;
     std::condition_variable changed;

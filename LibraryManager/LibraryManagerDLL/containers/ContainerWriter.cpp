@@ -15,6 +15,7 @@
 #include "InputOutput/FileTypeManager.hpp"
 #include "InputOutput/Name.hpp"
 #include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/Exceptions.hpp"
 #include "KLRoot/MemoryChannel.hpp"
 #include "KLRoot/ProcessControl.hpp"
 #include "KLUtils/ScratchFile.hpp"
@@ -76,6 +77,19 @@ InfoArray NestedContainerInfos(const IO::Location& location) {
 // The mounted container that serves a folder inside it, or null.
 const LibraryContainerVFS* ServingContainer(const IO::Location& location) {
     return dynamic_cast<const LibraryContainerVFS*>(IO::fileSystem.GetServingVFS(location, false));
+}
+
+// An embedded library goes under the process's name for them; a folder without a usable one, under
+// its own.
+IO::Name FolderName(const ContainerFolderRecord& folder) {
+    if (folder.isEmbedded && DefaultContainerWriteOptions != nullptr) {
+        const IO::Name embedded(DefaultContainerWriteOptions->GetEmbeddedName());
+        if (embedded.IsValid())
+            return embedded;
+    }
+    IO::Name name;
+    folder.location.GetLastLocalName(&name);
+    return name;
 }
 
 // The type a record names: groups are resolved, the group of part files by its first type.
@@ -265,9 +279,7 @@ int ContainerWriter::WriteFolder(KL::ProcessControl& process, const ContainerFol
         return LibPartFileError;
     if (const int err = BeginBlock(FolderTag, 0); err != KL::NoError)
         return err;
-    IO::Name name(DefaultContainerWriteOptions->GetEmbeddedName());
-    if (!folder.isEmbedded || !name.IsValid())
-        folder.location.GetLastLocalName(&name);
+    const IO::Name name = FolderName(folder);
     const std::vector<char> nameField = NameField(name);
     FolderEntry record;
     record.flags = FolderFlags;
@@ -320,6 +332,8 @@ int ContainerWriter::WriteFileContent(const ContainerFileRecord& record, const s
                                       std::uint32_t flags) {
     if (compressor != nullptr) {
         const CompressedContent content = compressor->TakeNext();
+        if (content.status == KL::ErrNotEnoughMemory)
+            throw KL::OutOfMemoryException("no memory to compress " + record.location.ToString(), __FILE__, __LINE__);
         if (content.status != KL::NoError)
             return content.status;
         bytesRead += content.facts.dataLength;
