@@ -12,6 +12,8 @@
 #include <iostream>
 #include <sstream>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace libmgr {
 
@@ -79,6 +81,25 @@ std::string Size(std::uint64_t bytes) {
     return text.str();
 }
 
+std::string Seconds(double seconds) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << seconds << " s";
+    return text.str();
+}
+
+// A summary as JSON with --json, else as aligned lines; nothing with -q.
+void PrintSummary(const Options& options, const nlohmann::json& json,
+                  const std::vector<std::pair<std::string, std::string>>& lines) {
+    if (options.json) {
+        std::cout << json.dump(2) << '\n';
+        return;
+    }
+    if (options.quiet)
+        return;
+    for (const auto& [label, value] : lines)
+        std::cout << std::left << std::setw(12) << label << value << '\n';
+}
+
 double SecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -115,40 +136,26 @@ KL::HashTable<const LM::LibPart*, bool> SelectParts(Session& session, const std:
     return selection;
 }
 
-int CountSelected(Session& session, const KL::HashTable<const LM::LibPart*, bool>* selection) {
-    int count = 0;
-    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr; ++part) {
-        bool selected = selection == nullptr;
-        if (selection != nullptr)
-            selection->Get(part.Get(), &selected);
-        count += selected ? 1 : 0;
-    }
-    return count;
-}
-
 void PrintPackSummary(const Options& options, const std::string& target, const LM::ContainerWriter& writer,
                       double seconds) {
-    if (options.json) {
-        std::cout << nlohmann::json{{"container", target},
-                                    {"parts", writer.GetPartCount()},
-                                    {"files", writer.GetFilesWritten()},
-                                    {"folders", writer.GetFoldersWritten()},
-                                    {"bytesIn", writer.GetBytesRead()},
-                                    {"bytesOut", writer.GetBytesWritten()},
-                                    {"compressed", options.Has("--compress")},
-                                    {"seconds", seconds}}
-                         .dump(2)
-                  << '\n';
-        return;
-    }
-    if (options.quiet)
-        return;
-    std::cout << "container   " << target << '\n'
-              << "parts       " << writer.GetPartCount() << " in " << writer.GetFoldersWritten() << " folders\n"
-              << "bytes in    " << Size(writer.GetBytesRead()) << '\n'
-              << "bytes out   " << Size(writer.GetBytesWritten()) << " ("
-              << writer.GetBytesWritten() * 100 / std::max<std::uint64_t>(writer.GetBytesRead(), 1) << " % of in)\n"
-              << "time        " << std::fixed << std::setprecision(2) << seconds << " s\n";
+    const std::uint64_t in = writer.GetBytesRead();
+    const std::uint64_t out = writer.GetBytesWritten();
+    PrintSummary(options,
+                 {{"container", target},
+                  {"parts", writer.GetPartCount()},
+                  {"files", writer.GetFilesWritten()},
+                  {"folders", writer.GetFoldersWritten()},
+                  {"bytesIn", in},
+                  {"bytesOut", out},
+                  {"compressed", options.Has("--compress")},
+                  {"seconds", seconds}},
+                 {{"container", target},
+                  {"parts", std::to_string(writer.GetPartCount()) + " in " +
+                                std::to_string(writer.GetFoldersWritten()) + " folders"},
+                  {"bytes in", Size(in)},
+                  {"bytes out", Size(out) + " (" + std::to_string(out * 100 / std::max<std::uint64_t>(in, 1)) +
+                                    " % of in)"},
+                  {"time", Seconds(seconds)}});
 }
 
 int Pack(const Arguments& arguments, const Options& options, const IO::Location& target,
@@ -160,16 +167,15 @@ int Pack(const Arguments& arguments, const Options& options, const IO::Location&
     if (const std::string* pattern = options.Value("--only"))
         selection = SelectParts(session, *pattern);
     const auto* chosen = selection ? &*selection : nullptr;
-    const int selected = CountSelected(session, chosen);
-    if (selected == 0)
-        return Complain(arguments, "no part to pack" + std::string(chosen != nullptr ? " matches --only" : ""),
-                        ExitFailure);
 
     const auto start = std::chrono::steady_clock::now();
     LM::ContainerWriter writer(&session.Set(), writeOptions);
     writer.BuildTree(chosen);
+    if (writer.GetPartCount() == 0)
+        return Complain(arguments, "no part to pack" + std::string(chosen != nullptr ? " matches --only" : ""),
+                        ExitFailure);
     InterruptGuard guard;
-    FileProgress progress("packing", selected, ShowsProgress(options));
+    FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
     const int written = writer.WriteToLocation(progress, target);
     if (interrupted != 0)
         return Complain(arguments, "interrupted; " + target.ToString() + " was left as it was", ExitFailure);
@@ -188,20 +194,14 @@ bool IsEmptyFolder(const std::string& path) {
 
 void PrintUnpackSummary(const Options& options, const std::string& destination,
                         const LM::LibraryContainerExtractor& extractor, double seconds) {
-    if (options.json) {
-        std::cout << nlohmann::json{{"destination", destination},
-                                    {"files", extractor.GetExtractedFileCount()},
-                                    {"unreadable", extractor.GetDroppedFileCount()},
-                                    {"seconds", seconds}}
-                         .dump(2)
-                  << '\n';
-        return;
-    }
-    if (options.quiet)
-        return;
-    std::cout << "folder      " << destination << '\n'
-              << "files       " << extractor.GetExtractedFileCount() << '\n'
-              << "time        " << std::fixed << std::setprecision(2) << seconds << " s\n";
+    PrintSummary(options,
+                 {{"destination", destination},
+                  {"files", extractor.GetExtractedFileCount()},
+                  {"unreadable", extractor.GetDroppedFileCount()},
+                  {"seconds", seconds}},
+                 {{"folder", destination},
+                  {"files", std::to_string(extractor.GetExtractedFileCount())},
+                  {"time", Seconds(seconds)}});
 }
 
 int Unpack(const Arguments& arguments, const Options& options, const std::string& source,

@@ -141,15 +141,17 @@ int LibraryContainerExtractor::ProcessFile(KL::IChannel& channel, IO::File* file
     else if (SideFolderTarget(base, name, &target) != KL::NoError)
         failed = true;
 
-    int opened = MakeTarget(target);
-    IO::File out(target);
-    if (opened == KL::NoError)
-        opened = out.Open(IO::File::WriteMode);
-    if (const int err = opened; err != KL::NoError) {
+    // A file that cannot be made is passed over; for want of permission the walk ends with -36.
+    const auto refused = [this](int err) {
         if (failed)
             return LibPartFileError;
         return err == IO::AccessDeniedError ? SoftFailure : 0;
-    }
+    };
+    if (const int err = MakeTarget(target); err != KL::NoError)
+        return refused(err);
+    IO::File out(target);
+    if (const int err = out.Open(IO::File::WriteMode); err != KL::NoError)
+        return refused(err);
     const int copied = CopyContent(channel, file, entry, out);
     const int closed = out.Close();
     if (copied != KL::NoError || closed != KL::NoError) {

@@ -436,7 +436,6 @@ int ContainerWriter::EndBlock() {
     block.header.Write(*out);
     if (const int err = file->SetPosition(end); err != KL::NoError)
         return err;
-    out = &file->GetOutputChannel();
     return out->GetStatus();
 }
 
