@@ -46,6 +46,7 @@
 #include "lists/LibraryList.hpp"
 #include "lists/VersionFileFinder.hpp"
 #include "services/BinFileTypes.hpp"
+#include "services/FileRef.hpp"
 #include "services/FileServices.hpp"
 #include "services/FileTypeIDs.hpp"
 #include "services/FileTypeInitializer.hpp"

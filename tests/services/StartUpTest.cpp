@@ -218,12 +218,15 @@ TEST(StartUp, CachingOnDiskPutsTheLibraryCacheInTheUserCacheFolder) {
     manager.GetModifier().Enumerate(process);
     EXPECT_TRUE(std::filesystem::is_directory(scratch.Path() / cache / "Data"));
     EXPECT_TRUE(std::filesystem::is_directory(scratch.Path() / cache / "FolderSet"));
-    EXPECT_EQ(manager.GetFileServices()->GetDataFolder(), data);
+    IO::Location servicesData;
+    EXPECT_EQ(manager.GetFileServices()->GetDataFolder(&servicesData), 0);
+    EXPECT_EQ(servicesData, data);
 
     LM::LibrarySetSingletonLP inMemory;
     ASSERT_EQ(inMemory.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr), 0);
     EXPECT_TRUE(inMemory.GetLibrarySet()->GetBinCodes()->GetBinCodeFolder().IsEmpty());
-    EXPECT_EQ(inMemory.GetFileServices()->GetDataFolder(), scratch.Location("home/data/KFLibPartData"));
+    EXPECT_EQ(inMemory.GetFileServices()->GetDataFolder(&servicesData), 0);
+    EXPECT_EQ(servicesData, scratch.Location("home/data/KFLibPartData"));
 }
 
 } // namespace

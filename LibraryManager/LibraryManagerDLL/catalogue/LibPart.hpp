@@ -37,6 +37,8 @@ enum LibPartState : std::int32_t { LibPartStateValid = 0, LibPartStateDummy = 1,
 class LM_EXPORT LibPart {
 public:
     // Bits of `flags` the catalogue itself sets; all others belong to the host.
+    // Set by the script engine on a macro it refuses to run; searches for macros pass it over.
+    static constexpr std::uint32_t BadMacroFlag = 2;
     static constexpr std::uint32_t ParametersOverwrittenFlag = 4;
     static constexpr std::uint32_t UnsupportedTypeFlag = 8;
 

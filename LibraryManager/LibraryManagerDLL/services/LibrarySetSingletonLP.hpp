@@ -7,6 +7,7 @@
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
 #include "KLRoot/KLExport.hpp"
+#include "QDL/FileInterfaces.hpp"
 
 namespace FTM {
 class FileTypeManager;
@@ -23,9 +24,9 @@ class IFileTypeInitializer;
 class LibraryContainerVFSOptions;
 class QdlBinCodesContainer;
 
-// 1 keeps compiled scripts in a file in the user's cache folder; anything else keeps them in
-// memory only.
-enum BinaryCachingMode : int { BinaryCachingInMemory = 0, BinaryCachingOnDisk = 1 };
+using ::BinaryCachingInMemory;
+using ::BinaryCachingMode;
+using ::BinaryCachingOnDisk;
 
 // The owner through which a host brings the library manager up and down: it registers the file
 // types, fills the process-wide records and owns the one catalogue with everything around it.

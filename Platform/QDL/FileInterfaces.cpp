@@ -1,0 +1,10 @@
+#include "QDL/FileInterfaces.hpp"
+
+ISymbol2D::~ISymbol2D() = default;
+
+namespace QDL {
+
+IFileRef::~IFileRef() = default;
+IFileServices::~IFileServices() = default;
+
+} // namespace QDL
