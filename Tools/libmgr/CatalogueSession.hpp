@@ -55,6 +55,7 @@ public:
     LM::LibrarySet& Set() { return *manager.GetLibrarySet(); }
     const LM::DefLibraryErrorHandler& Reports() { return *manager.GetLibraryErrorHandler(); }
     const LM::PublicIDs& Ids() const { return manager.GetPublicIDs(); }
+    LM::FileServices& Services() { return *manager.GetFileServices(); }
     double GetSeconds() const { return seconds; }
 
     // A place as "<library name>/<path inside it>", the way authors think of it.

@@ -5,7 +5,10 @@
 #include <nlohmann/json.hpp>
 
 #include <iostream>
+#include <map>
 #include <memory>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +21,7 @@ struct Finding {
     std::string kind;
     std::string subject;
     std::string detail;
+    std::vector<std::string> callers; // of a missing macro
 };
 
 // Reads a file of a mounted container to its end; the error of the first failure, or 0.
@@ -43,7 +47,7 @@ void CheckEntries(Session& session, const IO::Location& location, std::vector<Fi
     IO::Folder::Listing entries;
     if (const int err = folder.GetStatus() != KL::NoError ? folder.GetStatus() : folder.List(&entries);
         err != KL::NoError) {
-        findings->push_back({"unreadable", session.Display(location), ErrorText(err)});
+        findings->push_back({"unreadable", session.Display(location), ErrorText(err), {}});
         return;
     }
     for (const auto& [name, type] : entries) {
@@ -51,7 +55,7 @@ void CheckEntries(Session& session, const IO::Location& location, std::vector<Fi
         if (type == IO::FolderEntryType)
             CheckEntries(session, inner, findings);
         else if (const int err = ReadWhole(inner); err != KL::NoError)
-            findings->push_back({"unreadable", session.Display(inner), ErrorText(err)});
+            findings->push_back({"unreadable", session.Display(inner), ErrorText(err), {}});
     }
 }
 
@@ -65,15 +69,113 @@ std::string Members(const nlohmann::json& group) {
 void AddDuplicates(Session& session, std::vector<Finding>* findings) {
     const nlohmann::json all = DuplicatesJson(session);
     for (const nlohmann::json& report : all["idDuplicates"])
-        findings->push_back({"same id", report["name"], Members(report) + " (the first is kept)"});
+        findings->push_back({"same id", report["name"], Members(report) + " (the first is kept)", {}});
     for (const nlohmann::json& report : all["nameDuplicates"])
-        findings->push_back({"same name", report["name"], Members(report) + " (the first is kept)"});
+        findings->push_back({"same name", report["name"], Members(report) + " (the first is kept)", {}});
     for (const nlohmann::json& conflict : all["revisionConflicts"]) {
         std::string detail;
         for (const nlohmann::json& revision : conflict["revisions"])
             detail += (detail.empty() ? "" : "; ") + std::string("revision {") +
                       revision["revisionGuid"].get<std::string>() + "} " + Members(revision);
-        findings->push_back({"revisions", conflict["name"], detail});
+        findings->push_back({"revisions", conflict["name"], detail, {}});
+    }
+}
+
+// The names a script calls literally, as in CALL "Leg" or CALL 'Leg'; computed names are not known
+// before the script runs.
+void CollectCalledNames(QDL::IFileRef& ref, QDL_ScriptType type, std::set<std::string>* names) {
+    static const std::regex call(R"re(\bCALL\s+(["'])(.+?)\1)re", std::regex::icase);
+    KL::UniString unused;
+    if (ref.OpenQDL(nullptr, type, unused) != 0)
+        return;
+    KL::UniString line;
+    QDL_ScriptType lineType = type;
+    while (ref.GetFileLine(line, nullptr, &lineType) >= 0) {
+        const std::string text = line.ToUTF8();
+        for (auto match = std::sregex_iterator(text.begin(), text.end(), call); match != std::sregex_iterator();
+             ++match)
+            names->insert((*match)[2].str());
+    }
+    ref.Close();
+}
+
+// Every macro a part calls: those its list of called macros names, and those its scripts call.
+std::set<std::string> CalledMacros(const LM::LibPart& part, FileRef& ref) {
+    std::set<std::string> names;
+    if (ref.GetFileType() == FileRef::KFScriptFile) {
+        CollectCalledNames(ref, QDL_3DScript, &names);
+        return names;
+    }
+    for (int type = QDL_ParameterScript; type <= QDL_BackwardMigrationScript; ++type)
+        CollectCalledNames(ref, static_cast<QDL_ScriptType>(type), &names);
+    if (const LPF::SymbolFile* file = part.GetSymbolFile()) {
+        GSHandle section = nullptr;
+        SyCalledMacroList list;
+        if (file->GetSectionDataRef(LPF::Tags::CalledMacros, 0, &section) == KL::NoError &&
+            LPF::ReadWholeSection(*section, static_cast<std::uint64_t>(BMGetHandleSize(section)),
+                                  KL::HostPlatformSign, &list) == KL::NoError) {
+            for (const SyCalledMacroItem& item : list.items)
+                names.insert(item.name.ToUTF8());
+        }
+    }
+    return names;
+}
+
+// Resolves every called macro from its caller, as the script engine does when the part runs.
+void AddMissingMacros(Session& session, std::vector<Finding>* findings) {
+    LM::FileServices& services = session.Services();
+    std::map<std::string, std::vector<std::string>> missing;
+    for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+        const LM::LibPart* part = session.Set().GetLibPartByIndex(i);
+        if (!part->IsValid())
+            continue;
+        FileRef caller(part, services);
+        for (const std::string& name : CalledMacros(*part, caller)) {
+            short notFound = 0;
+            KL::UnID found;
+            QDL::IFileRef* macro = services.Macro2File(KL::UniString(name), &caller, nullptr, &notFound,
+                                                       QDL_3DScript, &found, false);
+            if (macro == nullptr)
+                missing[name].push_back(session.Display(part->GetLocation()));
+            services.Dispose(&macro);
+        }
+    }
+    for (auto& [name, callers] : missing) {
+        std::string detail = "called by ";
+        for (std::size_t i = 0; i < callers.size(); ++i)
+            detail += (i == 0 ? "" : ", ") + callers[i];
+        findings->push_back({"missing macro", name, detail, std::move(callers)});
+    }
+}
+
+// Part files and scripts the reader cannot read, in its own words.
+void AddDamagedParts(Session& session, std::vector<Finding>* findings) {
+    for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+        const LM::LibPart* part = session.Set().GetLibPartByIndex(i);
+        if (!part->IsValid())
+            continue;
+        int status = KL::NoError;
+        const FileRef::KFFileType type = FileRef(part, session.Services()).GetFileType();
+        if (type == FileRef::KFPartFile && part->GetSymbolFile() != nullptr)
+            status = part->GetSymbolFile()->GetStatus();
+        else if (type == FileRef::KFScriptFile && part->GetScriptFile() != nullptr)
+            status = part->GetScriptFile()->GetStatus();
+        if (status != KL::NoError)
+            findings->push_back({"damaged", session.Display(part->GetLocation()), ErrorText(status), {}});
+    }
+}
+
+// Paths the catalogue refuses to walk on the systems with the shortest limit.
+void AddLongPaths(Session& session, std::vector<Finding>* findings) {
+    constexpr std::size_t Limit = LM::LongFilenameEnumerator::MaxPathLength;
+    for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+        const LM::LibPart* part = session.Set().GetLibPartByIndex(i);
+        if (part->GetState() == LM::LibPartStateDeleted || part->GetLocation().IsEmpty())
+            continue;
+        if (const std::size_t length = LM::LongFilenameEnumerator::PathLength(part->GetLocation()); length > Limit)
+            findings->push_back({"path too long", session.Display(part->GetLocation()),
+                                 std::to_string(length) + " characters, the limit is " + std::to_string(Limit),
+                                 {}});
     }
 }
 
@@ -82,10 +184,12 @@ void AddDuplicates(Session& session, std::vector<Finding>* findings) {
 int RunCheckCommand(const Arguments& arguments) {
     const CommandHelp help{
         "check LIB... [--json] [-q]",
-        "Checks libraries before they ship and prints one line per finding: every entry of a\n"
+        "Checks libraries before they ship and prints one line per finding: macros that no\n"
+        "library holds, with every part that calls them (resolved from each caller as the\n"
+        "script engine resolves them), part files that cannot be read, every entry of a\n"
         "container library that cannot be read through its mount, parts that share an id or a\n"
-        "name, and parts whose revisions of one main id conflict. Exit code 0 when nothing was\n"
-        "found, 1 when something was.\n\n"
+        "name, parts whose revisions of one main id conflict, and paths longer than 260\n"
+        "characters. Exit code 0 when nothing was found, 1 when something was.\n\n"
         "  --json       print the findings as JSON\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         std::vector<Finding> findings;
@@ -94,11 +198,18 @@ int RunCheckCommand(const Arguments& arguments) {
             if (session.Set().GetActiveLibraryLocation(i, &location) == 0 && LM::CheckIfContainer(location))
                 CheckEntries(session, location, &findings);
         }
+        AddMissingMacros(session, &findings);
+        AddDamagedParts(session, &findings);
         AddDuplicates(session, &findings);
+        AddLongPaths(session, &findings);
         if (options.json) {
             nlohmann::json array = nlohmann::json::array();
-            for (const Finding& finding : findings)
-                array.push_back({{"kind", finding.kind}, {"subject", finding.subject}, {"detail", finding.detail}});
+            for (const Finding& finding : findings) {
+                nlohmann::json entry = {{"kind", finding.kind}, {"subject", finding.subject}, {"detail", finding.detail}};
+                if (!finding.callers.empty())
+                    entry["callers"] = finding.callers;
+                array.push_back(std::move(entry));
+            }
             std::cout << array.dump(2) << '\n';
         } else {
             for (const Finding& finding : findings)

@@ -135,8 +135,7 @@ LongFilenameEnumerator::LongFilenameEnumerator(const IO::Folder& root) : IO::Tre
 
 LongFilenameEnumerator::~LongFilenameEnumerator() = default;
 
-bool LongFilenameEnumerator::EntryFound(const IO::Name& name, bool) {
-    const IO::Location location = GetParent().GetLocation() + name;
+std::size_t LongFilenameEnumerator::PathLength(const IO::Location& location) {
     std::size_t length = 0;
     for (std::size_t i = 0; i < location.GetLength(); ++i) {
         IO::Name localName;
@@ -144,7 +143,11 @@ bool LongFilenameEnumerator::EntryFound(const IO::Name& name, bool) {
             break;
         length += localName.GetLength() + 1;
     }
-    if (length <= MaxPathLength)
+    return length;
+}
+
+bool LongFilenameEnumerator::EntryFound(const IO::Name& name, bool) {
+    if (PathLength(GetParent().GetLocation() + name) <= MaxPathLength)
         return true;
     longFilenameFound = true;
     Stop();

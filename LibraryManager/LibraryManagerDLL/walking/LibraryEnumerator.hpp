@@ -77,6 +77,9 @@ public:
     explicit LongFilenameEnumerator(const IO::Folder& root);
     ~LongFilenameEnumerator() override;
 
+    // What a path counts against the limit: each name and one separator.
+    static std::size_t PathLength(const IO::Location& location);
+
     bool EntryFound(const IO::Name& name, bool isFolder) override;
     bool IsLongFilenameFound() const { return longFilenameFound; }
 
