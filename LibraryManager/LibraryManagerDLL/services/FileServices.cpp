@@ -16,6 +16,7 @@
 #include "QDL/SyCalledMacroItem.hpp"
 
 #include <memory>
+#include <optional>
 
 namespace LM {
 
@@ -33,12 +34,22 @@ public:
     KL::HashTable<KL::UniString, SyCalledMacroItem> table;
 };
 
-// Scripts may name a macro in a subfolder with "/"; the catalogue knows such names with ":".
-KL::UniString LookupName(const KL::UniString& name) {
-    KL::UniString copy = name;
-    copy.ReplaceAll(u'/', u':');
-    return copy;
-}
+// Scripts may name a macro in a subfolder with "/"; the catalogue knows such names with ":". Most
+// names have no "/" and are used as they are, without a copy.
+class LookupName {
+public:
+    explicit LookupName(const KL::UniString& name) : name(name) {
+        if (name.FindFirst(u'/') != KL::UniString::NotFound) {
+            replaced = name;
+            replaced->ReplaceAll(u'/', u':');
+        }
+    }
+    const KL::UniString& Get() const { return replaced ? *replaced : name; }
+
+private:
+    const KL::UniString& name;
+    std::optional<KL::UniString> replaced;
+};
 
 // Read once per process: whether old parts may find their macros the way they were found then.
 bool ReadAllowCompatibleMode() {
@@ -245,7 +256,8 @@ bool FileServices::GetMacroFile(const KL::UniString& name, const IO::Location& c
         *outLocation = IO::Location();
     if (missing != nullptr)
         *missing = false;
-    const KL::UniString lookupName = LookupName(name);
+    const LookupName lookup(name);
+    const KL::UniString& lookupName = lookup.Get();
     if (!LibrarySet::IsLibPartValid(callerPart) && !callerLocation.IsEmpty()) {
         // A file outside the catalogue may call itself by its file name.
         IO::Name fileName;
@@ -332,7 +344,8 @@ bool FileServices::GetMacroFile(const KL::UnID& id, const KL::UniString& name, I
     if (missing != nullptr)
         *missing = false;
     const LibrarySet& set = *GetLibSetThreadSafeModifier().GetConstLibrarySet();
-    const KL::UniString lookupName = LookupName(name);
+    const LookupName lookup(name);
+    const KL::UniString& lookupName = lookup.Get();
     const LibPart* part = set.SearchLibPartComplex(id, lookupName, compatibleMode ? FullSearch : DirectSearch,
                                                    nullptr, nullptr, nullptr);
     // A miss is searched again in full, even after a full first search: kept as it always was.
