@@ -109,14 +109,9 @@ std::set<std::string> CalledMacros(const LM::LibPart& part, FileRef& ref) {
     for (int type = QDL_ParameterScript; type <= QDL_BackwardMigrationScript; ++type)
         CollectCalledNames(ref, static_cast<QDL_ScriptType>(type), &names);
     if (const LPF::SymbolFile* file = part.GetSymbolFile()) {
-        GSHandle section = nullptr;
-        SyCalledMacroList list;
-        if (file->GetSectionDataRef(LPF::Tags::CalledMacros, 0, &section) == KL::NoError &&
-            LPF::ReadWholeSection(*section, static_cast<std::uint64_t>(BMGetHandleSize(section)),
-                                  KL::HostPlatformSign, &list) == KL::NoError) {
-            for (const SyCalledMacroItem& item : list.items)
-                names.insert(item.name.ToUTF8());
-        }
+        const KL::Array<SyCalledMacroItem> listed = LM::FileServices::ReadCalledMacros(*file);
+        for (const SyCalledMacroItem& item : listed)
+            names.insert(item.name.ToUTF8());
     }
     return names;
 }

@@ -60,6 +60,11 @@ protected:
         SavePart("Lib/Macros/Broken.klm", TestId(15), "Broken", {TestId(1)});
         SavePart("Lib/Objects/Chair.klm", TestId(20), "Chair", {TestId(1)}, false,
                  Calling({{"Leg", TestId(10)}, {"Broken", TestId(15)}, {"Sash", TestId(13)}}));
+        // Saved by an old version: its calls may take the compatible road.
+        SavePart("Lib/Objects/Old Chair.klm", TestId(21), "Old Chair", {TestId(1)}, false, [](LPF::SymbolFile& file) {
+            file.SetOriginalVersion(23);
+            Calling({{"Sash", TestId(13)}})(file);
+        });
         // A part file outside every library, which knows Table Leg by an older name.
         loose = SavePart("Outside/Loose.klm", TestId(30), "Loose", {TestId(1)}, false,
                          Calling({{"Leg Old", TestId(12)}}));
@@ -99,6 +104,7 @@ TEST_F(MacroRoad, ACallResolvesFromTheCallerOutward) {
     // The caller's own list: by its recorded id, and through a migration when that id is gone.
     EXPECT_EQ(Resolve("Leg", &chair), "Leg");
     EXPECT_EQ(Resolve("Sash", &chair), "Sash 2");
+    EXPECT_EQ(Resolve("Sash", std::make_unique<FileRef>(Part("Old Chair"), *services).get()), "Sash 2");
     // A slash in a name stands for the colon of names in subfolders; no caller goes to the catalogue.
     EXPECT_EQ(Resolve("Rails/Post", nullptr), "Rails:Post");
     EXPECT_EQ(Resolve("Rails/Post", &chair), "Rails:Post");

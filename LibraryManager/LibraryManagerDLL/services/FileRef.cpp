@@ -404,7 +404,10 @@ int FileRef::GetFileLine(KL::UniString& line, int* outLineNumber, QDL_ScriptType
 }
 
 short FileRef::Close() {
-    ResetReadState();
+    scriptHandle.Reset();
+    script.Clear();
+    textLength = 0;
+    readPosition = 0;
     return 0;
 }
 

@@ -10,7 +10,7 @@
 #include "KLRoot/HashTable.hpp"
 #include "KLRoot/Preferences.hpp"
 #include "KLRoot/Time.hpp"
-#include "LibPartFile/SectionTypes.hpp"
+#include "KLRoot/MemoryChannel.hpp"
 #include "LibPartFile/SymbolFile.hpp"
 #include "QDL/ParamSection.hpp"
 #include "QDL/SyCalledMacroItem.hpp"
@@ -71,22 +71,22 @@ bool UsesCompatibleMode(const LPF::SymbolFile& file) {
            ReadAllowCompatibleMode();
 }
 
-// The part's list of called macros; a section that cannot be read is an empty list.
-KL::Array<SyCalledMacroItem> ReadCalledMacros(const LPF::SymbolFile& file) {
-    SyCalledMacroList list;
-    GSHandle section = nullptr;
-    if (file.GetSectionDataRef(LPF::Tags::CalledMacros, 0, &section) != KL::NoError ||
-        LPF::ReadWholeSection(*section, static_cast<std::uint64_t>(BMGetHandleSize(section)), KL::HostPlatformSign,
-                              &list) != KL::NoError)
-        return {};
-    return std::move(list.items);
-}
-
 KL::UnID OwnIdOf(const LibPart* part) {
     return part != nullptr ? part->GetOwnUnID() : KL::NULLUnID;
 }
 
 } // namespace
+
+KL::Array<SyCalledMacroItem> FileServices::ReadCalledMacros(const LPF::SymbolFile& file) {
+    KL::Array<SyCalledMacroItem> items;
+    GSHandle section = nullptr;
+    if (file.GetSectionDataRef(LPF::Tags::CalledMacros, 0, &section) != KL::NoError)
+        return items;
+    KL::MemoryIChannel channel(*section, static_cast<std::uint64_t>(BMGetHandleSize(section)), KL::HostPlatformSign);
+    if (ReadCalledMacroList(channel, &items) != KL::NoError)
+        items.Clear();
+    return items;
+}
 
 FileServices::FileServices(LibrarySet* librarySet, const IO::Location& dataFolder, const FileTypeIDS& fileTypes,
                            GSHandle defaultParams)
@@ -132,9 +132,10 @@ void FileServices::Dispose(QDL::IFileRef** ref) {
 }
 
 void FileServices::Dispose(FileRef** ref) {
-    if (ref == nullptr || *ref == nullptr)
+    if (ref == nullptr)
         return;
-    delete *ref;
+    QDL::IFileRef* engineRef = *ref;
+    Dispose(&engineRef);
     *ref = nullptr;
 }
 
@@ -241,7 +242,7 @@ QDL::IFileRef* FileServices::Macro2File(const KL::UniString& name, const QDL::IF
     bool notFound = false;
     FileRef* result = nullptr;
     if (GetMacroFile(name, callerLocation, callerPart, nullptr, &found, &notFound, outUnID, silent))
-        result = NewPartRef(found);
+        result = new FileRef(found, *this);
     if (notFound && missing != nullptr)
         *missing = 1;
     return result;

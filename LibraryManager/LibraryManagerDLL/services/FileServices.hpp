@@ -10,6 +10,7 @@
 #include "KLRoot/PagedArray.hpp"
 #include "KLRoot/SpinLock.hpp"
 #include "QDL/FileInterfaces.hpp"
+#include "QDL/SyCalledMacroItem.hpp"
 
 namespace LPF {
 class SymbolFile;
@@ -80,6 +81,9 @@ public:
     void ResetMissingMacros(bool on);
     // The macros recorded as missing, in the order they were first missed.
     KL::PagedArray<KL::UniString, 8> GetMissingMacros() const;
+
+    // The macros a part file lists as called; a list that cannot be read is empty.
+    static KL::Array<SyCalledMacroItem> ReadCalledMacros(const LPF::SymbolFile& file);
 
     // ---- Parameters and pictures.
     // The default parameters of a macro for `*out`, owned by the caller: 0, -1 when there is no part
