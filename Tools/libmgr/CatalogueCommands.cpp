@@ -15,6 +15,7 @@ struct Counts {
     int parts = 0;
     int valid = 0;
     int dummies = 0;
+    int damaged = 0;
 };
 
 Counts CountParts(Session& session) {
@@ -24,7 +25,8 @@ Counts CountParts(Session& session) {
         if (part->GetState() == LM::LibPartStateDeleted)
             continue;
         ++counts.parts;
-        ++(part->IsValid() ? counts.valid : counts.dummies);
+        const std::string state = session.StateWord(*part);
+        ++(state == "valid" ? counts.valid : state == "dummy" ? counts.dummies : counts.damaged);
     }
     return counts;
 }
@@ -60,6 +62,7 @@ nlohmann::json SummaryJson(Session& session) {
             {"parts", counts.parts},
             {"validParts", counts.valid},
             {"dummyParts", counts.dummies},
+            {"damagedParts", counts.damaged},
             {"folders", session.Set().GetFolderNumber() - LM::FolderSet::FirstLibraryFolder},
             {"duplicates", DuplicateCount(session)},
             {"duplicatesByKind",
@@ -76,7 +79,7 @@ void PrintSummary(Session& session, std::ostream& out) {
     const nlohmann::json& kinds = summary["duplicatesByKind"];
     out << "libraries   " << summary["libraries"] << '\n'
         << "parts       " << summary["parts"] << " (" << summary["validParts"] << " valid, "
-        << summary["dummyParts"] << " dummy)\n"
+        << summary["dummyParts"] << " dummy, " << summary["damagedParts"] << " damaged)\n"
         << "folders     " << summary["folders"] << '\n'
         << "duplicates  " << kinds["id"] << " by id, " << kinds["name"] << " by name, "
         << kinds["revisionConflicts"] << " revision conflicts, " << kinds["sameNameDifferentContent"]
@@ -199,10 +202,12 @@ void PrintTree(Session& session, std::ostream& out) {
 int RunEnumerateCommand(const Arguments& arguments) {
     const CommandHelp help{
         "enumerate LIB... [--json] [-q]",
-        "Enumerates the libraries and prints a summary: libraries, parts (valid and dummy),\n"
+        "Enumerates the libraries and prints a summary: libraries, parts (valid, dummy, and\n"
+        "damaged: part files that cannot be read),\n"
         "folders, duplicates by kind, and the time taken.\n\n"
         "Then one line per library: replayed from the library cache, or walked.\n\n"
-        "  --json   one JSON object with libraries, parts, validParts, dummyParts, folders,\n"
+        "  --json   one JSON object with libraries, parts, validParts, dummyParts, damagedParts,\n"
+        "           folders,\n"
         "           duplicates, duplicatesByKind, seconds and libraryPasses\n"
         "  -q       no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
@@ -218,10 +223,12 @@ int RunListCommand(const Arguments& arguments) {
     const CommandHelp help{
         "list LIB... [--type T] [--json] [-q]",
         "Lists every part, one a line: name, file name, type, main and revision guid,\n"
-        "valid or dummy, and folder, separated by tabs.\n\n"
+        "state (valid, dummy, or damaged: a file that cannot be read), and folder, separated by\n"
+        "tabs.\n\n"
         "  --type T   only parts of type T: part, script, image, text, xml, package, other\n"
         "  --json     an array of objects with name, file, location, display (the place inside\n"
-        "             its library), type, mainGuid, revisionGuid, valid and folder\n"
+        "             its library), type, mainGuid, revisionGuid, valid, state and folder, and\n"
+        "             for a damaged file what the reader says\n"
         "  -q         no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {"--type"}, [](Session& session, const Options& options) {
         nlohmann::json parts = nlohmann::json::array();
@@ -239,11 +246,7 @@ int RunListCommand(const Arguments& arguments) {
             return ExitSuccess;
         }
         for (const nlohmann::json& part : parts)
-            std::cout << part["name"].get<std::string>() << '\t' << part["file"].get<std::string>() << '\t'
-                      << part["type"].get<std::string>() << '\t' << part["mainGuid"].get<std::string>()
-                      << '\t' << part["revisionGuid"].get<std::string>() << '\t'
-                      << (part["valid"].get<bool>() ? "valid" : "dummy") << '\t'
-                      << part["folder"].get<std::string>() << '\n';
+            std::cout << PartLine(part) << '\n';
         return ExitSuccess;
     });
 }

@@ -128,8 +128,15 @@ int Session::Open(const Arguments& arguments, const Options& options) {
     manager.AddLibraries(progress, libraries);
     seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     progress.Clear();
-    return Set().IsEnumerated() ? ExitSuccess
-                                : Complain(arguments, "the libraries could not be enumerated", ExitFailure);
+    if (!Set().IsEnumerated())
+        return Complain(arguments, "the libraries could not be enumerated", ExitFailure);
+    // Check names them itself; everyone else hears of them once.
+    if (const int damaged = CountDamaged(); damaged > 0 && !options.quiet && arguments.command != "check")
+        Complain(arguments,
+                 std::to_string(damaged) + (damaged == 1 ? " part file" : " part files") +
+                     " could not be read; 'libmgr check' names them",
+                 ExitSuccess);
+    return ExitSuccess;
 }
 
 std::string Session::Display(const IO::Location& location) {
@@ -168,17 +175,80 @@ std::string Session::TypeWord(const LM::LibPart& part) const {
     return "other";
 }
 
+int Session::DamageOf(const LM::LibPart& part) {
+    // A file whose header reads has an id; only files without one need a look, so a replayed
+    // catalogue opens next to nothing.
+    if (!part.IsValid() || !part.GetOwnUnID().IsNull())
+        return KL::NoError;
+    const std::string type = TypeWord(part);
+    if (type == "part" && part.GetSymbolFile() != nullptr)
+        return part.GetSymbolFile()->GetStatus();
+    if (type == "script" && part.GetScriptFile() != nullptr)
+        return part.GetScriptFile()->GetStatus();
+    return KL::NoError;
+}
+
+std::string Session::StateWord(const LM::LibPart& part) {
+    return !part.IsValid() ? "dummy" : DamageOf(part) != KL::NoError ? "damaged" : "valid";
+}
+
+int Session::CountDamaged() {
+    int damaged = 0;
+    for (int i = 0; i < Set().GetLibPartNumber(); ++i)
+        damaged += DamageOf(*Set().GetLibPartByIndex(i)) != KL::NoError;
+    return damaged;
+}
+
 nlohmann::json Session::PartJson(const LM::LibPart& part) {
     const KL::UnID id = part.GetOwnUnID();
-    return {{"name", part.GetDocumentName().ToUTF8()},
-            {"file", part.GetFileName().ToUTF8()},
-            {"location", part.GetLocation().ToString()},
-            {"display", Display(part.GetLocation())},
-            {"type", TypeWord(part)},
-            {"mainGuid", id.mainGuid.ToString()},
-            {"revisionGuid", id.revGuid.ToString()},
-            {"valid", part.IsValid()},
-            {"folder", FolderDisplay(part.GetFolderIndex())}};
+    const int damage = DamageOf(part);
+    nlohmann::json json = {{"name", part.GetDocumentName().ToUTF8()},
+                           {"file", part.GetFileName().ToUTF8()},
+                           {"location", part.GetLocation().ToString()},
+                           {"display", Display(part.GetLocation())},
+                           {"type", TypeWord(part)},
+                           {"mainGuid", id.mainGuid.ToString()},
+                           {"revisionGuid", id.revGuid.ToString()},
+                           {"valid", part.IsValid() && damage == KL::NoError},
+                           {"state", StateWord(part)},
+                           {"folder", FolderDisplay(part.GetFolderIndex())}};
+    if (damage != KL::NoError)
+        json["damaged"] = ErrorText(damage);
+    return json;
+}
+
+namespace {
+
+std::string Escaped(const std::string& field) {
+    std::string text;
+    for (const char c : field) {
+        switch (c) {
+        case '\t':
+            text += "\\t";
+            break;
+        case '\n':
+            text += "\\n";
+            break;
+        case '\r':
+            text += "\\r";
+            break;
+        case '\\':
+            text += "\\\\";
+            break;
+        default:
+            text += c;
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+std::string PartLine(const nlohmann::json& part) {
+    std::string line = Escaped(part["name"].get<std::string>());
+    for (const char* field : {"file", "type", "mainGuid", "revisionGuid", "state", "folder"})
+        line += '\t' + Escaped(part[field].get<std::string>());
+    return line;
 }
 
 std::string Session::PartName(const KL::UnID& id) {

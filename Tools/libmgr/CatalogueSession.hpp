@@ -63,8 +63,13 @@ public:
     std::string FolderDisplay(int folder);
     // A short word for a part's type, for listings and --type.
     std::string TypeWord(const LM::LibPart& part) const;
+    // Why a part's file cannot be read, or 0. The catalogue keeps such a file as a valid record.
+    int DamageOf(const LM::LibPart& part);
+    // "valid", "dummy" or "damaged".
+    std::string StateWord(const LM::LibPart& part);
+    int CountDamaged();
     // The fields every listing gives of a part: name, file, location, display, type, mainGuid,
-    // revisionGuid, valid and folder.
+    // revisionGuid, valid, state and folder, and for a damaged file the reader's words.
     nlohmann::json PartJson(const LM::LibPart& part);
     // The document name of the part with this id; empty if there is none.
     std::string PartName(const KL::UnID& id);
@@ -74,6 +79,10 @@ private:
     KL::Array<IO::Location> libraries;
     double seconds = 0;
 };
+
+// A part's listing columns from its PartJson, tab-separated: name, file, type, main guid, revision
+// guid, state and folder. Tabs, line ends and backslashes inside a field are escaped.
+std::string PartLine(const nlohmann::json& part);
 
 // Parses, opens the session and hands over; --help answers before anything runs. A command that
 // needs more than its libraries checks the options in `work`.

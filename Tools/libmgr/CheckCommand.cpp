@@ -147,16 +147,8 @@ void AddMissingMacros(Session& session, std::vector<Finding>* findings) {
 void AddDamagedParts(Session& session, std::vector<Finding>* findings) {
     for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
         const LM::LibPart* part = session.Set().GetLibPartByIndex(i);
-        if (!part->IsValid())
-            continue;
-        int status = KL::NoError;
-        const FileRef::KFFileType type = FileRef(part, session.Services()).GetFileType();
-        if (type == FileRef::KFPartFile && part->GetSymbolFile() != nullptr)
-            status = part->GetSymbolFile()->GetStatus();
-        else if (type == FileRef::KFScriptFile && part->GetScriptFile() != nullptr)
-            status = part->GetScriptFile()->GetStatus();
-        if (status != KL::NoError)
-            findings->push_back({"damaged", session.Display(part->GetLocation()), ErrorText(status), {}});
+        if (const int damage = session.DamageOf(*part); damage != KL::NoError)
+            findings->push_back({"damaged", session.Display(part->GetLocation()), ErrorText(damage), {}});
     }
 }
 

@@ -88,12 +88,8 @@ int PrintAnswer(Session& session, const Options& options, const Answer& answer, 
                          .dump(2)
                   << '\n';
     } else {
-        for (const LM::LibPart* part : answer.parts) {
-            const KL::UnID id = part->GetOwnUnID();
-            std::cout << answer.stage << '\t' << part->GetDocumentName().ToUTF8() << '\t'
-                      << session.Display(part->GetLocation()) << "\t{" << id.mainGuid.ToString() << "}\t{"
-                      << id.revGuid.ToString() << "}\n";
-        }
+        for (const LM::LibPart* part : answer.parts)
+            std::cout << answer.stage << '\t' << PartLine(session.PartJson(*part)) << '\n';
     }
     if (answer.parts.empty())
         return options.json ? ExitFailure : Complain(arguments, "no part matches", ExitFailure);
@@ -168,9 +164,6 @@ nlohmann::json Describe(Session& session, const LM::LibPart& part) {
     json["replaces"] = nlohmann::json::array();
     nlohmann::json sections = nlohmann::json::array();
     if (const LPF::SymbolFile* file = part.GetSymbolFile()) {
-        // A damaged file is still a record of the catalogue; say what is wrong with it.
-        if (file->GetStatus() != KL::NoError)
-            json["damaged"] = ErrorText(file->GetStatus());
         file->EnumerateSections(CollectSection, &sections);
         json["replaces"] = ReplacedParts(set, *file);
     }
@@ -184,7 +177,8 @@ void PrintDescription(const nlohmann::json& part) {
     };
     line("name", part["name"].get<std::string>());
     line("file", part["display"].get<std::string>());
-    line("type", part["type"].get<std::string>() + (part["valid"].get<bool>() ? "" : ", dummy"));
+    const std::string state = part["state"].get<std::string>();
+    line("type", part["type"].get<std::string>() + (state == "valid" ? "" : ", " + state));
     line("id",
          "{" + part["mainGuid"].get<std::string>() + "} {" + part["revisionGuid"].get<std::string>() + "}");
     line("library", part["library"].get<std::string>());
@@ -232,7 +226,8 @@ int RunFindCommand(const Arguments& arguments) {
         "Searches the catalogue the way the script engine does, through every fall-back stage, and\n"
         "shows which stage answered: exact id, main guid (ambiguous when several revisions are\n"
         "present), dummy, migration table, document name or file name. Parts that replace an old\n"
-        "id follow the one chosen. Names match without case, and \"/\" in a name reads as \":\".\n\n"
+        "id follow the one chosen. Names match without case, and \"/\" in a name reads as \":\".\n"
+        "Each line is the stage, then the columns of 'libmgr list'.\n\n"
         "  --guid ID       an id: MAIN or MAIN/REVISION\n"
         "  --name N        a document name; with --guid, the name the reference carries\n"
         "  --file F        a file name\n"

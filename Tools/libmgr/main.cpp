@@ -10,6 +10,8 @@
 
 #include <LibraryManager.hpp>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -22,96 +24,132 @@ using libmgr::ExitFailure;
 using libmgr::ExitSuccess;
 using libmgr::ExitUsage;
 
+using Runner = int (*)(const libmgr::Arguments&);
+
+int RunDemo(const libmgr::Arguments& arguments) {
+    return libmgr::RunDemoCommand(arguments, LM_SAMPLE_LIBRARY_DIR);
+}
+
+int RunSelfCheck(const libmgr::Arguments& arguments);
+
+struct Command {
+    const char* name;
+    const char* summary;
+    Runner run;
+};
+
+constexpr Command Commands[] = {
+    {"demo", "enumerate the bundled sample library: summary, type tree, duplicates", RunDemo},
+    {"enumerate", "enumerate libraries and print a summary", libmgr::RunEnumerateCommand},
+    {"list", "list the parts of libraries", libmgr::RunListCommand},
+    {"find", "search libraries by id, name, file name or ancestor, through every fall-back",
+     libmgr::RunFindCommand},
+    {"show", "everything about one part: place, id, flags, ancestry, sections", libmgr::RunShowCommand},
+    {"duplicates", "print the duplicate reports of libraries", libmgr::RunDuplicatesCommand},
+    {"tree", "print the type hierarchy of libraries", libmgr::RunTreeCommand},
+    {"check", "check libraries before they ship: missing macros, damaged files, duplicates",
+     libmgr::RunCheckCommand},
+    {"pack", "pack libraries into one container file", libmgr::RunPackCommand},
+    {"unpack", "unpack a container file into a folder", libmgr::RunUnpackCommand},
+    {"part", "build a part file from its XML description, or dump one as XML", libmgr::RunPartCommand},
+    {"gen", "write a synthetic library of any size, for benchmarks and tests", libmgr::RunGenCommand},
+    {"self-check", "exercise the foundation libraries and report each check", RunSelfCheck},
+};
+
+// Options that every catalogue command takes, which may also stand before the command.
+constexpr const char* GlobalOptions[] = {"-q", "--quiet", "--json", "--no-cache"};
+
 void PrintUsage(std::ostream& out) {
-    out << "Usage: libmgr [--version] [--help] <command> [<args>]\n"
+    out << "Usage: libmgr [--version] [--help] [-q] [--json] [--no-cache] <command> [<args>]\n"
            "\n"
            "Inspect, pack and author libraries of parametric parts.\n"
            "\n"
-           "Commands:\n"
-           "  demo        enumerate the bundled sample library: summary, type tree, duplicates\n"
-           "  enumerate   enumerate libraries and print a summary\n"
-           "  list        list the parts of libraries\n"
-           "  find        search libraries by id, name, file name or ancestor, through every fall-back\n"
-           "  show        everything about one part: place, id, flags, ancestry, sections\n"
-           "  duplicates  print the duplicate reports of libraries\n"
-           "  tree        print the type hierarchy of libraries\n"
-           "  check       check libraries before they ship: unreadable entries, duplicates\n"
-           "  pack        pack libraries into one container file\n"
-           "  unpack      unpack a container file into a folder\n"
-           "  part        build a part file from its XML description, or dump one as XML\n"
-           "  gen         write a synthetic library of any size, for benchmarks and tests\n"
-           "  self-check  exercise the foundation libraries and report each check\n"
-           "\n"
-           "Run 'libmgr <command> --help' for the options of a command.\n";
+           "Commands:\n";
+    for (const Command& command : Commands) {
+        const std::string name = command.name;
+        out << "  " << name << std::string(12 - name.size(), ' ') << command.summary << '\n';
+    }
+    out << "\n"
+           "Run 'libmgr help <command>' or 'libmgr <command> --help' for the options of a command.\n";
 }
 
-bool WantsHelp(int argc, char** argv) {
-    for (int i = 2; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0)
+const Command* FindCommand(std::string_view name) {
+    for (const Command& command : Commands) {
+        if (name == command.name)
+            return &command;
+    }
+    return nullptr;
+}
+
+bool IsGlobalOption(std::string_view value) {
+    for (const char* option : GlobalOptions) {
+        if (value == option)
             return true;
     }
     return false;
 }
 
-int RunSelfCheckCommand(int argc, char** argv, std::string_view name) {
-    if (WantsHelp(argc, argv)) {
-        std::cout << "Usage: libmgr " << name
-                  << "\n\nRuns the foundation's self-check and prints one line per check.\n";
+int RunSelfCheck(const libmgr::Arguments& arguments) {
+    if (arguments.WantsHelp()) {
+        std::cout << "Usage: libmgr self-check\n\nRuns the foundation's self-check and prints one line per check.\n";
         return ExitSuccess;
     }
-    if (argc > 2) {
-        std::cerr << "libmgr " << name << ": unexpected argument '" << argv[2] << "'\n";
-        return ExitUsage;
-    }
+    if (!arguments.values.empty())
+        return libmgr::Complain(arguments, "unexpected argument '" + arguments.values.front() + "'", ExitUsage);
     std::cout << "libmgr " << LM::GetLibraryManagerVersion() << " self-check\n";
     const bool passed = libmgr::RunSelfCheck(std::cout);
     std::cout << (passed ? "all checks passed\n" : "some checks FAILED\n");
     return passed ? ExitSuccess : ExitFailure;
 }
 
+// Output that could not be written is a failure, not a silent loss: a full disk or a closed pipe.
+int FinishOutput(const libmgr::Arguments& arguments, int exitCode) {
+    std::cout.flush();
+    // The stream's own failure may lie far back; a last flush of what is left gives a fresh reason.
+    errno = 0;
+    const bool flushed = std::fflush(stdout) == 0 && !std::ferror(stdout);
+    if (flushed && std::cout.good())
+        return exitCode;
+    const int reason = errno;
+    std::cout.clear();
+    return libmgr::Complain(arguments,
+                            "cannot write the output" + (reason != 0 ? ": " + std::string(std::strerror(reason)) : ""),
+                            ExitFailure);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
+    // Global options may stand before the command; they are handed to it.
+    std::vector<std::string> globals;
+    int at = 1;
+    while (at < argc && IsGlobalOption(argv[at]))
+        globals.emplace_back(argv[at++]);
+    if (at == argc) {
         PrintUsage(std::cerr);
         return ExitUsage;
     }
-    const std::string_view command = argv[1];
-    if (command == "--help" || command == "-h" || command == "help") {
+    std::string_view name = argv[at];
+    std::vector<std::string> values(argv + at + 1, argv + argc);
+    if (name == "--help" || name == "-h" || (name == "help" && values.empty())) {
         PrintUsage(std::cout);
-        return ExitSuccess;
+        return FinishOutput({"", {}}, ExitSuccess);
     }
-    if (command == "--version") {
+    if (name == "--version") {
         std::cout << "libmgr " << LM::GetLibraryManagerVersion() << '\n';
-        return ExitSuccess;
+        return FinishOutput({"", {}}, ExitSuccess);
     }
-    const libmgr::Arguments arguments{std::string(command), std::vector<std::string>(argv + 2, argv + argc)};
-    if (command == "self-check")
-        return RunSelfCheckCommand(argc, argv, command);
-    if (command == "demo")
-        return libmgr::RunDemoCommand(arguments, LM_SAMPLE_LIBRARY_DIR);
-    if (command == "enumerate")
-        return libmgr::RunEnumerateCommand(arguments);
-    if (command == "list")
-        return libmgr::RunListCommand(arguments);
-    if (command == "find")
-        return libmgr::RunFindCommand(arguments);
-    if (command == "show")
-        return libmgr::RunShowCommand(arguments);
-    if (command == "duplicates")
-        return libmgr::RunDuplicatesCommand(arguments);
-    if (command == "tree")
-        return libmgr::RunTreeCommand(arguments);
-    if (command == "gen")
-        return libmgr::RunGenCommand(arguments);
-    if (command == "check")
-        return libmgr::RunCheckCommand(arguments);
-    if (command == "pack")
-        return libmgr::RunPackCommand(arguments);
-    if (command == "unpack")
-        return libmgr::RunUnpackCommand(arguments);
-    if (command == "part")
-        return libmgr::RunPartCommand(arguments);
-    std::cerr << "libmgr: unknown command '" << command << "'; see 'libmgr --help'\n";
-    return ExitUsage;
+    // "libmgr help CMD" is "libmgr CMD --help".
+    if (name == "help") {
+        name = argv[at + 1];
+        values = {"--help"};
+    }
+    const Command* command = FindCommand(name);
+    if (command == nullptr) {
+        std::cerr << "libmgr: unknown command '" << name << "'; see 'libmgr --help'\n";
+        return ExitUsage;
+    }
+    values.insert(values.end(), globals.begin(), globals.end());
+    const libmgr::Arguments arguments{command->name, std::move(values)};
+    return FinishOutput(arguments, command->run(arguments));
 }

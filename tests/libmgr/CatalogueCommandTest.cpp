@@ -22,7 +22,7 @@ TEST(CatalogueCommands, EnumerateSummarisesTheSampleLibrary) {
     ASSERT_EQ(text.exitCode, 0) << text.err;
     EXPECT_EQ(text.err, "");
     EXPECT_NE(text.out.find("libraries   1\n"), std::string::npos) << text.out;
-    EXPECT_NE(text.out.find("parts       36 (36 valid, 0 dummy)\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("parts       36 (36 valid, 0 dummy, 0 damaged)\n"), std::string::npos) << text.out;
     EXPECT_NE(text.out.find("duplicates  1 by id, 0 by name, 1 revision conflicts"), std::string::npos)
         << text.out;
 

@@ -33,15 +33,18 @@ inline std::string Quote(const std::string& text) {
     return quoted + "'";
 }
 
-inline ToolRun RunLibmgr(const ScratchFolder& scratch, const std::vector<std::string>& arguments) {
+// `stdoutTarget` sends the standard output elsewhere, such as /dev/full; `out` is then empty.
+inline ToolRun RunLibmgr(const ScratchFolder& scratch, const std::vector<std::string>& arguments,
+                         const std::filesystem::path& stdoutTarget = {}) {
     std::string command = Quote(LM_LIBMGR_PATH);
     for (const std::string& argument : arguments)
         command += " " + Quote(argument);
-    const std::filesystem::path out = scratch.Path() / "stdout.txt";
+    const std::filesystem::path out = stdoutTarget.empty() ? scratch.Path() / "stdout.txt" : stdoutTarget;
     const std::filesystem::path err = scratch.Path() / "stderr.txt";
     command += " >" + Quote(out.string()) + " 2>" + Quote(err.string());
     const int status = std::system(command.c_str());
-    return ToolRun{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
+    return ToolRun{WIFEXITED(status) ? WEXITSTATUS(status) : -1, stdoutTarget.empty() ? ReadAll(out) : "",
+                   ReadAll(err)};
 }
 
 } // namespace testsupport

@@ -1,0 +1,84 @@
+// What a library author must be able to trust: damaged files said out loud, names that cannot break
+// a tab-separated line, output that cannot be lost without a word, and one way to give options.
+#include "libmgr/ToolRun.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+using testsupport::RunLibmgr;
+using testsupport::ScratchFolder;
+using testsupport::ToolRun;
+
+void WriteNoise(const ScratchFolder& scratch, const std::string& relative, unsigned seed) {
+    std::mt19937 random(seed);
+    std::string bytes(700, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    scratch.Write(relative, bytes);
+}
+
+TEST(Trust, DamagedPartFilesAreCountedListedAndAnnounced) {
+    ScratchFolder scratch;
+    scratch.Write("lib/Texts/readme.txt", "words");
+    for (unsigned i = 0; i < 3; ++i)
+        WriteNoise(scratch, "lib/Noise/noise " + std::to_string(i) + ".klm", i);
+    const std::string library = (scratch.Path() / "lib").string();
+
+    const ToolRun summary = RunLibmgr(scratch, {"enumerate", "--no-cache", library});
+    EXPECT_EQ(summary.exitCode, 0);
+    EXPECT_NE(summary.out.find("parts       4 (1 valid, 0 dummy, 3 damaged)\n"), std::string::npos) << summary.out;
+    EXPECT_EQ(summary.err, "libmgr enumerate: 3 part files could not be read; 'libmgr check' names them\n");
+    // The same from the library cache: a second start says the same.
+    const ToolRun replayed = RunLibmgr(scratch, {"enumerate", "--json", library});
+    EXPECT_EQ(nlohmann::json::parse(replayed.out)["damagedParts"], 3);
+    EXPECT_EQ(RunLibmgr(scratch, {"enumerate", "-q", library}).err, "");
+
+    const ToolRun list = RunLibmgr(scratch, {"list", "-q", library});
+    EXPECT_NE(list.out.find("noise 1\tnoise 1.klm\tpart\t00000000-0000-0000-0000-000000000000\t"
+                            "00000000-0000-0000-0000-000000000000\tdamaged\tlib/Noise\n"),
+              std::string::npos)
+        << list.out;
+    const ToolRun show = RunLibmgr(scratch, {"show", "--json", "-q", library, "noise 2.klm"});
+    ASSERT_EQ(show.exitCode, 0) << show.err;
+    const nlohmann::json part = nlohmann::json::parse(show.out);
+    EXPECT_EQ(part["valid"], false);
+    EXPECT_EQ(part["state"], "damaged");
+    EXPECT_EQ(part["damaged"], "not a library part file (wrong signature)");
+}
+
+TEST(Trust, TabsAndBackslashesInNamesAreEscaped) {
+    ScratchFolder scratch;
+    scratch.Write("lib/tab\there.txt", "x");
+    scratch.Write("lib/back\\slash.txt", "x");
+    const ToolRun list = RunLibmgr(scratch, {"list", "-q", "--no-cache", (scratch.Path() / "lib").string()});
+    EXPECT_NE(list.out.find("tab\\there\ttab\\there.txt\ttext\t"), std::string::npos) << list.out;
+    EXPECT_NE(list.out.find("back\\\\slash\tback\\\\slash.txt\ttext\t"), std::string::npos) << list.out;
+    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), 2);
+}
+
+TEST(Trust, OutputThatCannotBeWrittenFailsWithOneLine) {
+    ScratchFolder scratch;
+    const ToolRun full = RunLibmgr(scratch, {"list", "-q", LM_SAMPLE_LIBRARY_DIR}, "/dev/full");
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_EQ(full.err.rfind("libmgr list: cannot write the output", 0), 0U) << full.err;
+    EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
+}
+
+TEST(Trust, OptionsMayStandBeforeTheCommandAndHelpNamesACommand) {
+    ScratchFolder scratch;
+    const ToolRun before = RunLibmgr(scratch, {"-q", "--json", "enumerate", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(before.exitCode, 0) << before.err;
+    EXPECT_EQ(nlohmann::json::parse(before.out)["parts"], 36);
+    const ToolRun help = RunLibmgr(scratch, {"help", "check"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_EQ(help.out, RunLibmgr(scratch, {"check", "--help"}).out);
+    EXPECT_EQ(help.out.rfind("Usage: libmgr check", 0), 0U) << help.out;
+    EXPECT_EQ(RunLibmgr(scratch, {"help", "nonsense"}).exitCode, 2);
+}
+
+} // namespace
