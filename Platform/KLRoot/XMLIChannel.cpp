@@ -6,6 +6,7 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <vector>
 
@@ -77,6 +78,24 @@ XMLIChannel::XMLIChannel() : document(std::make_unique<Document>()) {
 
 XMLIChannel::~XMLIChannel() = default;
 
+namespace {
+
+// "line L, column C" of a byte offset, both from 1; columns count bytes.
+std::string LineAndColumn(std::string_view text, std::ptrdiff_t offset) {
+    const std::size_t end = std::min(static_cast<std::size_t>(std::max<std::ptrdiff_t>(offset, 0)), text.size());
+    std::size_t line = 1;
+    std::size_t lineStart = 0;
+    for (std::size_t i = 0; i < end; ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            lineStart = i + 1;
+        }
+    }
+    return "line " + std::to_string(line) + ", column " + std::to_string(end - lineStart + 1);
+}
+
+} // namespace
+
 int XMLIChannel::Parse(std::string_view text) {
     // Keep text as written: carriage returns, and an element that holds only white space.
     constexpr unsigned options = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
@@ -86,7 +105,7 @@ int XMLIChannel::Parse(std::string_view text) {
         document->xml.reset();
     document->Reset();
     if (!result) {
-        parseMessage = std::string(result.description()) + " at offset " + std::to_string(result.offset);
+        parseMessage = std::string(result.description()) + " at " + LineAndColumn(text, result.offset);
         return ErrXMLFormat;
     }
     parseMessage.clear();

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
+#include <fnmatch.h>
 #include <iomanip>
 #include <iostream>
 
@@ -17,6 +19,18 @@ struct Counts {
     int dummies = 0;
     int damaged = 0;
 };
+
+constexpr std::array<const char*, 7> TypeWords = {"part", "script", "image", "text", "xml", "package", "other"};
+
+// A shell pattern against the document name and the file name, both folded to lower case.
+bool MatchesNameOrFile(const LM::LibPart& part, const std::string& pattern) {
+    const std::string folded = KL::UniString(pattern).ToLowerCase().ToUTF8();
+    for (const KL::UniString& name : {part.GetDocumentName(), part.GetFileName()}) {
+        if (::fnmatch(folded.c_str(), name.ToLowerCase().ToUTF8().c_str(), 0) == 0)
+            return true;
+    }
+    return false;
+}
 
 Counts CountParts(Session& session) {
     Counts counts;
@@ -221,23 +235,32 @@ int RunEnumerateCommand(const Arguments& arguments) {
 
 int RunListCommand(const Arguments& arguments) {
     const CommandHelp help{
-        "list LIB... [--type T] [--json] [-q]",
+        "list LIB... [--type T] [--match PATTERN] [--json] [-q]",
         "Lists every part, one a line: name, file name, type, main and revision guid,\n"
         "state (valid, dummy, or damaged: a file that cannot be read), and folder, separated by\n"
         "tabs.\n\n"
         "  --type T   only parts of type T: part, script, image, text, xml, package, other\n"
+        "  --match PATTERN\n"
+        "             only parts whose document name or file name matches the shell pattern\n"
+        "             (* ? [...]), without regard to case: --match 'window 2*'\n"
         "  --json     an array of objects with name, file, location, display (the place inside\n"
         "             its library), type, mainGuid, revisionGuid, valid, state and folder, and\n"
         "             for a damaged file what the reader says\n"
         "  -q         no progress on the terminal\n\n"};
-    return RunOnCatalogue(arguments, help, {"--type"}, [](Session& session, const Options& options) {
+    return RunOnCatalogue(arguments, help, {"--type", "--match"}, [&arguments](Session& session, const Options& options) {
+        const std::string* wanted = options.Value("--type");
+        if (wanted != nullptr && std::find(TypeWords.begin(), TypeWords.end(), *wanted) == TypeWords.end())
+            return Complain(arguments, "'" + *wanted + "' is no type; the types are part, script, image, text, xml, package and other",
+                            ExitUsage);
+        const std::string* pattern = options.Value("--match");
         nlohmann::json parts = nlohmann::json::array();
         for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
             const LM::LibPart& part = *session.Set().GetLibPartByIndex(i);
             if (part.GetState() == LM::LibPartStateDeleted)
                 continue;
-            if (const std::string* wanted = options.Value("--type");
-                wanted != nullptr && *wanted != session.TypeWord(part))
+            if (wanted != nullptr && *wanted != session.TypeWord(part))
+                continue;
+            if (pattern != nullptr && !MatchesNameOrFile(part, *pattern))
                 continue;
             parts.push_back(session.PartJson(part));
         }

@@ -1,11 +1,11 @@
 #include "ContainerCommands.hpp"
+#include "Interrupt.hpp"
 #include "CatalogueSession.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fnmatch.h>
 #include <iomanip>
@@ -19,27 +19,6 @@ namespace libmgr {
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
-
-// Ctrl-C asks the work to stop at its next poll, so that a half-written container is removed
-// and a half-done extraction ends cleanly; a second Ctrl-C ends the process at once.
-class InterruptGuard {
-public:
-    InterruptGuard() {
-        interrupted = 0;
-        previous = std::signal(SIGINT, [](int) {
-            interrupted = 1;
-            std::signal(SIGINT, SIG_DFL);
-        });
-    }
-    ~InterruptGuard() { std::signal(SIGINT, previous); }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    void (*previous)(int);
-};
-
 // A line on a terminal that counts files as the work polls (once per 16 files).
 class FileProgress : public KL::ProcessControl {
 public:
@@ -48,7 +27,7 @@ public:
         if (enabled && shown)
             std::cerr << "\r\x1b[K" << std::flush;
     }
-    bool BreakRequested() override { return interrupted != 0; }
+    bool BreakRequested() override { return Interrupted(); }
 
 protected:
     void ProgressChanged() override {
@@ -177,7 +156,7 @@ int Pack(const Arguments& arguments, const Options& options, const IO::Location&
     InterruptGuard guard;
     FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
     const int written = writer.WriteToLocation(progress, target);
-    if (interrupted != 0)
+    if (Interrupted())
         return Complain(arguments, "interrupted; " + target.ToString() + " was left as it was", ExitFailure);
     if (written != 0)
         return Complain(arguments, "could not write " + target.ToString() + ": " + ErrorText(written), ExitFailure);
@@ -230,7 +209,7 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
         result = extractor.Extract(progress, file, *to, false, options.Has("--skip-top-folder"),
                                    options.Has("--flatten"));
     }
-    if (interrupted != 0)
+    if (Interrupted())
         return Complain(arguments, "interrupted; " + destination + " holds what was unpacked so far", ExitFailure);
     if (result == LM::LibPartFileError)
         return Complain(arguments, source + ": damaged container; " + destination + " holds what could be read",

@@ -1,4 +1,5 @@
 #include "GenCommand.hpp"
+#include "Interrupt.hpp"
 #include "LibraryGenerator.hpp"
 
 #include <filesystem>
@@ -11,7 +12,7 @@ namespace libmgr {
 namespace {
 
 constexpr const char* GenHelp =
-    "Usage: libmgr gen OUT --parts N [--seed S] [--depth D] [--duplicates P] [-q]\n"
+    "Usage: libmgr gen OUT --parts N [--seed S] [--depth D] [--duplicates P] [--force] [-q]\n"
     "\n"
     "Writes a synthetic library into the folder OUT, which must not exist or be empty: templates\n"
     "in a type tree whose ancestry chains run 1 to D deep, N placeable parts in nested folders with\n"
@@ -23,9 +24,10 @@ constexpr const char* GenHelp =
     "  --seed S         seed of the generator, 0 to 4294967295 (default 1)\n"
     "  --depth D        longest ancestry chain, 1 to 6 (default 6)\n"
     "  --duplicates P   percent of parts with a clashing copy, 0 to 50 (default 3)\n"
-    "  --containers K   parts packed into container files; needs the container writer, which this\n"
-    "                   build does not have yet\n"
-    "  -q               no progress on the terminal\n";
+    "  --force          write into OUT even when it holds files; same names are overwritten\n"
+    "  -q               no progress on the terminal\n"
+    "\n"
+    "Interrupted (Ctrl-C), it takes away what it wrote, unless OUT held files before.\n";
 
 // A number within its range, read by one of the foundation's strict parsers; `*value` changes only
 // when the text is good.
@@ -42,6 +44,7 @@ struct GenArguments {
     std::string output;
     GeneratorOptions options;
     bool quiet = false;
+    bool force = false;
 };
 
 std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* exitCode) {
@@ -56,6 +59,10 @@ std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* e
         const std::string& option = values[i];
         if (option == "-q" || option == "--quiet") {
             parsed.quiet = true;
+            continue;
+        }
+        if (option == "--force") {
+            parsed.force = true;
             continue;
         }
         if (!option.starts_with("-")) {
@@ -77,8 +84,6 @@ std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* e
             valid = ParseInRange(value, KL::ParseInt32, 1, 6, &options.depth);
         else if (option == "--duplicates")
             valid = ParseInRange(value, KL::ParseDouble, 0.0, 50.0, &options.duplicates);
-        else if (option == "--containers")
-            return fail("--containers needs the container writer, which this build does not have yet");
         else
             return fail("unknown option '" + option + "'");
         if (!valid)
@@ -89,6 +94,17 @@ std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* e
     if (!partsGiven)
         return fail("how many parts? give --parts N");
     return parsed;
+}
+
+// Takes away a library that was cut short: the folder itself if this run made it, else its content.
+void RemoveWritten(const std::filesystem::path& root, bool existed) {
+    std::error_code ignored;
+    if (!existed) {
+        std::filesystem::remove_all(root, ignored);
+        return;
+    }
+    for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(root, ignored))
+        std::filesystem::remove_all(entry.path(), ignored);
 }
 
 } // namespace
@@ -104,23 +120,38 @@ int RunGenCommand(const Arguments& arguments) {
         return exitCode;
     const std::filesystem::path root = std::filesystem::absolute(parsed->output).lexically_normal();
     std::error_code error;
-    if (std::filesystem::exists(root, error) &&
-        (!std::filesystem::is_directory(root, error) || !std::filesystem::is_empty(root, error)))
-        return Complain(arguments, parsed->output + ": exists and is not an empty folder", ExitFailure);
+    const bool existed = std::filesystem::exists(root, error);
+    if (existed && !std::filesystem::is_directory(root, error))
+        return Complain(arguments, parsed->output + ": exists and is not a folder", ExitFailure);
+    const bool heldFiles = existed && !std::filesystem::is_empty(root, error);
+    if (heldFiles && !parsed->force)
+        return Complain(arguments, parsed->output + ": holds files; give --force to write into it", ExitFailure);
 
     const bool showProgress = !parsed->quiet && ::isatty(STDERR_FILENO) == 1;
     LibraryGenerator generator(parsed->options);
     GeneratorSummary summary;
     std::string failedPath;
-    const int result = generator.Generate(
-        root,
-        [showProgress](int done, int total) {
-            if (showProgress && (done % 100 == 0 || done == total))
-                std::cerr << "\r\x1b[Kgenerating " << done << " of " << total << " parts" << std::flush;
-        },
-        &summary, &failedPath);
+    int result = KL::NoError;
+    {
+        InterruptGuard guard;
+        result = generator.Generate(
+            root,
+            [showProgress](int done, int total) {
+                if (showProgress && (done % 100 == 0 || done == total))
+                    std::cerr << "\r\x1b[Kgenerating " << done << " of " << total << " parts" << std::flush;
+                return !Interrupted();
+            },
+            &summary, &failedPath);
+    }
     if (showProgress)
         std::cerr << "\r\x1b[K" << std::flush;
+    if (result == LibraryGenerator::Stopped) {
+        if (heldFiles)
+            return Complain(arguments, "interrupted; " + parsed->output + " holds what was written so far",
+                            ExitFailure);
+        RemoveWritten(root, existed);
+        return Complain(arguments, "interrupted; nothing was left", ExitFailure);
+    }
     if (result != KL::NoError)
         return Complain(arguments, failedPath + ": " + ErrorText(result), ExitFailure);
     std::cout << "parts       " << summary.parts << " below " << summary.templates << " templates, in "

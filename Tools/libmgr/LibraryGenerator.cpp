@@ -212,10 +212,7 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
     const int duplicates = static_cast<int>(std::lround(options.parts * options.duplicates / 100.0));
     const int total = static_cast<int>(templates.size() + plans.size()) + duplicates;
     int done = 0;
-    const auto step = [&] {
-        if (progress)
-            progress(++done, total);
-    };
+    const auto step = [&] { return !progress || progress(++done, total); };
 
     for (std::size_t t = 0; t < templates.size(); ++t) {
         const std::string folder = "Templates/Depth " + std::to_string(templates[t].ancestry.size());
@@ -223,14 +220,16 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
         MakeTemplate(templates[t], &file);
         if (const int result = Save(file, root / folder / (templates[t].name + ".klm"), summary, failedPath))
             return result;
-        step();
+        if (!step())
+            return Stopped;
     }
     for (const PartPlan& plan : plans) {
         LPF::SymbolFile file;
         MakePart(plan, &file);
         if (const int result = Save(file, root / plan.folder / (plan.name + ".klm"), summary, failedPath))
             return result;
-        step();
+        if (!step())
+            return Stopped;
     }
     // Every other clash is the same part again; the rest are other revisions of one part. Each
     // clash takes a part of its own, so that every one is reported on its own.
@@ -251,7 +250,8 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
                      failedPath))
             return result;
         ++(sameId ? summary->idDuplicates : summary->revisionConflicts);
-        step();
+        if (!step())
+            return Stopped;
     }
     // Pictures that scripts would name, and a few notes.
     const std::string pngSignature("\x89PNG\r\n\x1a\n", 8);

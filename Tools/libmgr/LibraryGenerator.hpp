@@ -37,13 +37,15 @@ struct GeneratorSummary {
 
 class LibraryGenerator {
 public:
-    // Called after each part file with the count written and the count to write.
-    using Progress = std::function<void(int done, int total)>;
+    // Called after each part file with the count written and the count to write; false stops.
+    using Progress = std::function<bool(int done, int total)>;
+    // What Generate returns when the progress asked it to stop.
+    static constexpr int Stopped = 1;
 
     explicit LibraryGenerator(const GeneratorOptions& options);
 
-    // Writes the library below `root`, which must not exist or be empty. Returns 0, or an error
-    // code with `*failedPath` naming the file that could not be written.
+    // Writes the library below `root`. Returns 0, Stopped, or an error code with `*failedPath`
+    // naming the file that could not be written.
     int Generate(const std::filesystem::path& root, const Progress& progress, GeneratorSummary* summary,
                  std::string* failedPath);
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 namespace libmgr {
@@ -19,8 +20,14 @@ constexpr const char* PartUsage =
     "  dump PART.klm [-o OUT.xml]       write a part file as its description\n"
     "                                   (default output: standard output)\n"
     "\n"
+    "A file named - is standard input or standard output. An output that is the input is\n"
+    "refused.\n"
+    "\n"
     "Dumping a built part gives its source back; the format is in docs/formats/part-xml.md.\n"
     "Guids the source leaves out are made fresh at each build.\n";
+
+// Standard input or output, wherever a file is read or written.
+constexpr const char* StandardStream = "-";
 
 struct InputAndOutput {
     std::string input;
@@ -53,10 +60,34 @@ std::optional<InputAndOutput> ParseInputAndOutput(const Arguments& arguments, in
             Complain(arguments, "which file? see 'libmgr " + arguments.command + " --help'", ExitUsage);
         return std::nullopt;
     }
+    std::error_code error;
+    if (parsed.input != StandardStream && parsed.output != StandardStream && !parsed.output.empty() &&
+        std::filesystem::equivalent(parsed.input, parsed.output, error)) {
+        *exitCode = Complain(arguments, parsed.output + " is the input; write the output elsewhere", ExitUsage);
+        return std::nullopt;
+    }
     return parsed;
 }
 
-int WriteTextFile(const Arguments& arguments, const std::string& path, const std::string& text) {
+// The whole input: a file, or standard input for "-".
+std::optional<std::string> ReadInput(const std::string& path) {
+    std::ostringstream bytes;
+    if (path == StandardStream) {
+        bytes << std::cin.rdbuf();
+        return bytes.str();
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return std::nullopt;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
+
+int WriteOutput(const Arguments& arguments, const std::string& path, const std::string& text) {
+    if (path == StandardStream) {
+        std::cout << text;
+        return ExitSuccess;
+    }
     const std::optional<IO::Location> location = PathToLocation(path);
     if (!location)
         return Complain(arguments, path + ": not a usable path", ExitFailure);
@@ -72,13 +103,13 @@ int WriteTextFile(const Arguments& arguments, const std::string& path, const std
 }
 
 int Build(const Arguments& arguments, const InputAndOutput* files) {
-    std::ifstream source(files->input, std::ios::binary);
-    if (!source)
+    if (files->input == StandardStream && files->output.empty())
+        return Complain(arguments, "a description from standard input needs -o PART.klm (or -o -)", ExitUsage);
+    const std::optional<std::string> text = ReadInput(files->input);
+    if (!text)
         return Complain(arguments, files->input + ": cannot be read", ExitFailure);
-    std::ostringstream text;
-    text << source.rdbuf();
     KL::XMLIChannel xml;
-    if (xml.Parse(text.str()) != KL::NoError)
+    if (xml.Parse(*text) != KL::NoError)
         return Complain(arguments, files->input + ": not well-formed XML: " + xml.GetParseMessage(),
                         ExitFailure);
     LPF::SymbolFile part;
@@ -88,6 +119,13 @@ int Build(const Arguments& arguments, const InputAndOutput* files) {
     const std::string output = files->output.empty()
                                    ? std::filesystem::path(files->input).replace_extension(".klm").string()
                                    : files->output;
+    if (output == StandardStream) {
+        KL::MemoryOChannel bytes(part.GetByteOrder());
+        if (const int err = part.Write(bytes); err != KL::NoError)
+            return Complain(arguments, files->input + ": " + ErrorText(err), ExitFailure);
+        std::cout.write(bytes.GetData().data(), static_cast<std::streamsize>(bytes.GetData().size()));
+        return ExitSuccess;
+    }
     const std::optional<IO::Location> location = PathToLocation(output);
     if (!location)
         return Complain(arguments, output + ": not a usable path", ExitFailure);
@@ -96,22 +134,28 @@ int Build(const Arguments& arguments, const InputAndOutput* files) {
     return ExitSuccess;
 }
 
+// A part file from disk, or whole from standard input.
+std::unique_ptr<LPF::SymbolFile> OpenPart(const std::string& path) {
+    if (path != StandardStream) {
+        const std::optional<IO::Location> location = PathToLocation(path);
+        return location ? std::make_unique<LPF::SymbolFile>(*location) : nullptr;
+    }
+    const std::optional<std::string> bytes = ReadInput(path);
+    return std::make_unique<LPF::SymbolFile>(std::vector<char>(bytes->begin(), bytes->end()));
+}
+
 int Dump(const Arguments& arguments, const InputAndOutput* files) {
-    const std::optional<IO::Location> location = PathToLocation(files->input);
-    if (!location)
+    const std::unique_ptr<LPF::SymbolFile> opened = OpenPart(files->input);
+    if (opened == nullptr)
         return Complain(arguments, files->input + ": not a usable path", ExitFailure);
-    const LPF::SymbolFile part(*location);
+    const LPF::SymbolFile& part = *opened;
     if (const int err = part.GetStatus(); err != KL::NoError)
         return Complain(arguments, files->input + ": " + ErrorText(err), ExitFailure);
     KL::XMLOChannel xml;
     std::string message;
     if (KLM::WritePartXML(part, xml, &message) != KL::NoError)
         return Complain(arguments, files->input + ": " + message, ExitFailure);
-    if (files->output.empty()) {
-        std::cout << xml.ToString();
-        return std::cout.good() ? ExitSuccess : ExitFailure;
-    }
-    return WriteTextFile(arguments, files->output, xml.ToString());
+    return WriteOutput(arguments, files->output.empty() ? StandardStream : files->output, xml.ToString());
 }
 
 } // namespace

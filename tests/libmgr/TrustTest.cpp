@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -79,6 +81,82 @@ TEST(Trust, OptionsMayStandBeforeTheCommandAndHelpNamesACommand) {
     EXPECT_EQ(help.out, RunLibmgr(scratch, {"check", "--help"}).out);
     EXPECT_EQ(help.out.rfind("Usage: libmgr check", 0), 0U) << help.out;
     EXPECT_EQ(RunLibmgr(scratch, {"help", "nonsense"}).exitCode, 2);
+}
+
+} // namespace
+
+namespace {
+
+TEST(Trust, NothingIsOverwrittenByMistake) {
+    ScratchFolder scratch;
+    const std::string source = (scratch.Path() / "Lamp.xml").string();
+    std::filesystem::copy_file(std::string(LM_EXAMPLES_SOURCE_DIR) + "/Objects/Lighting/Lamp.xml", source);
+    const std::string before = testsupport::ReadAll(source);
+    const ToolRun same = RunLibmgr(scratch, {"part", "build", source, "-o", source});
+    EXPECT_EQ(same.exitCode, 2);
+    EXPECT_EQ(same.err, "libmgr part build: " + source + " is the input; write the output elsewhere\n");
+    EXPECT_EQ(testsupport::ReadAll(source), before);
+
+    // "-" is standard input and output: a description through a pipe comes back as equivalent XML.
+    const std::string piped = (scratch.Path() / "piped.xml").string();
+    ASSERT_EQ(std::system(("'" LM_LIBMGR_PATH "' part build - -o - < '" + source + "' | '" LM_LIBMGR_PATH
+                           "' part dump - > '" + piped + "'")
+                              .c_str()),
+              0);
+    const std::string direct = (scratch.Path() / "Lamp.klm").string();
+    ASSERT_EQ(RunLibmgr(scratch, {"part", "build", source}).exitCode, 0);
+    EXPECT_EQ(testsupport::ReadAll(piped), RunLibmgr(scratch, {"part", "dump", direct}).out);
+    const ToolRun dumpOverPart = RunLibmgr(scratch, {"part", "dump", direct, "-o", direct});
+    EXPECT_EQ(dumpOverPart.exitCode, 2);
+
+    // XML faults are placed by line and column.
+    scratch.Write("bad.xml", "<LibraryPart>\n  <DocumentName>x</Document>\n</LibraryPart>\n");
+    const ToolRun bad = RunLibmgr(scratch, {"part", "build", (scratch.Path() / "bad.xml").string()});
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_NE(bad.err.find("at line 2, column "), std::string::npos) << bad.err;
+}
+
+TEST(Trust, AnInterruptedGenTakesAwayWhatItWroteAndForceWritesIntoAFullFolder) {
+    ScratchFolder scratch;
+    const std::string library = (scratch.Path() / "big").string();
+    const std::string rc = (scratch.Path() / "rc").string();
+    // Interrupted once its first folder stands.
+    scratch.Write("interrupt.sh", "'" LM_LIBMGR_PATH "' gen '" + library +
+                                      "' --parts 20000 -q 2>/dev/null & pid=$!\n"
+                                      "while [ ! -d '" + library + "/Templates' ]; do sleep 0.01; done\n"
+                                      "kill -INT $pid\nwait $pid\necho $? > '" + rc + "'\n");
+    ASSERT_EQ(std::system(("bash '" + (scratch.Path() / "interrupt.sh").string() + "'").c_str()), 0);
+    EXPECT_EQ(testsupport::ReadAll(rc), "1\n");
+    EXPECT_FALSE(std::filesystem::exists(library));
+
+    scratch.Write("full/keep.txt", "mine");
+    const std::string full = (scratch.Path() / "full").string();
+    const ToolRun refused = RunLibmgr(scratch, {"gen", full, "--parts", "3", "-q"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(refused.err, "libmgr gen: " + full + ": holds files; give --force to write into it\n");
+    EXPECT_EQ(RunLibmgr(scratch, {"gen", full, "--parts", "3", "-q", "--force"}).exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists(scratch.Path() / "full/keep.txt"));
+    EXPECT_TRUE(std::filesystem::exists(scratch.Path() / "full/Objects"));
+}
+
+TEST(Trust, ListMatchesNamesByPatternAndRefusesUnknownTypes) {
+    ScratchFolder scratch;
+    const ToolRun matched = RunLibmgr(scratch, {"list", "-q", "--match=*WINDOW*", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(matched.exitCode, 0) << matched.err;
+    std::vector<std::string> names;
+    std::istringstream lines(matched.out);
+    for (std::string line; std::getline(lines, line);)
+        names.push_back(line.substr(0, line.find('\t')));
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"Casement Window", "Fixed Window", "Window", "Window Sash"}));
+    // File names match too.
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "-q", "--match", "glass tint.p?g", LM_SAMPLE_LIBRARY_DIR}).out.substr(0, 11),
+              "Glass Tint\t");
+
+    const ToolRun unknown = RunLibmgr(scratch, {"list", "-q", "--type", "chairs", LM_SAMPLE_LIBRARY_DIR});
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_EQ(unknown.err,
+              "libmgr list: 'chairs' is no type; the types are part, script, image, text, xml, package and other\n");
 }
 
 } // namespace
