@@ -97,7 +97,7 @@ TEST(GenCommand, RefusesBadOptionsAndOccupiedFolders) {
     scratch.Write("out/keep.txt", "mine");
     const ToolRun occupied = RunLibmgr(scratch, {"gen", out, "--parts", "5"});
     EXPECT_EQ(occupied.exitCode, 1);
-    EXPECT_EQ(occupied.err, "libmgr gen: " + out + ": exists and is not an empty folder\n");
+    EXPECT_EQ(occupied.err, "libmgr gen: " + out + ": holds files; give --force to write into it\n");
     EXPECT_EQ(Files(scratch.Path() / "out").size(), 1U);
 }
 
