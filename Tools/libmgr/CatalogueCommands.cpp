@@ -176,7 +176,7 @@ void PrintDuplicates(Session& session, std::ostream& out) {
         for (const nlohmann::json& report : reports) {
             out << "  " << report["name"].get<std::string>();
             if (report.contains("mainGuid"))
-                out << "  {" << report["mainGuid"].get<std::string>() << "}";
+                out << "  " << report["mainGuid"].get<std::string>();
             out << '\n';
             PrintMembers(report, "    ", markKept, out);
         }
@@ -185,10 +185,10 @@ void PrintDuplicates(Session& session, std::ostream& out) {
     printKind(all["nameDuplicates"], "same name, no id", true);
     out << "revision conflicts (" << all["revisionConflicts"].size() << ")\n";
     for (const nlohmann::json& conflict : all["revisionConflicts"]) {
-        out << "  " << conflict["name"].get<std::string>() << "  {" << conflict["mainGuid"].get<std::string>()
+        out << "  " << conflict["name"].get<std::string>() << "  " << conflict["mainGuid"].get<std::string>()
             << "}\n";
         for (const nlohmann::json& revision : conflict["revisions"]) {
-            out << "    revision {" << revision["revisionGuid"].get<std::string>() << "}\n";
+            out << "    revision " << revision["revisionGuid"].get<std::string>() << "\n";
             PrintMembers(revision, "      ", false, out);
         }
     }
@@ -204,7 +204,7 @@ void PrintTree(Session& session, std::ostream& out) {
             if (id.IsNull())
                 channel << "(parts without an id)";
             else
-                channel << (name.empty() ? "(missing) {" + id.mainGuid.ToString() + "}" : name);
+                channel << (name.empty() ? "(missing) " + id.mainGuid.ToString() : name);
         },
         &session);
     const std::vector<char> bytes = text.TakeData();

@@ -140,7 +140,13 @@ int Session::Open(const Arguments& arguments, const Options& options) {
 }
 
 std::string Session::Display(const IO::Location& location) {
-    const int library = Set().GetLibItemLibraryIndex(location);
+    int library = Set().GetLibItemLibraryIndex(location);
+    // A library's own folder is the library.
+    for (int i = 0; library < 0 && i < Set().GetActiveLibraryNum(); ++i) {
+        IO::Location libraryLocation;
+        if (Set().GetActiveLibraryLocation(i, &libraryLocation) == 0 && libraryLocation == location)
+            library = i;
+    }
     IO::Location libraryLocation;
     if (library < 0 || Set().GetActiveLibraryLocation(library, &libraryLocation) != 0)
         return location.ToString();

@@ -75,8 +75,8 @@ void AddDuplicates(Session& session, std::vector<Finding>* findings) {
     for (const nlohmann::json& conflict : all["revisionConflicts"]) {
         std::string detail;
         for (const nlohmann::json& revision : conflict["revisions"])
-            detail += (detail.empty() ? "" : "; ") + std::string("revision {") +
-                      revision["revisionGuid"].get<std::string>() + "} " + Members(revision);
+            detail += (detail.empty() ? "" : "; ") + std::string("revision ") +
+                      revision["revisionGuid"].get<std::string>() + " " + Members(revision);
         findings->push_back({"revisions", conflict["name"], detail, {}});
     }
 }

@@ -26,6 +26,8 @@ std::optional<KL::UnID> ParseId(const std::string& text) {
 struct Answer {
     std::string stage;
     std::vector<const LM::LibPart*> parts;
+    // Revisions of an ambiguous main guid that the search did not hand out.
+    std::vector<const LM::LibPart*> others;
     bool ambiguous = false;
     bool migrated = false;
 };
@@ -56,6 +58,14 @@ Answer FindByChain(LM::LibrarySet& set, const KL::UnID& id, const KL::UniString&
         return answer;
     answer.stage = StageOf(set, part, id, name, answer);
     answer.parts.push_back(part);
+    // Every revision the main guid stands for, after the one handed out.
+    if (answer.ambiguous) {
+        KL::PagedArray<const LM::LibPart*, 8> revisions;
+        set.SearchSymbolsByMainID(part->GetOwnUnID(), &revisions, 0);
+        for (const LM::LibPart* revision : revisions)
+            if (revision != part)
+                answer.others.push_back(revision);
+    }
     // The other replacements follow the one the chain took.
     for (const LM::LibPart* replacement : replacements)
         if (replacement != part)
@@ -81,15 +91,21 @@ int PrintAnswer(Session& session, const Options& options, const Answer& answer, 
         nlohmann::json parts = nlohmann::json::array();
         for (const LM::LibPart* part : answer.parts)
             parts.push_back(session.PartJson(*part));
+        nlohmann::json others = nlohmann::json::array();
+        for (const LM::LibPart* part : answer.others)
+            others.push_back(session.PartJson(*part));
         std::cout << nlohmann::json{{"stage", answer.stage},
                                     {"ambiguous", answer.ambiguous},
                                     {"migrated", answer.migrated},
-                                    {"parts", parts}}
+                                    {"parts", parts},
+                                    {"otherRevisions", others}}
                          .dump(2)
                   << '\n';
     } else {
         for (const LM::LibPart* part : answer.parts)
             std::cout << answer.stage << '\t' << PartLine(session.PartJson(*part)) << '\n';
+        for (const LM::LibPart* part : answer.others)
+            std::cout << "other revision\t" << PartLine(session.PartJson(*part)) << '\n';
     }
     if (answer.parts.empty())
         return options.json ? ExitFailure : Complain(arguments, "no part matches", ExitFailure);
@@ -127,15 +143,28 @@ nlohmann::json ReplacedParts(LM::LibrarySet& set, const LPF::SymbolFile& file) {
     for (auto pair = table->GetTable().BeginPairs(); pair != table->GetTable().EndPairs(); ++pair) {
         const LM::LibPart* old = set.SearchAnySymbolByMainID(KL::UnID(pair->first, KL::NULLGuid), nullptr);
         replaced.push_back(old != nullptr ? old->GetDocumentName().ToUTF8()
-                                          : "{" + pair->first.ToString() + "}");
+                                          : pair->first.ToString());
     }
     return replaced;
+}
+
+// The places of the other parts that go by the same document name.
+nlohmann::json OthersWithName(Session& session, const LM::LibPart& part) {
+    nlohmann::json others = nlohmann::json::array();
+    for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+        const LM::LibPart* other = session.Set().GetLibPartByIndex(i);
+        if (other != &part && other->GetState() != LM::LibPartStateDeleted &&
+            other->GetDocumentName().IsEqual(part.GetDocumentName(), KL::CaseInsensitive))
+            others.push_back(session.Display(other->GetLocation()));
+    }
+    return others;
 }
 
 nlohmann::json Describe(Session& session, const LM::LibPart& part) {
     LM::LibrarySet& set = session.Set();
     nlohmann::json json = session.PartJson(part);
     json["library"] = set.GetLibPartLibraryName(&part, nullptr).ToUTF8();
+    json["sameName"] = OthersWithName(session, part);
     if (!part.IsSymbol())
         return json;
     json["template"] = part.IsTemplate();
@@ -176,14 +205,21 @@ void PrintDescription(const nlohmann::json& part) {
         std::cout << label << std::string(14 - std::string(label).size(), ' ') << value << '\n';
     };
     line("name", part["name"].get<std::string>());
-    line("file", part["display"].get<std::string>());
+    line("file", part["file"].get<std::string>());
+    line("folder", part["folder"].get<std::string>());
     const std::string state = part["state"].get<std::string>();
     line("type", part["type"].get<std::string>() + (state == "valid" ? "" : ", " + state));
     line("id",
-         "{" + part["mainGuid"].get<std::string>() + "} {" + part["revisionGuid"].get<std::string>() + "}");
+         part["mainGuid"].get<std::string>() + " " + part["revisionGuid"].get<std::string>());
     line("library", part["library"].get<std::string>());
     if (part.contains("damaged"))
         line("damaged", part["damaged"].get<std::string>());
+    if (!part["sameName"].empty()) {
+        std::string others;
+        for (const nlohmann::json& other : part["sameName"])
+            others += (others.empty() ? "" : ", ") + other.get<std::string>();
+        line("same name", others + " (give a file or an id to choose)");
+    }
     if (!part.contains("ancestry"))
         return;
     std::string flags;
@@ -196,7 +232,7 @@ void PrintDescription(const nlohmann::json& part) {
     for (const nlohmann::json& ancestor : part["ancestry"]) {
         const std::string name = ancestor["name"].get<std::string>();
         chain +=
-            (name.empty() ? "(missing) {" + ancestor["mainGuid"].get<std::string>() + "}" : name) + " > ";
+            (name.empty() ? "(missing) " + ancestor["mainGuid"].get<std::string>() : name) + " > ";
     }
     line("ancestry", chain + part["name"].get<std::string>());
     if (part.contains("proxy"))
@@ -225,14 +261,14 @@ int RunFindCommand(const Arguments& arguments) {
         "find LIB... (--guid ID [--name N] | --name N | --file F | --ancestor ID) [--json] [-q]",
         "Searches the catalogue the way the script engine does, through every fall-back stage, and\n"
         "shows which stage answered: exact id, main guid (ambiguous when several revisions are\n"
-        "present), dummy, migration table, document name or file name. Parts that replace an old\n"
-        "id follow the one chosen. Names match without case, and \"/\" in a name reads as \":\".\n"
+        "present; the others follow as \"other revision\"), dummy, migration table, document name\n"
+        "or file name. Parts that replace an old id follow the one chosen. Names match without case, and \"/\" in a name reads as \":\".\n"
         "Each line is the stage, then the columns of 'libmgr list'.\n\n"
         "  --guid ID       an id: MAIN or MAIN/REVISION\n"
         "  --name N        a document name; with --guid, the name the reference carries\n"
         "  --file F        a file name\n"
         "  --ancestor ID   every part below this type\n"
-        "  --json          an object with stage, ambiguous, migrated and parts\n"
+        "  --json          an object with stage, ambiguous, migrated, parts and otherRevisions\n"
         "  -q              no progress on the terminal\n\n"
         "Exits with 1 when no part matches.\n"};
     return RunOnCatalogue(

@@ -160,3 +160,42 @@ TEST(Trust, ListMatchesNamesByPatternAndRefusesUnknownTypes) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(Trust, OneStyleForGuidsFilesAndFoldersAndAmbiguityNamed) {
+    ScratchFolder scratch;
+    std::filesystem::create_directories(scratch.Path() / "lib");
+    std::filesystem::copy_file(std::string(LM_SAMPLE_LIBRARY_DIR) + "/Objects/Lighting/Lamp.klm",
+                               scratch.Path() / "lib/Lamp.klm");
+    std::filesystem::create_directories(scratch.Path() / "lib/Old");
+    std::filesystem::copy_file(std::string(LM_SAMPLE_LIBRARY_DIR) + "/Duplicates/Lamp.klm",
+                               scratch.Path() / "lib/Old/Lamp.klm");
+    const std::string library = (scratch.Path() / "lib").string();
+
+    // A part at the library's root lies in the folder named by the library; guids never in braces.
+    const ToolRun list = RunLibmgr(scratch, {"list", "-q", "--no-cache", library});
+    EXPECT_NE(list.out.find("\tvalid\tlib\n"), std::string::npos) << list.out;
+    const ToolRun show = RunLibmgr(scratch, {"show", "-q", library, (scratch.Path() / "lib/Lamp.klm").string()});
+    EXPECT_NE(show.out.find("file          Lamp.klm\nfolder        lib\n"), std::string::npos) << show.out;
+    EXPECT_NE(show.out.find("id            B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6 CDE055B6-C1E6-4246-8CA2-43377202AED9\n"),
+              std::string::npos)
+        << show.out;
+    EXPECT_EQ(show.out.find('{'), std::string::npos) << show.out;
+    // The other part of that name is named.
+    EXPECT_NE(show.out.find("same name     lib/Old/Lamp.klm (give a file or an id to choose)\n"), std::string::npos)
+        << show.out;
+
+    // A main guid with two revisions: the one handed out, then the other.
+    const ToolRun find = RunLibmgr(scratch, {"find", "-q", library, "--guid", "B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6"});
+    ASSERT_EQ(find.exitCode, 0) << find.err;
+    std::istringstream lines(find.out);
+    std::string first, second, third;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    EXPECT_EQ(first.rfind("main guid, ambiguous\tLamp\tLamp.klm\t", 0), 0U) << find.out;
+    EXPECT_EQ(second.rfind("other revision\tLamp\tLamp.klm\t", 0), 0U) << find.out;
+    EXPECT_FALSE(std::getline(lines, third));
+}
+
+} // namespace
