@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <array>
 #include <fnmatch.h>
 #include <iomanip>
@@ -186,7 +187,7 @@ void PrintDuplicates(Session& session, std::ostream& out) {
     out << "revision conflicts (" << all["revisionConflicts"].size() << ")\n";
     for (const nlohmann::json& conflict : all["revisionConflicts"]) {
         out << "  " << conflict["name"].get<std::string>() << "  " << conflict["mainGuid"].get<std::string>()
-            << "}\n";
+            << "\n";
         for (const nlohmann::json& revision : conflict["revisions"]) {
             out << "    revision " << revision["revisionGuid"].get<std::string>() << "\n";
             PrintMembers(revision, "      ", false, out);
@@ -195,20 +196,53 @@ void PrintDuplicates(Session& session, std::ostream& out) {
     printKind(all["sameNameDifferentContent"], "same name, different content", false);
 }
 
-void PrintTree(Session& session, std::ostream& out) {
-    KL::MemoryOChannel text;
-    session.Set().GetAncestryHierarchy()->Print(
-        &text,
-        [](void* userData, KL::OChannel& channel, const KL::UnID& id) {
-            const std::string name = static_cast<Session*>(userData)->PartName(id);
-            if (id.IsNull())
-                channel << "(parts without an id)";
-            else
-                channel << (name.empty() ? "(missing) " + id.mainGuid.ToString() : name);
-        },
-        &session);
-    const std::vector<char> bytes = text.TakeData();
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+// The type tree below `node` to `depth` levels (0: no limit), each level sorted by name.
+nlohmann::json TreeJson(Session& session, const LM::Paths::TreeEntry* node, int depth) {
+    nlohmann::json children = nlohmann::json::array();
+    if (depth == 1)
+        return children;
+    KL::Queue<LM::Paths::TreeEntry*> entries;
+    session.Set().GetAncestryHierarchy()->GetChildren(node, &entries);
+    for (std::size_t i = 0; i < entries.GetSize(); ++i) {
+        const LM::Paths::TreeEntry* child = entries[i];
+        const KL::UnID& id = child->GetId();
+        const std::string name = session.PartName(id);
+        children.push_back({{"name", id.IsNull() ? "(parts without an id)" : name.empty() ? "(missing)" : name},
+                            {"mainGuid", id.mainGuid.ToString()},
+                            {"revisionGuid", id.revGuid.ToString()},
+                            {"missing", !id.IsNull() && name.empty()},
+                            {"parts", child->GetCount()},
+                            {"children", TreeJson(session, child, depth == 0 ? 0 : depth - 1)}});
+    }
+    std::sort(children.begin(), children.end(), [](const nlohmann::json& a, const nlohmann::json& b) {
+        const KL::UniString left(a["name"].get<std::string>()), right(b["name"].get<std::string>());
+        const int order = left.Compare(right, KL::CaseInsensitive);
+        return order != 0 ? order < 0 : a["mainGuid"].get<std::string>() < b["mainGuid"].get<std::string>();
+    });
+    return children;
+}
+
+nlohmann::json TypeTreeJson(Session& session, int depth) {
+    const LM::AncestryHierarchy* hierarchy = session.Set().GetAncestryHierarchy();
+    if (hierarchy == nullptr || hierarchy->GetRoot() == nullptr)
+        return nlohmann::json::array();
+    return TreeJson(session, hierarchy->GetRoot(), depth == 0 ? 0 : depth + 1);
+}
+
+void PrintTreeLevel(const nlohmann::json& nodes, const std::string& prefix, bool top, std::ostream& out) {
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const nlohmann::json& node = nodes[i];
+        const bool last = i + 1 == nodes.size();
+        std::string label = node["name"].get<std::string>();
+        if (node["missing"].get<bool>())
+            label += " " + node["mainGuid"].get<std::string>();
+        out << prefix << (top ? "" : last ? "`-- " : "|-- ") << label << " (" << node["parts"] << ")\n";
+        PrintTreeLevel(node["children"], top ? "" : prefix + (last ? "    " : "|   "), false, out);
+    }
+}
+
+void PrintTree(Session& session, std::ostream& out, int depth = 0) {
+    PrintTreeLevel(TypeTreeJson(session, depth), "", true, out);
 }
 
 } // namespace
@@ -294,11 +328,23 @@ int RunDuplicatesCommand(const Arguments& arguments) {
 
 int RunTreeCommand(const Arguments& arguments) {
     const CommandHelp help{
-        "tree LIB... [-q]",
-        "Prints the type hierarchy of the parts as a tree; each node shows how many parts\n"
-        "lie at or below it. Ancestors that no library holds show as (missing).\n\n"};
-    return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options&) {
-        PrintTree(session, std::cout);
+        "tree LIB... [--depth N] [--json] [-q]",
+        "Prints the type hierarchy of the parts as a tree, each level sorted by name; each node\n"
+        "shows how many parts lie at or below it. Ancestors that no library holds show as\n"
+        "(missing) with their main guid.\n\n"
+        "  --depth N   only the first N levels\n"
+        "  --json      an array of the top nodes, each with name, mainGuid, revisionGuid,\n"
+        "              missing, parts and children\n"
+        "  -q          no progress on the terminal\n\n"};
+    return RunOnCatalogue(arguments, help, {"--depth"}, [&arguments](Session& session, const Options& options) {
+        std::int32_t depth = 0;
+        if (const std::string* text = options.Value("--depth");
+            text != nullptr && (!KL::ParseInt32(*text, &depth) || depth < 1))
+            return Complain(arguments, "'" + *text + "' is no depth; give a whole number from 1", ExitUsage);
+        if (options.json)
+            std::cout << TypeTreeJson(session, depth).dump(2) << '\n';
+        else
+            PrintTree(session, std::cout, depth);
         return ExitSuccess;
     });
 }

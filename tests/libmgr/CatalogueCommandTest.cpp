@@ -116,9 +116,21 @@ TEST(CatalogueCommands, DuplicatesTreeAndDemoShowWhatTheCatalogueFound) {
 
     const ToolRun tree = RunLibmgr(scratch, {"tree", LM_SAMPLE_LIBRARY_DIR});
     ASSERT_EQ(tree.exitCode, 0) << tree.err;
-    EXPECT_NE(tree.out.find("+---General Object"), std::string::npos) << tree.out;
-    EXPECT_NE(tree.out.find("    +---Furniture (14)\n"), std::string::npos) << tree.out;
-    EXPECT_NE(tree.out.find("    |   +---Chair (5)\n"), std::string::npos) << tree.out;
+    // Each level by name, without spacer lines.
+    EXPECT_EQ(tree.out.rfind("General Object (32)\n|-- Annotation (3)\n|   |-- North Arrow (1)\n", 0), 0U) << tree.out;
+    EXPECT_NE(tree.out.find("\n|-- Furniture (14)\n|   |-- Bookshelf (1)\n|   |-- Chair (5)\n"), std::string::npos)
+        << tree.out;
+    EXPECT_NE(tree.out.find("\n`-- Straight Stair (1)\n"), std::string::npos) << tree.out;
+    const ToolRun shallow = RunLibmgr(scratch, {"tree", "--depth=2", "--json", LM_SAMPLE_LIBRARY_DIR});
+    ASSERT_EQ(shallow.exitCode, 0) << shallow.err;
+    const nlohmann::json roots = nlohmann::json::parse(shallow.out);
+    ASSERT_EQ(roots.size(), 1U);
+    EXPECT_EQ(roots[0]["name"], "General Object");
+    EXPECT_EQ(roots[0]["parts"], 32);
+    ASSERT_EQ(roots[0]["children"].size(), 5U);
+    EXPECT_EQ(roots[0]["children"][1]["name"], "Furniture");
+    EXPECT_TRUE(roots[0]["children"][1]["children"].empty());
+    EXPECT_EQ(RunLibmgr(scratch, {"tree", "--depth", "0", LM_SAMPLE_LIBRARY_DIR}).exitCode, 2);
 
     const ToolRun demo = RunLibmgr(scratch, {"demo"});
     ASSERT_EQ(demo.exitCode, 0) << demo.err;
