@@ -36,6 +36,24 @@ int Default(T* target, const T& value) {
     return err != KL::NoError ? err : KL::ErrNoData;
 }
 
+} // namespace
+
+std::string CheckPreferenceFile() {
+    const std::string path = PreferenceFilePath();
+    std::ifstream file(path);
+    if (path.empty() || !file)
+        return {};
+    try {
+        if (!nlohmann::json::parse(file).is_object())
+            return path + ": not a JSON object of groups; its settings are ignored";
+    } catch (const nlohmann::json::parse_error& error) {
+        return path + ": not valid JSON (" + error.what() + "); its settings are ignored";
+    }
+    return {};
+}
+
+namespace {
+
 class FileRoot final : public IRoot {
 public:
     explicit FileRoot(const std::string& path) {

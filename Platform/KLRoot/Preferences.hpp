@@ -4,6 +4,7 @@
 #include "KLRoot/UniString.hpp"
 
 #include <cstdint>
+#include <string>
 
 // Preferences: values by group and key, read from one JSON file of the form
 //   { "Group": { "Key": value, ... }, ... }
@@ -29,6 +30,10 @@ public:
     virtual int ReadBool(const KL::UniString& group, const KL::UniString& key, bool* value, bool defaultValue,
                          int level) const = 0;
 };
+
+// What is wrong with the preference file, in words, or empty when it is absent or sound. A file
+// that is wrong is read as if it were empty; a tool may say so.
+LM_EXPORT std::string CheckPreferenceFile();
 
 // Reads the preference file afresh; close the root with CloseRootKey.
 LM_EXPORT IRoot* OpenRootKey(int domain);

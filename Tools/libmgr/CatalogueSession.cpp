@@ -119,6 +119,8 @@ int Session::Open(const Arguments& arguments, const Options& options) {
             return Complain(arguments, path + ": neither a folder nor a container file", ExitFailure);
         libraries.Push(*location);
     }
+    if (const std::string problem = KLPref::CheckPreferenceFile(); !problem.empty())
+        Complain(arguments, "warning: " + problem, ExitSuccess);
     const LM::BinaryCachingMode caching =
         options.noCache ? LM::BinaryCachingInMemory : LM::BinaryCachingOnDisk;
     if (manager.InitLibraryManager(caching, nullptr, nullptr, nullptr) != 0)

@@ -199,3 +199,18 @@ TEST(Trust, OneStyleForGuidsFilesAndFoldersAndAmbiguityNamed) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(Trust, AMalformedPreferenceFileIsNamedInOneWarning) {
+    ScratchFolder scratch;
+    scratch.Write("home/config/libmgr/preferences.json", "{ \"LibraryManager\": ");
+    const ToolRun run = RunLibmgr(scratch, {"enumerate", "-q", LM_SAMPLE_LIBRARY_DIR});
+    EXPECT_EQ(run.exitCode, 0);
+    const std::string path = (scratch.Path() / "home/config/libmgr/preferences.json").string();
+    EXPECT_EQ(run.err.rfind("libmgr enumerate: warning: " + path + ": not valid JSON (", 0), 0U) << run.err;
+    EXPECT_NE(run.err.find("); its settings are ignored\n"), std::string::npos) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+}
+
+} // namespace
