@@ -6,8 +6,9 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
+PREFIX     ?= /usr/local
 
-.PHONY: all deps fuzz-deps build demo test check-asan check-tsan fuzz bench format clean
+.PHONY: all deps fuzz-deps build demo test install check-asan check-tsan fuzz bench format clean
 
 all: build
 
@@ -25,6 +26,10 @@ demo: build
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# libmgr, the library, its header and its CMake package under PREFIX.
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 $(ASAN_BUILD)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLM_SANITIZE=address,undefined \

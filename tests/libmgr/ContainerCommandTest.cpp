@@ -108,7 +108,7 @@ TEST(ContainerCommand, OnlyPacksTheMatchingParts) {
     for (const auto& entry : fs::recursive_directory_iterator(scratch.Path() / "out"))
         if (entry.is_regular_file())
             files.insert(fs::relative(entry.path(), scratch.Path() / "out").string());
-    EXPECT_EQ(files, (std::set<std::string>{"Pictures/Glass Tint.png", "Pictures/Wood Grain.png"}));
+    EXPECT_EQ(files, (std::set<std::string>{"Pictures/Fabric.png", "Pictures/Glass Tint.png", "Pictures/Wood Grain.png"}));
 
     const ToolRun none = RunLibmgr(
         scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container.string(), "--only", "nothing-like-this"});

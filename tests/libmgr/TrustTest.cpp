@@ -75,7 +75,7 @@ TEST(Trust, OptionsMayStandBeforeTheCommandAndHelpNamesACommand) {
     ScratchFolder scratch;
     const ToolRun before = RunLibmgr(scratch, {"-q", "--json", "enumerate", LM_SAMPLE_LIBRARY_DIR});
     ASSERT_EQ(before.exitCode, 0) << before.err;
-    EXPECT_EQ(nlohmann::json::parse(before.out)["parts"], 36);
+    EXPECT_EQ(nlohmann::json::parse(before.out)["parts"], 37);
     const ToolRun help = RunLibmgr(scratch, {"help", "check"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_EQ(help.out, RunLibmgr(scratch, {"check", "--help"}).out);

@@ -300,9 +300,9 @@ TEST_F(LibraryWalk, TheSampleLibraryBecomesACatalogue) {
         ASSERT_TRUE(part->IsValid()) << part->GetLocation().ToString();
         ++(part->IsSymbol() ? symbols : others);
     }
-    // 33 part files and one bare script, less the duplicate of Round Table; two pictures and a text.
+    // 33 part files and one bare script, less the duplicate of Round Table; three pictures and a text.
     EXPECT_EQ(symbols, 33);
-    EXPECT_EQ(others, 3);
+    EXPECT_EQ(others, 4);
     ASSERT_EQ(Reports().GetIdDuplicates().GetSize(), 1U);
     EXPECT_EQ(Reports().GetIdDuplicates()[0].name, KL::UniString("Round Table"));
     ASSERT_EQ(Reports().GetRevisionConflicts().GetSize(), 1U);
