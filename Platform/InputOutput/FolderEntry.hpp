@@ -14,6 +14,11 @@ enum EntryType { FileEntryType = 0, FolderEntryType = 1, LinkEntryType = 2 };
 using EntryCallback = bool (*)(const Name& name, EntryType type, void* data);
 
 // One folder as a file system serves it. Statuses as for FileEntry (EntryStatus).
+// How many entries local folder listings have passed over, since the process began, because their
+// names are no UTF-8 and could not be found again from their text. Tools compare it before and
+// after a walk to learn that something was left out.
+LM_EXPORT std::uint64_t GetPassedOverNameCount();
+
 class LM_EXPORT FolderEntry {
 public:
     FolderEntry() = default;

@@ -4,6 +4,7 @@
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -19,6 +20,8 @@
 namespace IO {
 
 namespace {
+
+std::atomic<std::uint64_t> passedOverNames{0};
 
 // Type and creator codes live in an extended attribute, big-endian, type first.
 constexpr const char* TypeInfoAttribute = "user.kl.typeinfo";
@@ -449,6 +452,10 @@ int LocalFolderEntry::GetEntryType(const Name& name, EntryType* type) const {
     return KindOf(PathOf(name), DT_UNKNOWN, type);
 }
 
+std::uint64_t GetPassedOverNameCount() {
+    return passedOverNames.load(std::memory_order_relaxed);
+}
+
 int LocalFolderEntry::EnumerateContents(EntryCallback callback, void* data) const {
     if (callback == nullptr)
         return KL::ErrParam;
@@ -468,8 +475,10 @@ int LocalFolderEntry::EnumerateContents(EntryCallback callback, void* data) cons
             continue;
         // A name that is no UTF-8 cannot be found again from its text: such an entry is passed over.
         const Name name(text);
-        if (!name.IsValid() || name.ToUTF8() != text)
+        if (!name.IsValid() || name.ToUTF8() != text) {
+            passedOverNames.fetch_add(1, std::memory_order_relaxed);
             continue;
+        }
         EntryType type = FileEntryType;
         if (KindOf(PathOf(name), item->d_type, &type) != KL::NoError)
             continue; // vanished while the folder was read

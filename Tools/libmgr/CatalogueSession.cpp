@@ -46,6 +46,13 @@ private:
     long polls = 0;
 };
 
+// Set by the host callbacks when a library's walk failed somewhere; the walk itself goes on.
+bool walkFailed = false;
+
+void NoteWalkFailure(const IO::Folder&) {
+    walkFailed = true;
+}
+
 } // namespace
 
 const std::string* Options::Value(const std::string& name) const {
@@ -56,7 +63,9 @@ const std::string* Options::Value(const std::string& name) const {
 void PrintCatalogueHelp(const CommandHelp& help) {
     std::cout << "Usage: libmgr " << help.usage << "\n\n"
               << help.text
-              << "  --no-cache   walk every library: neither replay nor write the library cache\n\n"
+              << "  --no-cache   walk every library: neither replay nor write the library cache\n"
+                 "  --strict     exit with 1 when a file was passed over or cannot be read\n"
+                 "  -v           name every file or folder passed over, not only how many\n\n"
                  "A LIB is a library folder, or a container file (.lcf) of one. Unchanged\n"
                  "libraries are replayed from the cache in the user cache folder.\n";
 }
@@ -79,6 +88,10 @@ std::optional<Options> ParseOptions(const Arguments& arguments,
             options.quiet = true;
         } else if (value == "--no-cache") {
             options.noCache = true;
+        } else if (value == "-v" || value == "--verbose") {
+            options.verbose = true;
+        } else if (value == "--strict") {
+            options.strict = true;
         } else if (isAmong(flagOptions, name)) {
             options.flags.insert(name);
             if (equals != std::string::npos)
@@ -125,6 +138,13 @@ int Session::Open(const Arguments& arguments, const Options& options) {
         options.noCache ? LM::BinaryCachingInMemory : LM::BinaryCachingOnDisk;
     if (manager.InitLibraryManager(caching, nullptr, nullptr, nullptr) != 0)
         return Complain(arguments, "the library manager did not start", ExitFailure);
+    LM::LibraryManagerCallBacks callBacks = LM::GetLibraryManagerCallBacks();
+    callBacks.libraryPathTooLong = callBacks.libraryWalkFailedWithCode = callBacks.libraryWalkFailed =
+        NoteWalkFailure;
+    LM::InitLibraryManager(callBacks, LM::GetLibraryManagerStrings(), LM::GetSymbolFileGroup(),
+                           LM::GetScriptFileType());
+    walkFailed = false;
+    passedOverNamesBefore = IO::GetPassedOverNameCount();
     TerminalProgress progress(!options.quiet && !options.json && ::isatty(STDERR_FILENO) == 1);
     const auto start = std::chrono::steady_clock::now();
     manager.AddLibraries(progress, libraries);
@@ -181,6 +201,37 @@ std::string Session::TypeWord(const LM::LibPart& part) const {
         if (part.GetGeneralFileType() == type)
             return word;
     return "other";
+}
+
+int Session::ReportPassedOver(const Arguments& arguments, const Options& options) {
+    std::vector<PassedOver> passedOver;
+    // The walker says so when it failed, or when it passed over a name; only then is a look needed.
+    if (walkFailed || IO::GetPassedOverNameCount() != passedOverNamesBefore) {
+        for (const IO::Location& library : libraries) {
+            std::error_code error;
+            if (std::filesystem::is_directory(library.ToString(), error)) {
+                const std::vector<PassedOver> found = FindPassedOver(library.ToString());
+                passedOver.insert(passedOver.end(), found.begin(), found.end());
+            }
+        }
+    }
+    if (!options.quiet || options.verbose) {
+        if (options.verbose) {
+            for (const PassedOver& entry : passedOver)
+                Complain(arguments, "passed over (" + entry.kind + "): " + entry.place, ExitSuccess);
+        } else if (!passedOver.empty()) {
+            std::map<std::string, int> counts;
+            for (const PassedOver& entry : passedOver)
+                ++counts[entry.kind];
+            std::string text;
+            for (const auto& [kind, count] : counts)
+                text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
+            Complain(arguments, "passed over " + text + "; -v names them", ExitSuccess);
+        }
+    }
+    if (!options.strict || (passedOver.empty() && CountDamaged() == 0))
+        return ExitSuccess;
+    return Complain(arguments, "--strict: files were passed over or cannot be read", ExitFailure);
 }
 
 int Session::DamageOf(const LM::LibPart& part) {

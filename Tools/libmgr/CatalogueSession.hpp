@@ -3,6 +3,7 @@
 // What every command that reads a catalogue shares: its options, a started manager with the
 // command line's libraries enumerated, progress on a terminal, and how places are shown.
 #include "CommandLine.hpp"
+#include "PassedOver.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -22,6 +23,10 @@ struct Options {
     std::map<std::string, std::string> values;
     bool json = false;
     bool quiet = false;
+    // Every entry a walk passed over on a line of its own, instead of a count.
+    bool verbose = false;
+    // Exit 1 when anything was passed over or damaged.
+    bool strict = false;
     // Neither replays from nor writes to the library cache and the compiled script cache.
     bool noCache = false;
     // Options without a value that were given ("--force"); a flag given as "--flag=VALUE" also
@@ -68,6 +73,9 @@ public:
     // "valid", "dummy" or "damaged".
     std::string StateWord(const LM::LibPart& part);
     int CountDamaged();
+    // What the walks left out, with the command's options: said on stderr, and under --strict an
+    // exit code of 1; else 0.
+    int ReportPassedOver(const Arguments& arguments, const Options& options);
     // The fields every listing gives of a part: name, file, location, display, type, mainGuid,
     // revisionGuid, valid, state and folder, and for a damaged file the reader's words.
     nlohmann::json PartJson(const LM::LibPart& part);
@@ -78,6 +86,7 @@ private:
     LM::LibrarySetSingletonLP manager;
     KL::Array<IO::Location> libraries;
     double seconds = 0;
+    std::uint64_t passedOverNamesBefore = 0;
 };
 
 // A part's listing columns from its PartJson, tab-separated: name, file, type, main guid, revision
@@ -100,7 +109,9 @@ int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help,
     Session session;
     if (const int opened = session.Open(arguments, *options); opened != ExitSuccess)
         return opened;
-    return work(session, *options);
+    const int worked = work(session, *options);
+    const int reported = session.ReportPassedOver(arguments, *options);
+    return worked != ExitSuccess ? worked : reported;
 }
 
 } // namespace libmgr

@@ -57,10 +57,10 @@ constexpr Command Commands[] = {
 };
 
 // Options that every catalogue command takes, which may also stand before the command.
-constexpr const char* GlobalOptions[] = {"-q", "--quiet", "--json", "--no-cache"};
+constexpr const char* GlobalOptions[] = {"-q", "--quiet", "--json", "--no-cache", "-v", "--verbose", "--strict"};
 
 void PrintUsage(std::ostream& out) {
-    out << "Usage: libmgr [--version] [--help] [-q] [--json] [--no-cache] <command> [<args>]\n"
+    out << "Usage: libmgr [--version] [--help] [-q] [-v] [--json] [--no-cache] [--strict] <command> [<args>]\n"
            "\n"
            "Inspect, pack and author libraries of parametric parts.\n"
            "\n"

@@ -214,3 +214,69 @@ TEST(Trust, AMalformedPreferenceFileIsNamedInOneWarning) {
 }
 
 } // namespace
+
+namespace {
+
+std::vector<std::string> ErrLines(const ToolRun& run) {
+    std::vector<std::string> lines;
+    std::istringstream in(run.err);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+TEST(Trust, WhatAWalkPassesOverIsSaidAndStrictFailsOnIt) {
+    ScratchFolder scratch;
+    scratch.Write("lib/ok.txt", "fine");
+    scratch.Write(std::string("lib/bad\xff") + "name.txt", "unreachable by its name");
+    std::string deep = "lib";
+    for (int i = 0; i < IO::TreeEnumerator::MaxDepth + 3; ++i)
+        deep += "/d";
+    scratch.Write(deep + "/lost.txt", "too far down");
+    const std::string library = (scratch.Path() / "lib").string();
+
+    const ToolRun counted = RunLibmgr(scratch, {"list", "--no-cache", library});
+    EXPECT_EQ(counted.exitCode, 0);
+    EXPECT_EQ(counted.err, "libmgr list: passed over 1 name not UTF-8, 1 too deep; -v names them\n");
+    const ToolRun named = RunLibmgr(scratch, {"-v", "list", "--no-cache", library});
+    EXPECT_EQ(named.exitCode, 0);
+    const std::vector<std::string> lines = ErrLines(named);
+    ASSERT_EQ(lines.size(), 2U) << named.err;
+    EXPECT_EQ(lines[0], "libmgr list: passed over (name not UTF-8): lib/bad\\xFFname.txt");
+    EXPECT_EQ(lines[1].rfind("libmgr list: passed over (too deep): lib/d/d/", 0), 0U);
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "-q", "--no-cache", library}).err, "");
+
+    const ToolRun strict = RunLibmgr(scratch, {"enumerate", "--strict", "-q", library});
+    EXPECT_EQ(strict.exitCode, 1);
+    EXPECT_EQ(strict.err, "libmgr enumerate: --strict: files were passed over or cannot be read\n");
+    // Damage alone fails a strict run too; a clean library passes.
+    scratch.Write("clean/readme.txt", "words");
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "--strict", (scratch.Path() / "clean").string()}).exitCode, 0);
+    WriteNoise(scratch, "clean/noise.klm", 7);
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "--strict", "-q", (scratch.Path() / "clean").string()}).exitCode, 1);
+}
+
+TEST(Trust, AFolderThatCannotBeReadIsSaidForAUserWithoutRights) {
+    ScratchFolder scratch;
+    scratch.Write("lib/open/a.txt", "a");
+    scratch.Write("lib/Secret/b.txt", "b");
+    std::filesystem::permissions(scratch.Path() / "lib/Secret", std::filesystem::perms::none);
+    std::string prefix;
+    if (::geteuid() == 0) {
+        // Root reads every folder: the tool runs as nobody.
+        if (std::system("command -v setpriv >/dev/null") != 0)
+            GTEST_SKIP() << "running as root without setpriv";
+        std::filesystem::permissions(scratch.Path(), std::filesystem::perms::others_exec, std::filesystem::perm_options::add);
+        prefix = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+    }
+    const std::filesystem::path err = scratch.Path() / "err.txt";
+    const int status = std::system((prefix + "'" LM_LIBMGR_PATH "' list -v --strict --no-cache '" +
+                                    (scratch.Path() / "lib").string() + "' >/dev/null 2>'" + err.string() + "'")
+                                       .c_str());
+    std::filesystem::permissions(scratch.Path() / "lib/Secret", std::filesystem::perms::owner_all);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(testsupport::ReadAll(err), "libmgr list: passed over (unreadable folder): lib/Secret\n"
+                                         "libmgr list: --strict: files were passed over or cannot be read\n");
+}
+
+} // namespace
