@@ -71,23 +71,26 @@ std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* e
             parsed.output = option;
             continue;
         }
-        if (i + 1 == values.size())
+        // "--parts=5" as well as "--parts 5".
+        const std::size_t equals = option.starts_with("--") ? option.find('=') : std::string::npos;
+        if (equals == std::string::npos && i + 1 == values.size())
             return fail(option + " needs a value; see 'libmgr gen --help'");
-        const std::string& value = values[++i];
+        const std::string value = equals != std::string::npos ? option.substr(equals + 1) : values[++i];
+        const std::string name = option.substr(0, equals);
         GeneratorOptions& options = parsed.options;
         bool valid = true;
-        if (option == "--parts")
+        if (name == "--parts")
             valid = partsGiven = ParseInRange(value, KL::ParseInt32, 1, 1000000, &options.parts);
-        else if (option == "--seed")
+        else if (name == "--seed")
             valid = KL::ParseUInt32(value, &options.seed);
-        else if (option == "--depth")
+        else if (name == "--depth")
             valid = ParseInRange(value, KL::ParseInt32, 1, 6, &options.depth);
-        else if (option == "--duplicates")
+        else if (name == "--duplicates")
             valid = ParseInRange(value, KL::ParseDouble, 0.0, 50.0, &options.duplicates);
         else
             return fail("unknown option '" + option + "'");
         if (!valid)
-            return fail("'" + value + "' is no value for " + option + "; see 'libmgr gen --help'");
+            return fail("'" + value + "' is no value for " + name + "; see 'libmgr gen --help'");
     }
     if (parsed.output.empty())
         return fail("where to? see 'libmgr gen --help'");

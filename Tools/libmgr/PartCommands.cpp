@@ -39,7 +39,9 @@ std::optional<InputAndOutput> ParseInputAndOutput(const Arguments& arguments, in
     InputAndOutput parsed;
     const std::vector<std::string>& values = arguments.values;
     for (std::size_t i = 0; i < values.size(); ++i) {
-        if (values[i] == "-o" || values[i] == "--output") {
+        if (values[i].starts_with("--output=")) {
+            parsed.output = values[i].substr(std::string_view("--output=").size());
+        } else if (values[i] == "-o" || values[i] == "--output") {
             if (i + 1 == values.size()) {
                 *exitCode = Complain(arguments, "-o needs a file name", ExitUsage);
                 return std::nullopt;

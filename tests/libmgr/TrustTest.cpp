@@ -134,7 +134,7 @@ TEST(Trust, AnInterruptedGenTakesAwayWhatItWroteAndForceWritesIntoAFullFolder) {
     const ToolRun refused = RunLibmgr(scratch, {"gen", full, "--parts", "3", "-q"});
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_EQ(refused.err, "libmgr gen: " + full + ": holds files; give --force to write into it\n");
-    EXPECT_EQ(RunLibmgr(scratch, {"gen", full, "--parts", "3", "-q", "--force"}).exitCode, 0);
+    EXPECT_EQ(RunLibmgr(scratch, {"gen", full, "--parts=3", "-q", "--force"}).exitCode, 0);
     EXPECT_TRUE(std::filesystem::exists(scratch.Path() / "full/keep.txt"));
     EXPECT_TRUE(std::filesystem::exists(scratch.Path() / "full/Objects"));
 }
