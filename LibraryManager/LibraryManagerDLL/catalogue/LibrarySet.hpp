@@ -324,6 +324,13 @@ public:
                      const KL::ConstSharedPtr<SymbolUserData>& data);
     void ClearUserData(const LibPartId& id);
 
+    // ---- Library lists of the oldest generation, kept by projects in an info block.
+    // Replaces the libraries of `list` (embedded ones stay) by those of the block, written with the
+    // byte order `sign`. A block cut short gives what it holds, and 0.
+    int GetLibraryListFromInfo(char** info, KL::PlatformSign sign, LibraryList* list) const;
+    // A copy of the block in `*converted` when it is one; -7003 when not.
+    int ConvertInfoToCurrent(char** info, char*** converted, KL::PlatformSign sign) const;
+
     // The deepest active library that holds `location`, or -1.
     int GetLibItemLibraryIndex(const IO::Location& location) const;
     LibraryMode GetLibItemLibraryMode(const IO::Location& location, int* index) const;

@@ -28,6 +28,12 @@ public:
     ~LibraryItem() override;
 
     const KL::ClassInfo* GetClassInfo() const override;
+    // In a frame of the current version, 1.5; fields of later versions keep their defaults when an
+    // older stream is read.
+    int Write(KL::OChannel& channel) const override;
+    int Read(KL::IChannel& channel) override;
+    // As an older version wrote it, for lists that older programs read.
+    int WriteAtVersion(KL::OChannel& channel, KL::ClassVersion version) const;
 
     const KL::UniString& GetName() const { return name; }
     void SetName(const KL::UniString& newName) { name = newName; }

@@ -51,6 +51,15 @@ public:
 
     const KL::ClassInfo* GetClassInfo() const override;
 
+    // Stored lists: the current stream (version 2.0) or the older one (1.0, with "LL00" and "V100"
+    // and the first generation's items). Embedded libraries are never stored, built-in ones only
+    // `withBuiltIn`. A read of a version-2 stream empties the list first, one of version 1 adds.
+    int Write(KL::OChannel& channel, bool withBuiltIn) const;
+    // With the built-in libraries.
+    int Write(KL::OChannel& channel) const override { return Write(channel, true); }
+    int WriteAtVersion(KL::OChannel& channel, bool withBuiltIn, KL::ClassVersion version) const;
+    int Read(KL::IChannel& channel) override;
+
     LibraryItem& operator[](std::size_t index) { return items[index]; }
     const LibraryItem& operator[](std::size_t index) const { return items[index]; }
     // Items of one mode; AllLibraryModes counts them all.
@@ -111,6 +120,12 @@ private:
     bool HasEqualItem(const LibraryItem& item, bool withVersions) const;
     // The host's text for a server id, when it has one.
     static KL::UniString ServerUrlOf(const IO::Location& serverId);
+
+    bool IsStored(const LibraryItem& item, bool withBuiltIn) const;
+    int Write_1(KL::OChannel& channel, bool withBuiltIn) const;
+    int Write_2(KL::OChannel& channel, bool withBuiltIn) const;
+    int Read_1(KL::IChannel& channel);
+    int Read_2(KL::IChannel& channel);
 
     KL::Array<LibraryItem> items;
 };
