@@ -39,6 +39,7 @@
 #include "containers/VirtualFileSystemRegistry.hpp"
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "hierarchy/AncestryInfo.hpp"
+#include "hierarchy/LibPartHandlerRegistry.hpp"
 #include "lists/FolderItem.hpp"
 #include "lists/FolderSet.hpp"
 #include "lists/LibItemIterator.hpp"

@@ -21,11 +21,11 @@ void Require(bool condition, const char* operation, int line) {
         ThrowIllegal(operation, line);
 }
 
-std::string IdText(const KL::UnID& id) {
+} // namespace
+
+std::string Paths::IdText(const KL::UnID& id) {
     return "{" + id.mainGuid.ToString() + "}-{" + id.revGuid.ToString() + "}";
 }
-
-} // namespace
 
 void ThrowMemoryManagerError(int code) {
     switch (code) {

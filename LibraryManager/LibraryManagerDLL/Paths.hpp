@@ -8,6 +8,7 @@
 #include "KLRoot/Queue.hpp"
 
 #include <cstdint>
+#include <string>
 #include <map>
 #include <vector>
 
@@ -61,6 +62,8 @@ public:
     void GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection) const;
     // Null while the tree is empty.
     TreeEntry* GetRoot() const { return root; }
+    // An id as the tree prints it: "{main}-{revision}".
+    static std::string IdText(const KL::UnID& id);
 
     // Leaves a fresh root with count 0.
     void Clear();
