@@ -4,6 +4,7 @@
 // parameter section and its routines, default parameters, and the list of called macros.
 #include "QDL/BinCode.hpp"
 #include "QDL/FileInterfaces.hpp"
+#include "QDL/MacroCalls.hpp"
 #include "QDL/ParamSection.hpp"
 #include "QDL/ParamXML.hpp"
 #include "QDL/QDLAddParData.hpp"

@@ -7,7 +7,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -81,20 +80,16 @@ void AddDuplicates(Session& session, std::vector<Finding>* findings) {
     }
 }
 
-// The names a script calls literally, as in CALL "Leg" or CALL 'Leg'; computed names are not known
-// before the script runs.
+// The names a script calls literally; computed names are not known before the script runs.
 void CollectCalledNames(QDL::IFileRef& ref, QDL_ScriptType type, std::set<std::string>* names) {
-    static const std::regex call(R"re(\bCALL\s+(["'])(.+?)\1)re", std::regex::icase);
     KL::UniString unused;
     if (ref.OpenQDL(nullptr, type, unused) != 0)
         return;
     KL::UniString line;
     QDL_ScriptType lineType = type;
     while (ref.GetFileLine(line, nullptr, &lineType) >= 0) {
-        const std::string text = line.ToUTF8();
-        for (auto match = std::sregex_iterator(text.begin(), text.end(), call); match != std::sregex_iterator();
-             ++match)
-            names->insert((*match)[2].str());
+        for (const KL::UniString& name : FindMacroCallNames(line))
+            names->insert(name.ToUTF8());
     }
     ref.Close();
 }

@@ -7,7 +7,6 @@
 #include <LibraryManager.hpp>
 
 #include <map>
-#include <regex>
 #include <string>
 
 namespace testsupport {
@@ -45,21 +44,16 @@ public:
         while (ref.GetFileLine(line, &lineNumber, &lineType) >= 0) {
             ++run->lines;
             text += line.ToUTF8() + '\n';
-            std::smatch call;
-            const std::string utf8 = line.ToUTF8();
-            if (depth < maxDepth && std::regex_search(utf8, call, CallPattern()))
-                CallMacro(ref, call[1].str(), run, depth);
+            if (depth < maxDepth) {
+                for (const KL::UniString& name : FindMacroCallNames(line))
+                    CallMacro(ref, name.ToUTF8(), run, depth);
+            }
         }
         ref.Close();
         Compile(ref, type, text, run);
     }
 
 private:
-    static const std::regex& CallPattern() {
-        static const std::regex pattern(R"re(^\s*CALL\s+"([^"]+)")re", std::regex::icase);
-        return pattern;
-    }
-
     void CallMacro(QDL::IFileRef& caller, const std::string& name, Run* run, int depth) {
         short missing = 0;
         KL::UnID found;
