@@ -1,6 +1,8 @@
 // Lookups in a catalogue of 100,000 parts by id, guid, document name and file name, beside a plain
 // binary search over a sorted array of the same names: each catalogue figure is read as a ratio to
 // that baseline from the same run.
+#include "NumberedParts.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <benchmark/benchmark.h>
@@ -20,8 +22,7 @@ constexpr int PartsPerFolder = 1000;
 constexpr int Stride = 7919;
 
 KL::UnID PartId(int n) {
-    return KL::UnID(KL::Guid(static_cast<std::uint32_t>(n) * 2654435761u, 1, 2, {}),
-                    KL::Guid(static_cast<std::uint32_t>(n), 3, 4, {}));
+    return bench::NumberedPartId(n);
 }
 
 std::string PartName(int n) {
@@ -50,15 +51,7 @@ class Library {
 public:
     Library()
         : root(std::filesystem::temp_directory_path() / ("lm-lookup-bench-" + std::to_string(::getpid()))) {
-        for (int i = 0; i < PartCount; ++i) {
-            LPF::SymbolFile part;
-            part.SetOwnUnID(PartId(i));
-            part.SetDocumentName(KL::UniString(PartName(i)));
-            const std::filesystem::path folder = root / ("Group " + std::to_string(i / PartsPerFolder));
-            if (i % PartsPerFolder == 0)
-                std::filesystem::create_directories(folder);
-            part.Save(IO::Location((folder / FileName(i)).string()));
-        }
+        bench::WriteNumberedParts(root, PartCount, PartsPerFolder, PartName);
     }
     ~Library() { std::filesystem::remove_all(root); }
 

@@ -1,6 +1,8 @@
 // Macro calls of a running script at 20,000 parts: 100,000 calls from one caller, by names that its
 // map of called macros holds and by names that only the catalogue knows, beside a plain hash-table
 // lookup of the same names from the same run.
+#include "NumberedParts.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <benchmark/benchmark.h>
@@ -19,8 +21,7 @@ constexpr int CalledCount = 64;
 constexpr int CallsPerRound = 100000;
 
 KL::UnID PartId(int n) {
-    return KL::UnID(KL::Guid(static_cast<std::uint32_t>(n) * 2654435761u, 1, 2, {}),
-                    KL::Guid(static_cast<std::uint32_t>(n), 3, 4, {}));
+    return bench::NumberedPartId(n);
 }
 
 std::string PartName(int n) {
@@ -45,15 +46,7 @@ void SaveCaller(const std::filesystem::path& path) {
 class Catalogue {
 public:
     Catalogue() : root(std::filesystem::temp_directory_path() / ("lm-macro-bench-" + std::to_string(::getpid()))) {
-        for (int i = 0; i < PartCount; ++i) {
-            LPF::SymbolFile part;
-            part.SetOwnUnID(PartId(i));
-            part.SetDocumentName(KL::UniString(PartName(i)));
-            const std::filesystem::path folder = root / ("Group " + std::to_string(i / PartsPerFolder));
-            if (i % PartsPerFolder == 0)
-                std::filesystem::create_directories(folder);
-            part.Save(IO::Location((folder / (PartName(i) + ".klm")).string()));
-        }
+        bench::WriteNumberedParts(root, PartCount, PartsPerFolder, PartName);
         SaveCaller(root / "Caller.klm");
         manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr);
         LM::LibrarySet& set = *manager.GetLibrarySet();

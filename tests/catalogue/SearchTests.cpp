@@ -31,14 +31,7 @@ std::function<void(LPF::SymbolFile&)> Replacing(LPF::MigrationValue value,
         MigrationTable table;
         for (const KL::Guid& mainGuid : mains)
             table.Add(mainGuid, {2, true});
-        KL::MemoryOChannel stream;
-        table.Write(stream);
-        ASSERT_EQ(
-            file.SetSectionDataRef(LPF::Tags::MigrationTable, 0,
-                                   KL::BMNewHandleFrom(stream.GetData().data(),
-                                                       static_cast<std::int64_t>(stream.GetData().size())),
-                                   true, -1),
-            0);
+        testsupport::SetStreamSection(file, LPF::Tags::MigrationTable, [&](KL::OChannel& out) { return table.Write(out); });
     };
 }
 

@@ -240,8 +240,7 @@ TEST_F(TypeTree, RefreshingAChainThatIsNotCatalogued) {
 }
 
 TEST_F(TypeTree, TheSampleLibraryTreeIsWhatItsAncestrySectionsSay) {
-    ASSERT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary,
-                                     LM::NotVital, KL::NULLGuid, KL::UniString(), false),
+    ASSERT_EQ(AddSampleLibrary(),
               0);
     ASSERT_EQ(Set().Enumerate(process), 0);
     int checked = 0;

@@ -10,8 +10,7 @@ using testsupport::CatalogueTest;
 class HandlerRegistry : public CatalogueTest {
 protected:
     HandlerRegistry() {
-        EXPECT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary,
-                                         LM::NotVital, KL::NULLGuid, KL::UniString(), false),
+        EXPECT_EQ(AddSampleLibrary(),
                   0);
         EXPECT_EQ(Set().Enumerate(process), 0);
     }

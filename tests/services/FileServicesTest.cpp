@@ -24,13 +24,8 @@ std::function<void(LPF::SymbolFile&)> Calling(std::vector<Call> calls) {
         KL::Array<SyCalledMacroItem> items;
         for (const Call& call : calls)
             items.Push(SyCalledMacroItem{KL::UniString(call.name), call.id, nullptr});
-        KL::MemoryOChannel stream(KL::HostPlatformSign);
-        ASSERT_EQ(WriteCalledMacroList(stream, items), 0);
-        const std::vector<char>& bytes = stream.GetData();
-        ASSERT_EQ(file.SetSectionDataRef(LPF::Tags::CalledMacros, 0,
-                                         KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())),
-                                         true, -1),
-                  0);
+        testsupport::SetStreamSection(file, LPF::Tags::CalledMacros,
+                                      [&](KL::OChannel& out) { return WriteCalledMacroList(out, items); });
     };
 }
 
@@ -38,13 +33,7 @@ std::function<void(LPF::SymbolFile&)> ReplacingOld(const KL::Guid& oldMain) {
     return [oldMain](LPF::SymbolFile& file) {
         MigrationTable table;
         table.Add(oldMain, {2, true});
-        KL::MemoryOChannel stream;
-        table.Write(stream);
-        const std::vector<char>& bytes = stream.GetData();
-        ASSERT_EQ(file.SetSectionDataRef(LPF::Tags::MigrationTable, 0,
-                                         KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())),
-                                         true, -1),
-                  0);
+        testsupport::SetStreamSection(file, LPF::Tags::MigrationTable, [&](KL::OChannel& out) { return table.Write(out); });
     };
 }
 
@@ -215,8 +204,7 @@ TEST_F(MacroRoad, NamesFindPartsAndPictures) {
 class SampleEngine : public CatalogueTest {
 protected:
     SampleEngine() {
-        EXPECT_EQ(Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary,
-                                         LM::NotVital, KL::NULLGuid, KL::UniString(), false),
+        EXPECT_EQ(AddSampleLibrary(),
                   0);
         EXPECT_EQ(Set().Enumerate(process), 0);
         services = manager.GetFileServices();

@@ -34,6 +34,16 @@ public:
     ScopedCallBacks& operator=(const ScopedCallBacks&) = delete;
 };
 
+// Sets a section of a part file to the stream that `write` makes.
+inline void SetStreamSection(LPF::SymbolFile& file, LPF::SectionTag tag, const std::function<int(KL::OChannel&)>& write) {
+    KL::MemoryOChannel stream(KL::HostPlatformSign);
+    ASSERT_EQ(write(stream), 0);
+    const std::vector<char>& bytes = stream.GetData();
+    ASSERT_EQ(file.SetSectionDataRef(tag, 0, KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())),
+                                     true, -1),
+              0);
+}
+
 class CatalogueTest : public ::testing::Test {
 protected:
     explicit CatalogueTest(LM::BinaryCachingMode caching = LM::BinaryCachingInMemory) {
@@ -62,6 +72,14 @@ protected:
         EXPECT_EQ(file.Save(scratch.Location(relative)), 0);
         return scratch.Location(relative);
     }
+
+#ifdef LM_SAMPLE_LIBRARY_DIR
+    // The bundled sample library, built from its sources.
+    int AddSampleLibrary() {
+        return Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary, LM::NotVital,
+                                      KL::NULLGuid, KL::UniString(), false);
+    }
+#endif
 
     int AddLibrary(const std::string& relative, LM::VitalMode vital = LM::NotVital) {
         return Set().AddActiveLibrary(process, scratch.Location(relative), LM::LocalLibrary, vital,

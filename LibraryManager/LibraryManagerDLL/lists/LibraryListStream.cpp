@@ -71,6 +71,16 @@ LibraryItem FromOldItem(const OldLibraryItem& old) {
     return item;
 }
 
+// The body of a list's frame by its major version; the frame closes on every path.
+template <typename Frame, typename One, typename Two>
+int InFrame(Frame& frame, std::uint16_t major, One one, Two two) {
+    int err = frame.GetStatus();
+    if (err == 0)
+        err = major == 1 ? one() : major == 2 ? two() : LibPartFileError;
+    const int closed = frame.Close();
+    return err != 0 ? err : closed;
+}
+
 } // namespace
 
 bool LibraryList::IsStored(const LibraryItem& item, bool withBuiltIn) const {
@@ -84,42 +94,13 @@ int LibraryList::Write(KL::OChannel& channel, bool withBuiltIn) const {
 int LibraryList::WriteAtVersion(KL::OChannel& channel, bool withBuiltIn, KL::ClassVersion version) const {
     const KL::ClassInfo framed(classInfo.GetName(), classInfo.GetGuid(), version.major, version.minor);
     KL::OutputFrame frame(channel, framed);
-    int err = frame.GetStatus();
-    if (err == 0) {
-        switch (version.major) {
-        case 1:
-            err = Write_1(channel, withBuiltIn);
-            break;
-        case 2:
-            err = Write_2(channel, withBuiltIn);
-            break;
-        default:
-            err = LibPartFileError;
-            break;
-        }
-    }
-    const int closed = frame.Close();
-    return err != 0 ? err : closed;
+    return InFrame(frame, version.major, [&] { return Write_1(channel, withBuiltIn); },
+                   [&] { return Write_2(channel, withBuiltIn); });
 }
 
 int LibraryList::Read(KL::IChannel& channel) {
     KL::InputFrame frame(channel, classInfo);
-    int err = frame.GetStatus();
-    if (err == 0) {
-        switch (frame.GetVersion().major) {
-        case 1:
-            err = Read_1(channel);
-            break;
-        case 2:
-            err = Read_2(channel);
-            break;
-        default:
-            err = LibPartFileError;
-            break;
-        }
-    }
-    const int closed = frame.Close();
-    return err != 0 ? err : closed;
+    return InFrame(frame, frame.GetVersion().major, [&] { return Read_1(channel); }, [&] { return Read_2(channel); });
 }
 
 int LibraryList::Write_2(KL::OChannel& channel, bool withBuiltIn) const {
