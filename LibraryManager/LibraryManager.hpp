@@ -40,6 +40,7 @@
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "hierarchy/AncestryInfo.hpp"
 #include "hierarchy/LibPartHandlerRegistry.hpp"
+#include "hierarchy/TypeHierarchyExporter.hpp"
 #include "lists/FolderItem.hpp"
 #include "lists/FolderSet.hpp"
 #include "lists/LibItemIterator.hpp"

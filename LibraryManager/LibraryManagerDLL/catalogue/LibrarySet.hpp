@@ -34,6 +34,7 @@ class ProcessControl;
 namespace LM {
 
 class AncestryHierarchy;
+class TypeHierarchyExporter;
 class AncestryInfo;
 class FolderSet;
 class ILibraryErrorHandler;
@@ -139,6 +140,8 @@ public:
     void RebuildTypeHierarchy(KL::ProcessControl& process, bool conformAll);
     void UpdateDuplicateCounters() const;
     const AncestryHierarchy* GetAncestryHierarchy() const { return hierarchy; }
+    // Hands the type tree to a host's visitor; 0 before the first Enumerate.
+    int ExportTypeHierarchy(TypeHierarchyExporter* exporter) const;
 
     // The active libraries by index; a bad index gives -7003, false or 0.
     int GetActiveLibraryNum() const;

@@ -1,12 +1,15 @@
 #pragma once
 
 #include "Paths.hpp"
+#include "hierarchy/TypeHierarchyExporter.hpp"
 
 #include "KLRoot/ClassInfo.hpp"
 #include "KLRoot/HashTable.hpp"
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/PagedArray.hpp"
 #include "KLRoot/Queue.hpp"
+
+#include <vector>
 
 namespace LM {
 
@@ -39,6 +42,29 @@ public:
     // when none does.
     const LibPart* GetNearestPresentAncestor(const TreeEntry* node) const;
 
+    // ---- Export to a host's visitor.
+    // One node of a level being exported, with what orders the level.
+    struct NodeRecord {
+        TypeHierarchyExporter::Node node;
+        TreeEntry* entry = nullptr;
+        const TypeHierarchyExporter::ICompare* compare = nullptr;
+    };
+    // What an export returns when the visitor stopped it.
+    static constexpr int ExportStopped = static_cast<int>(0x835E0001);
+    static bool CmpFunct(const NodeRecord& a, const NodeRecord& b);
+    int ExportTypeHierarchy(TypeHierarchyExporter* exporter) const;
+    int ExportTypeSubHierarchy(TreeEntry* node, int context, bool recursive, TypeHierarchyExporter* exporter,
+                               const TypeHierarchyExporter::ICompare* compare) const;
+    int MakeExporterNode(const KL::UnID& id, const LibPart* part, TypeHierarchyExporter::Node* node) const;
+    void PrintTypeHierarchy(KL::OChannel& channel) const;
+    // Names an id for the print: the part's name, or what stands in for it.
+    static void SubstOwnUnIdToName(void* userData, KL::OChannel& channel, const KL::UnID& id);
+
+    // The stream keeps only the class and its version: an empty tree is written, and what is read
+    // is dropped. Every enumeration builds the live tree anew.
+    int Write(KL::OChannel& channel) const override;
+    int Read(KL::IChannel& channel) override;
+
 private:
     using PartFlags = KL::HashTable<const LibPart*, bool>;
     using EntryQueue = KL::Queue<TreeEntry*>;
@@ -57,6 +83,9 @@ private:
     KL::Array<const LibPart*> PartsEndingAt(const TreeEntry* end) const;
     // The part's chain from the tree with its own id appended.
     AncestryInfo PathOf(const LibPart* part) const;
+    TreeEntry* FindNode(TreeEntry* from, const KL::UnID& id) const;
+    void CollectRecords(TreeEntry* child, const TypeHierarchyExporter::ICompare* compare,
+                        std::vector<NodeRecord>* records) const;
 
     LibrarySet* librarySet;
 };
