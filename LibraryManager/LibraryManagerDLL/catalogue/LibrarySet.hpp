@@ -28,7 +28,9 @@ class ScratchFile;
 }
 namespace KL {
 class IChannel;
+class OChannel;
 class ProcessControl;
+class XMLOChannel;
 } // namespace KL
 
 namespace LM {
@@ -142,6 +144,21 @@ public:
     const AncestryHierarchy* GetAncestryHierarchy() const { return hierarchy; }
     // Hands the type tree to a host's visitor; 0 before the first Enumerate.
     int ExportTypeHierarchy(TypeHierarchyExporter* exporter) const;
+
+    // ---- Reports. Neither changes anything, nor looks at the channel's errors.
+    // Which parts WriteToXML writes: those of each type in `typeIds`, each type walked in turn.
+    struct WriteToXMLParameters {
+        KL::Array<KL::UnID> typeIds;
+        bool symbolsOnly = true;
+        bool placeableOnly = false;
+        // False: only the direct children of a type.
+        bool includeSubTypes = true;
+        KL::Array<IO::Location> excludedFolders;
+    };
+    // The chosen parts in name order inside a "LibParts" element; a part of two types comes twice.
+    void WriteToXML(KL::XMLOChannel& channel, unsigned detail, const WriteToXMLParameters& parameters) const;
+    // The type tree, the libraries and every record, for diagnosis; nothing after CleanUp.
+    void PrintTypeHierarchy(KL::OChannel& channel) const;
 
     // The active libraries by index; a bad index gives -7003, false or 0.
     int GetActiveLibraryNum() const;
