@@ -53,6 +53,10 @@ void NoteWalkFailure(const IO::Folder&) {
     walkFailed = true;
 }
 
+std::string StateWordOf(const LM::LibPart& part, int damage) {
+    return !part.IsValid() ? "dummy" : damage != KL::NoError ? "damaged" : "valid";
+}
+
 } // namespace
 
 const std::string* Options::Value(const std::string& name) const {
@@ -153,9 +157,10 @@ int Session::Open(const Arguments& arguments, const Options& options) {
     if (!Set().IsEnumerated())
         return Complain(arguments, "the libraries could not be enumerated", ExitFailure);
     // Check names them itself; everyone else hears of them once.
-    if (const int damaged = CountDamaged(); damaged > 0 && !options.quiet && arguments.command != "check")
+    damagedCount = CountDamaged();
+    if (damagedCount > 0 && !options.quiet && arguments.command != "check")
         Complain(arguments,
-                 std::to_string(damaged) + (damaged == 1 ? " part file" : " part files") +
+                 std::to_string(damagedCount) + (damagedCount == 1 ? " part file" : " part files") +
                      " could not be read; 'libmgr check' names them",
                  ExitSuccess);
     return ExitSuccess;
@@ -229,7 +234,7 @@ int Session::ReportPassedOver(const Arguments& arguments, const Options& options
             Complain(arguments, "passed over " + text + "; -v names them", ExitSuccess);
         }
     }
-    if (!options.strict || (passedOver.empty() && CountDamaged() == 0))
+    if (!options.strict || (passedOver.empty() && damagedCount == 0))
         return ExitSuccess;
     return Complain(arguments, "--strict: files were passed over or cannot be read", ExitFailure);
 }
@@ -248,7 +253,7 @@ int Session::DamageOf(const LM::LibPart& part) {
 }
 
 std::string Session::StateWord(const LM::LibPart& part) {
-    return !part.IsValid() ? "dummy" : DamageOf(part) != KL::NoError ? "damaged" : "valid";
+    return StateWordOf(part, DamageOf(part));
 }
 
 int Session::CountDamaged() {
@@ -269,7 +274,7 @@ nlohmann::json Session::PartJson(const LM::LibPart& part) {
                            {"mainGuid", id.mainGuid.ToString()},
                            {"revisionGuid", id.revGuid.ToString()},
                            {"valid", part.IsValid() && damage == KL::NoError},
-                           {"state", StateWord(part)},
+                           {"state", StateWordOf(part, damage)},
                            {"folder", FolderDisplay(part.GetFolderIndex())}};
     if (damage != KL::NoError)
         json["damaged"] = ErrorText(damage);

@@ -17,6 +17,9 @@
 
 namespace libmgr {
 
+// The flags that every command reading libraries takes, as ParseOptions knows them.
+inline constexpr const char* CommonFlags[] = {"-q", "--quiet", "--json", "--no-cache", "-v", "--verbose", "--strict"};
+
 struct Options {
     std::vector<std::string> libraries;
     // Options that take a value, by their name with the dashes ("--type").
@@ -72,7 +75,6 @@ public:
     int DamageOf(const LM::LibPart& part);
     // "valid", "dummy" or "damaged".
     std::string StateWord(const LM::LibPart& part);
-    int CountDamaged();
     // What the walks left out, with the command's options: said on stderr, and under --strict an
     // exit code of 1; else 0.
     int ReportPassedOver(const Arguments& arguments, const Options& options);
@@ -87,6 +89,9 @@ private:
     KL::Array<IO::Location> libraries;
     double seconds = 0;
     std::uint64_t passedOverNamesBefore = 0;
+    int damagedCount = 0;
+
+    int CountDamaged();
 };
 
 // A part's listing columns from its PartJson, tab-separated: name, file, type, main guid, revision

@@ -1,5 +1,6 @@
 // libmgr: the library manager's command-line tool.
 #include "CatalogueCommands.hpp"
+#include "CatalogueSession.hpp"
 #include "CheckCommand.hpp"
 #include "CommandLine.hpp"
 #include "ContainerCommands.hpp"
@@ -56,8 +57,6 @@ constexpr Command Commands[] = {
     {"self-check", "exercise the foundation libraries and report each check", RunSelfCheck},
 };
 
-// Options that every catalogue command takes, which may also stand before the command.
-constexpr const char* GlobalOptions[] = {"-q", "--quiet", "--json", "--no-cache", "-v", "--verbose", "--strict"};
 
 void PrintUsage(std::ostream& out) {
     out << "Usage: libmgr [--version] [--help] [-q] [-v] [--json] [--no-cache] [--strict] <command> [<args>]\n"
@@ -81,8 +80,9 @@ const Command* FindCommand(std::string_view name) {
     return nullptr;
 }
 
+// Options that every catalogue command takes may also stand before the command.
 bool IsGlobalOption(std::string_view value) {
-    for (const char* option : GlobalOptions) {
+    for (const char* option : libmgr::CommonFlags) {
         if (value == option)
             return true;
     }

@@ -293,6 +293,17 @@ TEST_F(SampleEngine, PartsGiveTheirDrawingsParametersAndPictures) {
     EXPECT_EQ(shelf.WhichBINARY(&count, indices), 0);
     EXPECT_EQ(std::vector<short>(indices, indices + 2), (std::vector<short>{1, 2}));
     EXPECT_EQ(table.GetBINARYCount(&count), LM::NoDataError);
+    short version = 0;
+    KL::PlatformSign platform = 0;
+    char** body = nullptr;
+    int size = 0;
+    ASSERT_EQ(shelf.GetBinaryHdl(2, &version, &platform, &body, &size), 0);
+    EXPECT_GT(version, 0);
+    EXPECT_EQ(platform, KL::LittleEndianSign);
+    EXPECT_EQ(size, BMGetHandleSize(body));
+    EXPECT_GT(size, 0);
+    BMKillHandle(&body);
+    EXPECT_EQ(shelf.GetBinaryHdl(5, &version, &platform, &body, &size), LM::NoDataError);
 }
 
 } // namespace

@@ -268,7 +268,7 @@ bool LibraryList::IsEqual(const LibraryList& other, bool, bool withBuiltIn, bool
     if (!withBuiltIn && withEmbedded &&
         (GetLibraryNum(EmbeddedLibrary) > 0 || other.GetLibraryNum(EmbeddedLibrary) > 0))
         return false;
-    if (CountForComparison(withBuiltIn) != other.CountForComparison(withBuiltIn))
+    if (CountStored(withBuiltIn) != other.CountStored(withBuiltIn))
         return false;
     return std::all_of(items.begin(), items.end(), [&](const LibraryItem& item) {
         if ((item.GetType() == EmbeddedLibrary && !withEmbedded) ||
@@ -279,7 +279,7 @@ bool LibraryList::IsEqual(const LibraryList& other, bool, bool withBuiltIn, bool
 }
 
 bool LibraryList::operator==(const LibraryList& other) const {
-    if (CountForComparison(true) != other.CountForComparison(true))
+    if (CountStored(true) != other.CountStored(true))
         return false;
     return std::all_of(items.begin(), items.end(),
                        [&other](const LibraryItem& item) { return other.HasEqualItem(item, false); });
@@ -330,10 +330,13 @@ int LibraryList::Append(LibraryItem&& item) {
     return static_cast<int>(items.GetSize()) - 1;
 }
 
-int LibraryList::CountForComparison(bool withBuiltIn) const {
-    return static_cast<int>(std::count_if(items.begin(), items.end(), [withBuiltIn](const LibraryItem& item) {
-        return item.GetType() != EmbeddedLibrary && (withBuiltIn || item.GetType() != BuiltInLibrary);
-    }));
+bool LibraryList::IsStored(const LibraryItem& item, bool withBuiltIn) {
+    return item.GetType() != EmbeddedLibrary && (withBuiltIn || item.GetType() != BuiltInLibrary);
+}
+
+int LibraryList::CountStored(bool withBuiltIn) const {
+    return static_cast<int>(std::count_if(items.begin(), items.end(),
+                                          [withBuiltIn](const LibraryItem& item) { return IsStored(item, withBuiltIn); }));
 }
 
 bool LibraryList::HasEqualItem(const LibraryItem& item, bool withVersions) const {

@@ -116,12 +116,13 @@ private:
     int Push(LibraryItem item, FilterByName filter);
     int Place(LibraryItem&& item, FilterByName filter);
     int Append(LibraryItem&& item);
-    int CountForComparison(bool withBuiltIn) const;
+    // Embedded libraries are never stored nor compared; built-in ones only `withBuiltIn`.
+    static bool IsStored(const LibraryItem& item, bool withBuiltIn);
+    int CountStored(bool withBuiltIn) const;
     bool HasEqualItem(const LibraryItem& item, bool withVersions) const;
     // The host's text for a server id, when it has one.
     static KL::UniString ServerUrlOf(const IO::Location& serverId);
 
-    bool IsStored(const LibraryItem& item, bool withBuiltIn) const;
     int Write_1(KL::OChannel& channel, bool withBuiltIn) const;
     int Write_2(KL::OChannel& channel, bool withBuiltIn) const;
     int Read_1(KL::IChannel& channel);

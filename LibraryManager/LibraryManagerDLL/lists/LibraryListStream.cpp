@@ -83,10 +83,6 @@ int InFrame(Frame& frame, std::uint16_t major, One one, Two two) {
 
 } // namespace
 
-bool LibraryList::IsStored(const LibraryItem& item, bool withBuiltIn) const {
-    return item.GetType() != EmbeddedLibrary && (withBuiltIn || item.GetType() != BuiltInLibrary);
-}
-
 int LibraryList::Write(KL::OChannel& channel, bool withBuiltIn) const {
     return WriteAtVersion(channel, withBuiltIn, classInfo.GetVersion());
 }
@@ -104,8 +100,7 @@ int LibraryList::Read(KL::IChannel& channel) {
 }
 
 int LibraryList::Write_2(KL::OChannel& channel, bool withBuiltIn) const {
-    const auto count = static_cast<std::uint32_t>(std::count_if(
-        items.begin(), items.end(), [&](const LibraryItem& item) { return IsStored(item, withBuiltIn); }));
+    const auto count = static_cast<std::uint32_t>(CountStored(withBuiltIn));
     int err = StreamSteps()
                   .Then([&] { return channel.Write(false); })
                   .Then([&] { return channel.Write(count); })
@@ -140,8 +135,7 @@ int LibraryList::Read_2(KL::IChannel& channel) {
 }
 
 int LibraryList::Write_1(KL::OChannel& channel, bool withBuiltIn) const {
-    const auto count = static_cast<std::uint32_t>(std::count_if(
-        items.begin(), items.end(), [&](const LibraryItem& item) { return IsStored(item, withBuiltIn); }));
+    const auto count = static_cast<std::uint32_t>(CountStored(withBuiltIn));
     int err = StreamSteps()
                   .Then([&] { return channel.WriteBin(ListTag, sizeof ListTag); })
                   .Then([&] { return channel.WriteBin(VersionTag, sizeof VersionTag); })

@@ -12,7 +12,6 @@
 #include "LibPartFile/LibPartFileErrors.hpp"
 #include "LibPartFile/ScriptFile.hpp"
 #include "LibPartFile/SymbolFile.hpp"
-#include "LibPartFile/SymbolFileInfo.hpp"
 #include "QDL/BinCode.hpp"
 #include "QDL/ParamSection.hpp"
 #include "QDL/QDLAddParData.hpp"
@@ -178,7 +177,11 @@ const LibPart* FileRef::FindUsablePart() const {
 }
 
 FileRef::PartFile FileRef::OpenPartFile() const {
-    if (const LibPart* part = FindUsablePart())
+    return OpenPartFile(FindUsablePart());
+}
+
+FileRef::PartFile FileRef::OpenPartFile(const LibPart* part) const {
+    if (part != nullptr)
         return PartFile(part->GetSymbolFile());
     if (kind == FileKindByLocation && location != nullptr && location->IsValid())
         return PartFile(*location);
@@ -207,9 +210,13 @@ int FileRef::GetLibPart(const LibPart** part) const {
 }
 
 int FileRef::GetLibPartLocation(IO::Location* out) const {
+    return LibPartLocationOf(FindUsablePart(), out);
+}
+
+int FileRef::LibPartLocationOf(const LibPart* part, IO::Location* out) const {
     if (out == nullptr)
         return LibPartFileError;
-    if (const LibPart* part = FindUsablePart()) {
+    if (part != nullptr) {
         *out = part->GetLocation();
         return KL::NoError;
     }
@@ -221,8 +228,11 @@ int FileRef::GetLibPartLocation(IO::Location* out) const {
 }
 
 FileRef::KFFileType FileRef::GetFileType() const {
+    return FileTypeOf(FindUsablePart());
+}
+
+FileRef::KFFileType FileRef::FileTypeOf(const LibPart* part) const {
     const FTM::FileTypeManager& types = FTM::FileTypeManager::GetCurrent();
-    const LibPart* part = FindUsablePart();
     const auto isOf = [&](FTM::GeneralID id) {
         return part != nullptr ? types.IsTypeOrGroupInTypeOrGroup(part->GetGeneralFileType(), id)
                                : types.Match(*location, id);
@@ -317,7 +327,7 @@ short FileRef::OpenQDL(int* /*reserved*/, QDL_ScriptType type, KL::UniString& /*
     const LibPart* part = FindUsablePart();
     if (kind == FileKindByPart && part == nullptr)
         return LibPartFileError;
-    const KFFileType fileType = GetFileType();
+    const KFFileType fileType = FileTypeOf(part);
     if (fileType == KFPictureFile || fileType == KFUnknownFile)
         return LibPartFileError;
     ResetReadState();
@@ -335,7 +345,7 @@ short FileRef::LoadScript(const LibPart* part, KFFileType fileType) {
         const LPF::SectionTag tag = GetScriptSectionTag(scriptType);
         if (tag == 0)
             return LibPartFileError;
-        const PartFile file = OpenPartFile();
+        const PartFile file = OpenPartFile(part);
         if (file.Get() == nullptr)
             return LibPartFileError;
         err = GetFullScript(*file.Get(), tag, &text, &prefixLength);
@@ -345,7 +355,7 @@ short FileRef::LoadScript(const LibPart* part, KFFileType fileType) {
         IO::Location at;
         if (part != nullptr && part->GetScriptFile() != nullptr)
             err = part->GetScriptFile()->GetData(&text);
-        else if ((err = GetLibPartLocation(&at)) == KL::NoError)
+        else if ((err = LibPartLocationOf(part, &at)) == KL::NoError)
             err = LPF::ScriptFile(at).GetData(&text);
     }
     scriptHandle.Reset(text);
@@ -474,14 +484,15 @@ short FileRef::GetImageDataFromFile(const short& index, char*** data, char* name
     if (data == nullptr)
         return LibPartFileError;
     *data = nullptr;
-    if (kind == FileKindByPart && FindUsablePart() == nullptr)
+    const LibPart* part = FindUsablePart();
+    if (kind == FileKindByPart && part == nullptr)
         return LibPartFileError;
     if (name != nullptr)
         *name = '\0';
     int err = KL::NoError;
     if (index < 0) {
         IO::Location at;
-        err = kind == FileKindByPart ? GetLibPartLocation(&at) : GetLocation(&at);
+        err = LibPartLocationOf(part, &at);
         if (err == KL::NoError && name != nullptr) {
             const FTM::FileTypeManager& types = FTM::FileTypeManager::GetCurrent();
             const FTM::TypeID type = types.Identify(at, fileTypes->imageGroup);
@@ -492,7 +503,7 @@ short FileRef::GetImageDataFromFile(const short& index, char*** data, char* name
             err = ReadWholeFile(at, data);
     } else {
         const LPF::SectionTag tag = index == 0 ? LPF::Tags::Preview : LPF::Tags::Picture;
-        const PartFile file = OpenPartFile();
+        const PartFile file = OpenPartFile(part);
         if (file.Get() != nullptr)
             file.Get()->GetSectionData(tag, static_cast<std::uint16_t>(index), data);
         if (*data == nullptr)
@@ -507,11 +518,12 @@ short FileRef::GetImageDataFromFile(const short& index, char*** data, char* name
 }
 
 short FileRef::GetFragmentHdl(KL::ConstSharedPtr<ISymbol2D>& drawing) {
-    if (kind == FileKindByPart && FindUsablePart() == nullptr)
+    const LibPart* part = FindUsablePart();
+    if (kind == FileKindByPart && part == nullptr)
         return LibPartFileError;
-    if (GetFileType() == KFScriptFile)
+    if (FileTypeOf(part) == KFScriptFile)
         return NoDataError;
-    const PartFile file = OpenPartFile();
+    const PartFile file = OpenPartFile(part);
     if (file.Get() == nullptr)
         return LibPartFileError;
     int err = KL::NoError;
@@ -525,13 +537,13 @@ short FileRef::GetFragmentHdl(KL::ConstSharedPtr<ISymbol2D>& drawing) {
 
 short FileRef::GetBinaryHdl(const short& index, short* version, KL::PlatformSign* platform, char*** data,
                             int* size) {
-    IO::Location at;
-    if ((kind == FileKindByPart ? GetLibPartLocation(&at) : GetLocation(&at)) != KL::NoError)
-        return LibPartFileError;
-    if (LPF::SymbolFileInfo(at).GetVersion(version) != KL::NoError)
+    // The header of the file the data comes from: the catalogued part's, which is open already, or
+    // the one at the reference's location.
+    const PartFile file = OpenPartFile();
+    if (file.Get() == nullptr || file.Get()->GetVersion(version) != KL::NoError)
         return LibPartFileError;
     *platform = KL::LittleEndianSign;
-    const int err = GetSectionData(LPF::Tags::Binary3D, static_cast<char>(index), data);
+    const int err = file.Get()->GetSectionData(LPF::Tags::Binary3D, static_cast<std::uint16_t>(index), data);
     if (err == LPF::SectionNotFoundError)
         return NoDataError;
     if (err != KL::NoError)
@@ -606,13 +618,13 @@ int FileRef::GetParamNames(char*** out, int* size) const {
 
 short FileRef::GetDefaultParams(KL::ConstSharedPtr<QDLAddParData>& params) {
     params.Reset();
+    const LibPart* part = FindUsablePart();
     IO::Location at;
-    const KFFileType fileType = GetFileType();
-    if (GetLibPartLocation(&at) != KL::NoError || fileType == KFPictureFile || fileType == KFUnknownFile)
+    const KFFileType fileType = FileTypeOf(part);
+    if (LibPartLocationOf(part, &at) != KL::NoError || fileType == KFPictureFile || fileType == KFUnknownFile)
         return LibPartFileError;
     if (fileType == KFScriptFile)
         return 0;
-    const LibPart* part = FindUsablePart();
     const bool cacheable = part != nullptr && part->IsSymbol();
     if (cacheable) {
         const auto cached = part->GetUserData(DefaultParamsKeyGuid);
@@ -679,7 +691,7 @@ short FileRef::GetFileModTime(int* time, bool fromFile) const {
 short FileRef::GetFileName(KL::UniString* name) const {
     IO::Location at;
     IO::Name last;
-    if (name == nullptr || (kind == FileKindByPart ? GetLibPartLocation(&at) : GetLocation(&at)) != KL::NoError ||
+    if (name == nullptr || GetLibPartLocation(&at) != KL::NoError ||
         at.GetLastLocalName(&last) != KL::NoError)
         return LibPartFileError;
     *name = last.GetText();

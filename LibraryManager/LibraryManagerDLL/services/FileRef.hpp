@@ -93,9 +93,13 @@ public:
 private:
     class PartFile;
 
-    // The catalogued part when it is there and valid; null otherwise, and always for a file.
+    // The catalogued part when it is there and valid; null otherwise, and always for a file. The
+    // forms that take it save a second lookup in the catalogue within one call.
     const LibPart* FindUsablePart() const;
     PartFile OpenPartFile() const;
+    PartFile OpenPartFile(const LibPart* usablePart) const;
+    KFFileType FileTypeOf(const LibPart* usablePart) const;
+    int LibPartLocationOf(const LibPart* usablePart, IO::Location* out) const;
     short LoadScript(const LibPart* part, KFFileType fileType);
     void FindLineEnd();
     int CountBinarySections(short* count, short* indices) const;
