@@ -39,19 +39,21 @@ void SaveCaller(const std::filesystem::path& path) {
     WriteCalledMacroList(stream, items);
     const std::vector<char>& bytes = stream.GetData();
     caller.SetSectionDataRef(LPF::Tags::CalledMacros, 0,
-                             KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())), true, -1);
+                             KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())), true,
+                             -1);
     caller.Save(IO::Location(path.string()));
 }
 
 class Catalogue {
 public:
-    Catalogue() : root(std::filesystem::temp_directory_path() / ("lm-macro-bench-" + std::to_string(::getpid()))) {
+    Catalogue()
+        : root(std::filesystem::temp_directory_path() / ("lm-macro-bench-" + std::to_string(::getpid()))) {
         bench::WriteNumberedParts(root, PartCount, PartsPerFolder, PartName);
         SaveCaller(root / "Caller.klm");
         manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr);
         LM::LibrarySet& set = *manager.GetLibrarySet();
-        set.AddActiveLibrary(process, IO::Location(root.string()), LM::LocalLibrary, LM::NotVital, KL::NULLGuid,
-                             KL::UniString(), false);
+        set.AddActiveLibrary(process, IO::Location(root.string()), LM::LocalLibrary, LM::NotVital,
+                             KL::NULLGuid, KL::UniString(), false);
         set.Enumerate(process);
         caller = std::make_unique<FileRef>(set.SearchLibPartDocuName(KL::UniString("Caller")),
                                            *manager.GetFileServices());
@@ -132,8 +134,8 @@ void BM_Macro2FileCallersMap(benchmark::State& state) {
     FileServices& services = *catalogue.manager.GetFileServices();
     RunCalls(state, Names(true), [&](const KL::UniString& name) {
         short missing = 0;
-        QDL::IFileRef* macro =
-            services.Macro2File(name, catalogue.caller.get(), nullptr, &missing, QDL_3DScript, nullptr, false);
+        QDL::IFileRef* macro = services.Macro2File(name, catalogue.caller.get(), nullptr, &missing,
+                                                   QDL_3DScript, nullptr, false);
         const bool found = macro != nullptr;
         services.Dispose(&macro);
         return found;

@@ -29,8 +29,8 @@ double TimedRun(const std::string& command) {
 }
 
 // The median of three rounds, each round the baseline first; `clear` runs before every command.
-void Compare(const char* label, const char* baselineLabel, const std::string& baseline, const std::string& command,
-             const std::string& clear) {
+void Compare(const char* label, const char* baselineLabel, const std::string& baseline,
+             const std::string& command, const std::string& clear) {
     std::vector<double> base;
     std::vector<double> ours;
     const std::string clearAndSync = clear + " && sync";
@@ -66,14 +66,18 @@ int main(int argc, char** argv) {
     Compare("`libmgr pack`", "`tar cf`", inParent + "tar cf " + Quote(work / "lib.tar") + " " + name,
             cache + Quote(libmgr) + " pack -q " + Quote(library) + " -o " + Quote(work / "lib.lcf"),
             "rm -f " + Quote(work / "lib.tar") + " " + Quote(work / "lib.lcf"));
-    Compare("`libmgr pack --compress=1`", "`zip -qr -1`", inParent + "zip -qr -1 " + Quote(work / "lib.zip") + " " + name,
-            cache + Quote(libmgr) + " pack -q --compress=1 " + Quote(library) + " -o " + Quote(work / "libz.lcf"),
+    Compare("`libmgr pack --compress=1`", "`zip -qr -1`",
+            inParent + "zip -qr -1 " + Quote(work / "lib.zip") + " " + name,
+            cache + Quote(libmgr) + " pack -q --compress=1 " + Quote(library) + " -o " +
+                Quote(work / "libz.lcf"),
             "rm -f " + Quote(work / "lib.zip") + " " + Quote(work / "libz.lcf"));
     // Both archives stay for the unpacking rounds.
     std::system((inParent + "tar cf " + Quote(work / "lib.tar") + " " + name).c_str());
-    std::system((cache + Quote(libmgr) + " pack -q " + Quote(library) + " -o " + Quote(work / "lib.lcf")).c_str());
+    std::system(
+        (cache + Quote(libmgr) + " pack -q " + Quote(library) + " -o " + Quote(work / "lib.lcf")).c_str());
     Compare("`libmgr unpack`", "`tar xf`",
-            "mkdir " + Quote(work / "x") + " && tar xf " + Quote(work / "lib.tar") + " -C " + Quote(work / "x"),
+            "mkdir " + Quote(work / "x") + " && tar xf " + Quote(work / "lib.tar") + " -C " +
+                Quote(work / "x"),
             Quote(libmgr) + " unpack -q " + Quote(work / "lib.lcf") + " -o " + Quote(work / "y"),
             "rm -rf " + Quote(work / "x") + " " + Quote(work / "y"));
     fs::remove_all(work);

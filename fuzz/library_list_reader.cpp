@@ -7,7 +7,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static LM::LibrarySetSingletonLP manager;
-    static const int started = manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr);
+    static const int started =
+        manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr);
     (void)started;
     if (size > 0 && data[0] == 'I') {
         KL::ScopedHandle info(KL::BMNewHandleFrom(data + 1, static_cast<std::int64_t>(size - 1)));

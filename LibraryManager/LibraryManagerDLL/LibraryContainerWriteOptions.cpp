@@ -18,7 +18,8 @@ ContainerWriteOptions::ContainerWriteOptions(const ContainerWriteOptions& other)
 
 ContainerWriteOptions& ContainerWriteOptions::operator=(const ContainerWriteOptions& other) {
     if (this != &other) {
-        zipOptions = other.zipOptions != nullptr ? std::make_unique<IO::ZipOChannelOptions>(*other.zipOptions) : nullptr;
+        zipOptions = other.zipOptions != nullptr ? std::make_unique<IO::ZipOChannelOptions>(*other.zipOptions)
+                                                 : nullptr;
         embeddedName = other.embeddedName;
         createTopFolder = other.createTopFolder;
     }
@@ -29,7 +30,8 @@ ContainerWriteOptions::~ContainerWriteOptions() = default;
 
 const IO::ZipOChannelOptions& ContainerWriteOptions::GetZipOptions() const {
     if (zipOptions == nullptr)
-        throw KL::BMNullPointerException("the container write options have compression off", __FILE__, __LINE__);
+        throw KL::BMNullPointerException("the container write options have compression off", __FILE__,
+                                         __LINE__);
     return *zipOptions;
 }
 

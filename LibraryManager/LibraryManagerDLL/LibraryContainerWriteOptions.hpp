@@ -15,7 +15,8 @@ namespace LM {
 class LM_EXPORT ContainerWriteOptions {
 public:
     // Null zip options switch compression off.
-    explicit ContainerWriteOptions(const IO::ZipOChannelOptions* zipOptions = nullptr, bool createTopFolder = true);
+    explicit ContainerWriteOptions(const IO::ZipOChannelOptions* zipOptions = nullptr,
+                                   bool createTopFolder = true);
     ContainerWriteOptions(const IO::ZipOChannelOptions& zipOptions, bool createTopFolder);
     ContainerWriteOptions(const ContainerWriteOptions& other);
     ContainerWriteOptions& operator=(const ContainerWriteOptions& other);

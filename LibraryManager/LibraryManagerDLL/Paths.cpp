@@ -13,7 +13,8 @@ namespace LM {
 namespace {
 
 [[noreturn]] void ThrowIllegal(const char* operation, int line) {
-    throw KL::IllegalArgumentException(std::string("Illegal index in Paths::") + operation + ".", "Paths", line);
+    throw KL::IllegalArgumentException(std::string("Illegal index in Paths::") + operation + ".", "Paths",
+                                       line);
 }
 
 void Require(bool condition, const char* operation, int line) {
@@ -50,7 +51,9 @@ void ThrowMemoryManagerError(int code) {
 
 Paths::Paths() = default;
 
-Paths::~Paths() { DeleteSubtree(std::exchange(root, nullptr)); }
+Paths::~Paths() {
+    DeleteSubtree(std::exchange(root, nullptr));
+}
 
 // Iterative: a hostile part may bring a chain thousands of ancestors deep.
 void Paths::DeleteSubtree(TreeEntry* node) {
@@ -261,8 +264,8 @@ void Paths::Print(KL::OChannel* channel, NameFunction nameFunction, void* userDa
 
 // Each level below the first draws a rail ("|   ") unless the node above at that level was the
 // last of its siblings.
-void Paths::PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth, std::vector<char>* lastAtDepth,
-                          NameFunction nameFunction, void* userData) const {
+void Paths::PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth,
+                          std::vector<char>* lastAtDepth, NameFunction nameFunction, void* userData) const {
     if (lastAtDepth->size() <= depth)
         lastAtDepth->resize(depth + 1);
     std::string prefix;

@@ -8,8 +8,8 @@
 #include "KLRoot/Queue.hpp"
 
 #include <cstdint>
-#include <string>
 #include <map>
+#include <string>
 #include <vector>
 
 namespace KL {
@@ -74,8 +74,8 @@ private:
     TreeEntry* MakeRoot(const KL::UnID& id);
     static TreeEntry* AddChild(TreeEntry* parent, const KL::UnID& id);
     void DeleteUnreferencedLeafItem(TreeEntry* node);
-    void PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth, std::vector<char>* lastAtDepth,
-                       NameFunction nameFunction, void* userData) const;
+    void PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth,
+                       std::vector<char>* lastAtDepth, NameFunction nameFunction, void* userData) const;
     static void DeleteSubtree(TreeEntry* node);
 
     TreeEntry* root = nullptr;
@@ -84,7 +84,8 @@ private:
 // One node of a path tree.
 class LM_EXPORT Paths::TreeEntry {
 public:
-    TreeEntry(TreeEntry* parent, const KL::UnID& id, std::uint32_t count) : parent(parent), id(id), count(count) {}
+    TreeEntry(TreeEntry* parent, const KL::UnID& id, std::uint32_t count)
+        : parent(parent), id(id), count(count) {}
     TreeEntry(const TreeEntry&) = delete;
     TreeEntry& operator=(const TreeEntry&) = delete;
 

@@ -312,8 +312,8 @@ int File::Seek(SeekOrigin origin, std::int64_t offset) {
     const auto position = static_cast<std::uint64_t>(target);
     if (mode == ReadMode && reading && position >= bufferPosition && position <= entryPosition) {
         RestoreStatus();
-        SetWindowAt(readBuffer.get() + (position - bufferPosition), readBuffer.get() + (entryPosition - bufferPosition),
-                    position);
+        SetWindowAt(readBuffer.get() + (position - bufferPosition),
+                    readBuffer.get() + (entryPosition - bufferPosition), position);
         return KL::NoError;
     }
     if (const int err = MoveEntryTo(static_cast<std::uint64_t>(target)); err != KL::NoError)

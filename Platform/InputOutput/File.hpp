@@ -114,9 +114,9 @@ private:
     bool open = false;
     OpenMode mode = ReadMode;
     bool wrote = false;
-    std::uint64_t entryPosition = 0; // where the entry stands
+    std::uint64_t entryPosition = 0;  // where the entry stands
     std::uint64_t bufferPosition = 0; // file position of the read buffer's first byte while reading
-    std::uint64_t knownLength = 0;   // data length, kept up to date while open
+    std::uint64_t knownLength = 0;    // data length, kept up to date while open
     std::unique_ptr<char[]> readBuffer;
     std::uint64_t readBufferSize = 0;
     std::uint64_t readAhead = 0; // 0: no limit

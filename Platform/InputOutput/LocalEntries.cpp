@@ -240,8 +240,9 @@ int LocalFileEntry::TransferTo(FileEntry& target, std::uint64_t size, std::uint6
     if (descriptor < 0 || local->descriptor < 0 || !local->writable)
         return NotOpenError;
     while (*moved < size) {
-        const ssize_t put = RetryOnInterrupt(
-            [&] { return copy_file_range(descriptor, nullptr, local->descriptor, nullptr, size - *moved, 0); });
+        const ssize_t put = RetryOnInterrupt([&] {
+            return copy_file_range(descriptor, nullptr, local->descriptor, nullptr, size - *moved, 0);
+        });
         if (put < 0) {
             // Kernels and file systems that cannot copy between these two refuse before moving
             // anything; the caller copies the bytes itself then.

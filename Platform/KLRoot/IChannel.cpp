@@ -107,7 +107,8 @@ int IChannel::ReadBin(void* dest, std::uint64_t size) {
 }
 
 int IChannel::CopyTo(OChannel& target, std::uint64_t size) {
-    return Drain(size, [&target](const char* bytes, std::uint64_t count) { return target.WriteBin(bytes, count); });
+    return Drain(size,
+                 [&target](const char* bytes, std::uint64_t count) { return target.WriteBin(bytes, count); });
 }
 
 template <typename Sink>

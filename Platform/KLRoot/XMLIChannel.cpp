@@ -82,7 +82,8 @@ namespace {
 
 // "line L, column C" of a byte offset, both from 1; columns count bytes.
 std::string LineAndColumn(std::string_view text, std::ptrdiff_t offset) {
-    const std::size_t end = std::min(static_cast<std::size_t>(std::max<std::ptrdiff_t>(offset, 0)), text.size());
+    const std::size_t end =
+        std::min(static_cast<std::size_t>(std::max<std::ptrdiff_t>(offset, 0)), text.size());
     std::size_t line = 1;
     std::size_t lineStart = 0;
     for (std::size_t i = 0; i < end; ++i) {

@@ -68,8 +68,9 @@ public:
     virtual ~IFileServices();
     virtual IFileRef* Texture2File(const KL::UniString& name, short* error) = 0;
     virtual IFileRef* Image3D2File(const KL::UniString& name, short* error) = 0;
-    virtual IFileRef* Macro2File(const KL::UniString& name, const IFileRef* caller, char*** unused, short* missing,
-                                 QDL_ScriptType unusedType, KL::UnID* outUnID, bool silent) = 0;
+    virtual IFileRef* Macro2File(const KL::UniString& name, const IFileRef* caller, char*** unused,
+                                 short* missing, QDL_ScriptType unusedType, KL::UnID* outUnID,
+                                 bool silent) = 0;
     virtual void IFSGetCurrentTime(int* time) = 0;
     virtual short Name2Location(const KL::UniString& name, IO::Location* location) = 0;
     virtual short GetDataFolder(IO::Location* location) = 0;

@@ -4,8 +4,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdint>
 #include <array>
+#include <cstdint>
 #include <fnmatch.h>
 #include <iomanip>
 #include <iostream>
@@ -21,7 +21,8 @@ struct Counts {
     int damaged = 0;
 };
 
-constexpr std::array<const char*, 7> TypeWords = {"part", "script", "image", "text", "xml", "package", "other"};
+constexpr std::array<const char*, 7> TypeWords = {"part", "script",  "image", "text",
+                                                  "xml",  "package", "other"};
 
 // A shell pattern against the document name and the file name, both folded to lower case.
 bool MatchesNameOrFile(const LM::LibPart& part, const std::string& pattern) {
@@ -101,8 +102,8 @@ void PrintSummary(Session& session, std::ostream& out) {
         << " same name with different content\n"
         << "time        " << std::fixed << std::setprecision(3) << session.GetSeconds() << " s\n";
     for (const nlohmann::json& pass : summary["libraryPasses"])
-        out << "library     " << LastName(pass["location"].get<std::string>()) << " (" << pass["pass"].get<std::string>()
-            << ")\n";
+        out << "library     " << LastName(pass["location"].get<std::string>()) << " ("
+            << pass["pass"].get<std::string>() << ")\n";
     out.unsetf(std::ios::floatfield);
 }
 
@@ -124,7 +125,6 @@ nlohmann::json ReportJson(Session& session, const LM::DuplicateReport& report) {
     }
     return json;
 }
-
 
 // Of duplicates only the first member stays in the catalogue; `markKept` says so.
 } // namespace
@@ -207,7 +207,9 @@ nlohmann::json TreeJson(Session& session, const LM::Paths::TreeEntry* node, int 
         const LM::Paths::TreeEntry* child = entries[i];
         const KL::UnID& id = child->GetId();
         const std::string name = session.PartName(id);
-        children.push_back({{"name", id.IsNull() ? "(parts without an id)" : name.empty() ? "(missing)" : name},
+        children.push_back({{"name", id.IsNull()    ? "(parts without an id)"
+                                     : name.empty() ? "(missing)"
+                                                    : name},
                             {"mainGuid", id.mainGuid.ToString()},
                             {"revisionGuid", id.revGuid.ToString()},
                             {"missing", !id.IsNull() && name.empty()},
@@ -281,31 +283,36 @@ int RunListCommand(const Arguments& arguments) {
         "             its library), type, mainGuid, revisionGuid, valid, state and folder, and\n"
         "             for a damaged file what the reader says\n"
         "  -q         no progress on the terminal\n\n"};
-    return RunOnCatalogue(arguments, help, {"--type", "--match"}, [&arguments](Session& session, const Options& options) {
-        const std::string* wanted = options.Value("--type");
-        if (wanted != nullptr && std::find(TypeWords.begin(), TypeWords.end(), *wanted) == TypeWords.end())
-            return Complain(arguments, "'" + *wanted + "' is no type; the types are part, script, image, text, xml, package and other",
-                            ExitUsage);
-        const std::string* pattern = options.Value("--match");
-        nlohmann::json parts = nlohmann::json::array();
-        for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
-            const LM::LibPart& part = *session.Set().GetLibPartByIndex(i);
-            if (part.GetState() == LM::LibPartStateDeleted)
-                continue;
-            if (wanted != nullptr && *wanted != session.TypeWord(part))
-                continue;
-            if (pattern != nullptr && !MatchesNameOrFile(part, *pattern))
-                continue;
-            parts.push_back(session.PartJson(part));
-        }
-        if (options.json) {
-            std::cout << parts.dump(2) << '\n';
+    return RunOnCatalogue(
+        arguments, help, {"--type", "--match"}, [&arguments](Session& session, const Options& options) {
+            const std::string* wanted = options.Value("--type");
+            if (wanted != nullptr &&
+                std::find(TypeWords.begin(), TypeWords.end(), *wanted) == TypeWords.end())
+                return Complain(
+                    arguments,
+                    "'" + *wanted +
+                        "' is no type; the types are part, script, image, text, xml, package and other",
+                    ExitUsage);
+            const std::string* pattern = options.Value("--match");
+            nlohmann::json parts = nlohmann::json::array();
+            for (int i = 0; i < session.Set().GetLibPartNumber(); ++i) {
+                const LM::LibPart& part = *session.Set().GetLibPartByIndex(i);
+                if (part.GetState() == LM::LibPartStateDeleted)
+                    continue;
+                if (wanted != nullptr && *wanted != session.TypeWord(part))
+                    continue;
+                if (pattern != nullptr && !MatchesNameOrFile(part, *pattern))
+                    continue;
+                parts.push_back(session.PartJson(part));
+            }
+            if (options.json) {
+                std::cout << parts.dump(2) << '\n';
+                return ExitSuccess;
+            }
+            for (const nlohmann::json& part : parts)
+                std::cout << PartLine(part) << '\n';
             return ExitSuccess;
-        }
-        for (const nlohmann::json& part : parts)
-            std::cout << PartLine(part) << '\n';
-        return ExitSuccess;
-    });
+        });
 }
 
 int RunDuplicatesCommand(const Arguments& arguments) {
@@ -336,17 +343,19 @@ int RunTreeCommand(const Arguments& arguments) {
         "  --json      an array of the top nodes, each with name, mainGuid, revisionGuid,\n"
         "              missing, parts and children\n"
         "  -q          no progress on the terminal\n\n"};
-    return RunOnCatalogue(arguments, help, {"--depth"}, [&arguments](Session& session, const Options& options) {
-        std::int32_t depth = 0;
-        if (const std::string* text = options.Value("--depth");
-            text != nullptr && (!KL::ParseInt32(*text, &depth) || depth < 1))
-            return Complain(arguments, "'" + *text + "' is no depth; give a whole number from 1", ExitUsage);
-        if (options.json)
-            std::cout << TypeTreeJson(session, depth).dump(2) << '\n';
-        else
-            PrintTree(session, std::cout, depth);
-        return ExitSuccess;
-    });
+    return RunOnCatalogue(
+        arguments, help, {"--depth"}, [&arguments](Session& session, const Options& options) {
+            std::int32_t depth = 0;
+            if (const std::string* text = options.Value("--depth");
+                text != nullptr && (!KL::ParseInt32(*text, &depth) || depth < 1))
+                return Complain(arguments, "'" + *text + "' is no depth; give a whole number from 1",
+                                ExitUsage);
+            if (options.json)
+                std::cout << TypeTreeJson(session, depth).dump(2) << '\n';
+            else
+                PrintTree(session, std::cout, depth);
+            return ExitSuccess;
+        });
 }
 
 int RunDemoCommand(const Arguments& arguments, const std::string& sampleLibrary) {

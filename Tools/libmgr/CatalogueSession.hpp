@@ -18,7 +18,8 @@
 namespace libmgr {
 
 // The flags that every command reading libraries takes, as ParseOptions knows them.
-inline constexpr const char* CommonFlags[] = {"-q", "--quiet", "--json", "--no-cache", "-v", "--verbose", "--strict"};
+inline constexpr const char* CommonFlags[] = {"-q", "--quiet",   "--json",  "--no-cache",
+                                              "-v", "--verbose", "--strict"};
 
 struct Options {
     std::vector<std::string> libraries;

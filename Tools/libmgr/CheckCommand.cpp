@@ -154,10 +154,13 @@ void AddLongPaths(Session& session, std::vector<Finding>* findings) {
         const LM::LibPart* part = session.Set().GetLibPartByIndex(i);
         if (part->GetState() == LM::LibPartStateDeleted || part->GetLocation().IsEmpty())
             continue;
-        if (const std::size_t length = LM::LongFilenameEnumerator::PathLength(part->GetLocation()); length > Limit)
-            findings->push_back({"path too long", session.Display(part->GetLocation()),
-                                 std::to_string(length) + " characters, the limit is " + std::to_string(Limit),
-                                 {}});
+        if (const std::size_t length = LM::LongFilenameEnumerator::PathLength(part->GetLocation());
+            length > Limit)
+            findings->push_back(
+                {"path too long",
+                 session.Display(part->GetLocation()),
+                 std::to_string(length) + " characters, the limit is " + std::to_string(Limit),
+                 {}});
     }
 }
 
@@ -187,7 +190,8 @@ int RunCheckCommand(const Arguments& arguments) {
         if (options.json) {
             nlohmann::json array = nlohmann::json::array();
             for (const Finding& finding : findings) {
-                nlohmann::json entry = {{"kind", finding.kind}, {"subject", finding.subject}, {"detail", finding.detail}};
+                nlohmann::json entry = {
+                    {"kind", finding.kind}, {"subject", finding.subject}, {"detail", finding.detail}};
                 if (!finding.callers.empty())
                     entry["callers"] = finding.callers;
                 array.push_back(std::move(entry));

@@ -15,7 +15,8 @@ bool Arguments::WantsHelp() const {
 }
 
 int Complain(const Arguments& arguments, const std::string& text, int exitCode) {
-    std::cerr << "libmgr" << (arguments.command.empty() ? "" : " " + arguments.command) << ": " << text << '\n';
+    std::cerr << "libmgr" << (arguments.command.empty() ? "" : " " + arguments.command) << ": " << text
+              << '\n';
     return exitCode;
 }
 

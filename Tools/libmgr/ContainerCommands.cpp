@@ -1,6 +1,6 @@
 #include "ContainerCommands.hpp"
-#include "Interrupt.hpp"
 #include "CatalogueSession.hpp"
+#include "Interrupt.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -55,8 +55,8 @@ bool ShowsProgress(const Options& options) {
 std::string Size(std::uint64_t bytes) {
     const bool large = bytes >= 1024 * 1024;
     std::ostringstream text;
-    text << std::fixed << std::setprecision(1) << static_cast<double>(bytes) / (large ? 1024.0 * 1024.0 : 1024.0)
-         << (large ? " MiB" : " KiB");
+    text << std::fixed << std::setprecision(1)
+         << static_cast<double>(bytes) / (large ? 1024.0 * 1024.0 : 1024.0) << (large ? " MiB" : " KiB");
     return text.str();
 }
 
@@ -103,13 +103,14 @@ bool ReadCompression(const Options& options, std::optional<IO::ZipOChannelOption
 // The parts whose place inside their library ("folder/file.klm") or file name matches.
 KL::HashTable<const LM::LibPart*, bool> SelectParts(Session& session, const std::string& pattern) {
     KL::HashTable<const LM::LibPart*, bool> selection;
-    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr; ++part) {
+    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr;
+         ++part) {
         const std::string display = session.Display(part->GetOrigLocation());
         const std::size_t slash = display.find('/');
         const std::string inside = slash == std::string::npos ? display : display.substr(slash + 1);
         const std::string file = part->GetFileName().ToUTF8();
-        const bool matches =
-            fnmatch(pattern.c_str(), inside.c_str(), 0) == 0 || fnmatch(pattern.c_str(), file.c_str(), 0) == 0;
+        const bool matches = fnmatch(pattern.c_str(), inside.c_str(), 0) == 0 ||
+                             fnmatch(pattern.c_str(), file.c_str(), 0) == 0;
         selection.Put(part.Get(), matches);
     }
     return selection;
@@ -132,8 +133,8 @@ void PrintPackSummary(const Options& options, const std::string& target, const L
                   {"parts", std::to_string(writer.GetPartCount()) + " in " +
                                 std::to_string(writer.GetFoldersWritten()) + " folders"},
                   {"bytes in", Size(in)},
-                  {"bytes out", Size(out) + " (" + std::to_string(out * 100 / std::max<std::uint64_t>(in, 1)) +
-                                    " % of in)"},
+                  {"bytes out", Size(out) + " (" +
+                                    std::to_string(out * 100 / std::max<std::uint64_t>(in, 1)) + " % of in)"},
                   {"time", Seconds(seconds)}});
 }
 
@@ -151,7 +152,8 @@ int Pack(const Arguments& arguments, const Options& options, const IO::Location&
     LM::ContainerWriter writer(&session.Set(), writeOptions);
     writer.BuildTree(chosen);
     if (writer.GetPartCount() == 0)
-        return Complain(arguments, "no part to pack" + std::string(chosen != nullptr ? " matches --only" : ""),
+        return Complain(arguments,
+                        "no part to pack" + std::string(chosen != nullptr ? " matches --only" : ""),
                         ExitFailure);
     InterruptGuard guard;
     FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
@@ -159,7 +161,8 @@ int Pack(const Arguments& arguments, const Options& options, const IO::Location&
     if (Interrupted())
         return Complain(arguments, "interrupted; " + target.ToString() + " was left as it was", ExitFailure);
     if (written != 0)
-        return Complain(arguments, "could not write " + target.ToString() + ": " + ErrorText(written), ExitFailure);
+        return Complain(arguments, "could not write " + target.ToString() + ": " + ErrorText(written),
+                        ExitFailure);
     PrintPackSummary(options, target.ToString(), writer, SecondsSince(start));
     return ExitSuccess;
 }
@@ -188,14 +191,16 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
     const std::optional<IO::Location> from = PathToLocation(source);
     const std::optional<IO::Location> to = PathToLocation(destination);
     if (!from || !to)
-        return Complain(arguments, "a path that makes no place: " + (!from ? source : destination), ExitUsage);
+        return Complain(arguments, "a path that makes no place: " + (!from ? source : destination),
+                        ExitUsage);
     std::error_code error;
     if (!std::filesystem::is_regular_file(source, error))
         return Complain(arguments, source + ": no such file", ExitFailure);
     if (!LM::CheckIfContainer(*from))
         return Complain(arguments, source + ": not a container file", ExitFailure);
     if (std::filesystem::exists(destination, error) && !IsEmptyFolder(destination) && !options.Has("--force"))
-        return Complain(arguments, destination + " is not empty; use --force to unpack into it anyway", ExitFailure);
+        return Complain(arguments, destination + " is not empty; use --force to unpack into it anyway",
+                        ExitFailure);
 
     IO::File file(*from);
     if (const int err = file.Open(IO::File::ReadMode); err != KL::NoError)
@@ -210,16 +215,19 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
                                    options.Has("--flatten"));
     }
     if (Interrupted())
-        return Complain(arguments, "interrupted; " + destination + " holds what was unpacked so far", ExitFailure);
+        return Complain(arguments, "interrupted; " + destination + " holds what was unpacked so far",
+                        ExitFailure);
     if (result == LM::LibPartFileError)
-        return Complain(arguments, source + ": damaged container; " + destination + " holds what could be read",
+        return Complain(arguments,
+                        source + ": damaged container; " + destination + " holds what could be read",
                         ExitFailure);
     PrintUnpackSummary(options, destination, extractor, SecondsSince(start));
     if (result == LM::ContainerWalkSoftFailure)
         return Complain(arguments, "some files could not be made for want of permission", ExitFailure);
     if (extractor.GetDroppedFileCount() > 0)
         return Complain(arguments,
-                        std::to_string(extractor.GetDroppedFileCount()) + " files of the container could not be read",
+                        std::to_string(extractor.GetDroppedFileCount()) +
+                            " files of the container could not be read",
                         ExitFailure);
     return ExitSuccess;
 }
@@ -265,19 +273,21 @@ int RunPackCommand(const Arguments& arguments) {
 
 int RunUnpackCommand(const Arguments& arguments) {
     if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr unpack CONTAINER -o DIR [--flatten] [--skip-top-folder] [--force] [--json] [-q]\n"
-                     "\n"
-                     "Unpacks a container file into a folder, with every file's modification time. Nothing\n"
-                     "is written outside DIR, whatever names the container holds; paths too long for the\n"
-                     "system go to side folders 0000-1, 0000-2, ... of DIR.\n"
-                     "\n"
-                     "  -o DIR             the folder to unpack into; made if missing, and it must be\n"
-                     "                     empty unless --force is given\n"
-                     "  --flatten          leave out folders that only wrap a single folder\n"
-                     "  --skip-top-folder  leave out the container's top folder\n"
-                     "  --force            unpack into a folder that is not empty, replacing same-named files\n"
-                     "  --json             print the summary as JSON\n"
-                     "  -q, --quiet        print nothing on success\n";
+        std::cout
+            << "Usage: libmgr unpack CONTAINER -o DIR [--flatten] [--skip-top-folder] [--force] [--json] "
+               "[-q]\n"
+               "\n"
+               "Unpacks a container file into a folder, with every file's modification time. Nothing\n"
+               "is written outside DIR, whatever names the container holds; paths too long for the\n"
+               "system go to side folders 0000-1, 0000-2, ... of DIR.\n"
+               "\n"
+               "  -o DIR             the folder to unpack into; made if missing, and it must be\n"
+               "                     empty unless --force is given\n"
+               "  --flatten          leave out folders that only wrap a single folder\n"
+               "  --skip-top-folder  leave out the container's top folder\n"
+               "  --force            unpack into a folder that is not empty, replacing same-named files\n"
+               "  --json             print the summary as JSON\n"
+               "  -q, --quiet        print nothing on success\n";
         return ExitSuccess;
     }
     int exitCode = ExitSuccess;

@@ -128,7 +128,8 @@ int RunGenCommand(const Arguments& arguments) {
         return Complain(arguments, parsed->output + ": exists and is not a folder", ExitFailure);
     const bool heldFiles = existed && !std::filesystem::is_empty(root, error);
     if (heldFiles && !parsed->force)
-        return Complain(arguments, parsed->output + ": holds files; give --force to write into it", ExitFailure);
+        return Complain(arguments, parsed->output + ": holds files; give --force to write into it",
+                        ExitFailure);
 
     const bool showProgress = !parsed->quiet && ::isatty(STDERR_FILENO) == 1;
     LibraryGenerator generator(parsed->options);

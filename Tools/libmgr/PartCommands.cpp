@@ -65,7 +65,8 @@ std::optional<InputAndOutput> ParseInputAndOutput(const Arguments& arguments, in
     std::error_code error;
     if (parsed.input != StandardStream && parsed.output != StandardStream && !parsed.output.empty() &&
         std::filesystem::equivalent(parsed.input, parsed.output, error)) {
-        *exitCode = Complain(arguments, parsed.output + " is the input; write the output elsewhere", ExitUsage);
+        *exitCode =
+            Complain(arguments, parsed.output + " is the input; write the output elsewhere", ExitUsage);
         return std::nullopt;
     }
     return parsed;
@@ -106,7 +107,8 @@ int WriteOutput(const Arguments& arguments, const std::string& path, const std::
 
 int Build(const Arguments& arguments, const InputAndOutput* files) {
     if (files->input == StandardStream && files->output.empty())
-        return Complain(arguments, "a description from standard input needs -o PART.klm (or -o -)", ExitUsage);
+        return Complain(arguments, "a description from standard input needs -o PART.klm (or -o -)",
+                        ExitUsage);
     const std::optional<std::string> text = ReadInput(files->input);
     if (!text)
         return Complain(arguments, files->input + ": cannot be read", ExitFailure);

@@ -77,7 +77,8 @@ std::vector<PassedOver> FindPassedOver(const std::filesystem::path& library) {
     std::vector<PassedOver> found;
     Walk(&found).Folder(library.string(), library.filename().string(), 0);
     // In name order, as the walker goes, whatever order the folders listed in.
-    std::sort(found.begin(), found.end(), [](const PassedOver& a, const PassedOver& b) { return a.place < b.place; });
+    std::sort(found.begin(), found.end(),
+              [](const PassedOver& a, const PassedOver& b) { return a.place < b.place; });
     return found;
 }
 

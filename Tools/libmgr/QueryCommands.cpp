@@ -142,8 +142,7 @@ nlohmann::json ReplacedParts(LM::LibrarySet& set, const LPF::SymbolFile& file) {
         return replaced;
     for (auto pair = table->GetTable().BeginPairs(); pair != table->GetTable().EndPairs(); ++pair) {
         const LM::LibPart* old = set.SearchAnySymbolByMainID(KL::UnID(pair->first, KL::NULLGuid), nullptr);
-        replaced.push_back(old != nullptr ? old->GetDocumentName().ToUTF8()
-                                          : pair->first.ToString());
+        replaced.push_back(old != nullptr ? old->GetDocumentName().ToUTF8() : pair->first.ToString());
     }
     return replaced;
 }
@@ -209,8 +208,7 @@ void PrintDescription(const nlohmann::json& part) {
     line("folder", part["folder"].get<std::string>());
     const std::string state = part["state"].get<std::string>();
     line("type", part["type"].get<std::string>() + (state == "valid" ? "" : ", " + state));
-    line("id",
-         part["mainGuid"].get<std::string>() + " " + part["revisionGuid"].get<std::string>());
+    line("id", part["mainGuid"].get<std::string>() + " " + part["revisionGuid"].get<std::string>());
     line("library", part["library"].get<std::string>());
     if (part.contains("damaged"))
         line("damaged", part["damaged"].get<std::string>());
@@ -231,8 +229,7 @@ void PrintDescription(const nlohmann::json& part) {
     std::string chain;
     for (const nlohmann::json& ancestor : part["ancestry"]) {
         const std::string name = ancestor["name"].get<std::string>();
-        chain +=
-            (name.empty() ? "(missing) " + ancestor["mainGuid"].get<std::string>() : name) + " > ";
+        chain += (name.empty() ? "(missing) " + ancestor["mainGuid"].get<std::string>() : name) + " > ";
     }
     line("ancestry", chain + part["name"].get<std::string>());
     if (part.contains("proxy"))
@@ -262,7 +259,8 @@ int RunFindCommand(const Arguments& arguments) {
         "Searches the catalogue the way the script engine does, through every fall-back stage, and\n"
         "shows which stage answered: exact id, main guid (ambiguous when several revisions are\n"
         "present; the others follow as \"other revision\"), dummy, migration table, document name\n"
-        "or file name. Parts that replace an old id follow the one chosen. Names match without case, and \"/\" in a name reads as \":\".\n"
+        "or file name. Parts that replace an old id follow the one chosen. Names match without case, and "
+        "\"/\" in a name reads as \":\".\n"
         "Each line is the stage, then the columns of 'libmgr list'.\n\n"
         "  --guid ID       an id: MAIN or MAIN/REVISION\n"
         "  --name N        a document name; with --guid, the name the reference carries\n"

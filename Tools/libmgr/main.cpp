@@ -57,9 +57,9 @@ constexpr Command Commands[] = {
     {"self-check", "exercise the foundation libraries and report each check", RunSelfCheck},
 };
 
-
 void PrintUsage(std::ostream& out) {
-    out << "Usage: libmgr [--version] [--help] [-q] [-v] [--json] [--no-cache] [--strict] <command> [<args>]\n"
+    out << "Usage: libmgr [--version] [--help] [-q] [-v] [--json] [--no-cache] [--strict] <command> "
+           "[<args>]\n"
            "\n"
            "Inspect, pack and author libraries of parametric parts.\n"
            "\n"
@@ -91,11 +91,13 @@ bool IsGlobalOption(std::string_view value) {
 
 int RunSelfCheck(const libmgr::Arguments& arguments) {
     if (arguments.WantsHelp()) {
-        std::cout << "Usage: libmgr self-check\n\nRuns the foundation's self-check and prints one line per check.\n";
+        std::cout << "Usage: libmgr self-check\n\nRuns the foundation's self-check and prints one line per "
+                     "check.\n";
         return ExitSuccess;
     }
     if (!arguments.values.empty())
-        return libmgr::Complain(arguments, "unexpected argument '" + arguments.values.front() + "'", ExitUsage);
+        return libmgr::Complain(arguments, "unexpected argument '" + arguments.values.front() + "'",
+                                ExitUsage);
     std::cout << "libmgr " << LM::GetLibraryManagerVersion() << " self-check\n";
     const bool passed = libmgr::RunSelfCheck(std::cout);
     std::cout << (passed ? "all checks passed\n" : "some checks FAILED\n");
@@ -112,9 +114,9 @@ int FinishOutput(const libmgr::Arguments& arguments, int exitCode) {
         return exitCode;
     const int reason = errno;
     std::cout.clear();
-    return libmgr::Complain(arguments,
-                            "cannot write the output" + (reason != 0 ? ": " + std::string(std::strerror(reason)) : ""),
-                            ExitFailure);
+    return libmgr::Complain(
+        arguments, "cannot write the output" + (reason != 0 ? ": " + std::string(std::strerror(reason)) : ""),
+        ExitFailure);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-
 namespace {
 
 using testsupport::CatalogueTest;
@@ -17,7 +16,8 @@ protected:
         const std::string text = xml.ToString();
         EXPECT_NE(text.find("LibParts"), std::string::npos) << text;
         std::vector<std::string> files;
-        for (std::size_t at = text.find("<Location>"); at != std::string::npos; at = text.find("<Location>", at + 1)) {
+        for (std::size_t at = text.find("<Location>"); at != std::string::npos;
+             at = text.find("<Location>", at + 1)) {
             const std::size_t end = text.find("</Location>", at);
             const std::string path = text.substr(at + 10, end - at - 10);
             files.push_back(path.substr(path.rfind('/') + 1));
@@ -44,10 +44,11 @@ TEST_F(Reports, TheXMLReportWritesTheChosenPartsInNameOrder) {
 
     // A type and everything of it, the type itself too.
     parameters.typeIds.Push(Id("Chair"));
-    EXPECT_EQ(Reported(parameters), (Files{"Bar Stool.klm", "Chair.klm", "Dining Chair.klm", "Office Chair (old).klm",
-                                           "Office Chair 2.klm"}));
+    EXPECT_EQ(Reported(parameters), (Files{"Bar Stool.klm", "Chair.klm", "Dining Chair.klm",
+                                           "Office Chair (old).klm", "Office Chair 2.klm"}));
     parameters.placeableOnly = true;
-    parameters.excludedFolders.Push(IO::Location(std::string(LM_SAMPLE_LIBRARY_DIR) + "/Objects/Furniture/Chairs/Obsolete"));
+    parameters.excludedFolders.Push(
+        IO::Location(std::string(LM_SAMPLE_LIBRARY_DIR) + "/Objects/Furniture/Chairs/Obsolete"));
     EXPECT_EQ(Reported(parameters), (Files{"Bar Stool.klm", "Dining Chair.klm", "Office Chair 2.klm"}));
 
     // Direct children only; a part of two named types comes twice.
@@ -74,8 +75,9 @@ TEST_F(Reports, TheDumpSaysWhatTheCatalogueHoldsAndNothingAfterCleanUp) {
     ASSERT_EQ(Set().Enumerate(process), 0);
     const std::string full = Dump();
     EXPECT_EQ(full.rfind("LibPart type hierarchy in the Library Manager:\n", 0), 0U);
-    EXPECT_NE(full.find("LibraryManager enumeration status : true\nActiveLibCount: 1\nlibrary\nsymbolCount: "),
-              std::string::npos)
+    EXPECT_NE(
+        full.find("LibraryManager enumeration status : true\nActiveLibCount: 1\nlibrary\nsymbolCount: "),
+        std::string::npos)
         << full;
     const std::size_t first = full.find("\n0 : ");
     ASSERT_NE(first, std::string::npos) << full;

@@ -31,7 +31,8 @@ std::function<void(LPF::SymbolFile&)> Replacing(LPF::MigrationValue value,
         MigrationTable table;
         for (const KL::Guid& mainGuid : mains)
             table.Add(mainGuid, {2, true});
-        testsupport::SetStreamSection(file, LPF::Tags::MigrationTable, [&](KL::OChannel& out) { return table.Write(out); });
+        testsupport::SetStreamSection(file, LPF::Tags::MigrationTable,
+                                      [&](KL::OChannel& out) { return table.Write(out); });
     };
 }
 

@@ -26,8 +26,8 @@ class ContainerExtraction : public ::testing::Test {
 protected:
     int Extract(const std::string& bytes, const fs::path& destination, KL::PlatformSign platform = 0x5757) {
         scratch.Write("in.lcf", bytes);
-        return LM::ExtractContainer(process, scratch.Location("in.lcf"), IO::Location(destination.string()), false,
-                                    false, &platform, false);
+        return LM::ExtractContainer(process, scratch.Location("in.lcf"), IO::Location(destination.string()),
+                                    false, false, &platform, false);
     }
 
     static std::set<std::string> FilesBelow(const fs::path& root) {
@@ -48,7 +48,7 @@ TEST_F(ContainerExtraction, PathsPastTheLimitGoToSideFoldersWithNumberedNames) {
     const fs::path destination = parent / std::string(200 - parent.string().size() - 1, 'p');
     ASSERT_EQ(destination.string().size(), 200U);
 
-    const std::string fits(46, 'F');  // 200 + 47: the folder is made
+    const std::string fits(46, 'F');    // 200 + 47: the folder is made
     const std::string tooLong(47, 'L'); // 200 + 48: it is not
     std::vector<LcfNode> many;
     for (int i = 0; i < 495; ++i)
@@ -57,7 +57,8 @@ TEST_F(ContainerExtraction, PathsPastTheLimitGoToSideFoldersWithNumberedNames) {
         LcfNode::Folder(fits, {LcfNode::File(std::string(8, 'x') + ".txt", "259"),
                                LcfNode::File(std::string(9, 'y') + ".txt", "260")}),
         LcfNode::Folder(tooLong, {LcfNode::File("a.txt", "first a.txt"), LcfNode::File("a", "first a")}),
-        LcfNode::Folder(tooLong + "2", {LcfNode::File("a.txt", "second a.txt"), LcfNode::File("a", "second a")}),
+        LcfNode::Folder(tooLong + "2",
+                        {LcfNode::File("a.txt", "second a.txt"), LcfNode::File("a", "second a")}),
         LcfNode::Folder(tooLong + "3", many)};
     ASSERT_EQ(Extract(LcfBytes().Build(roots), destination), 0);
 
@@ -85,7 +86,7 @@ TEST_F(ContainerExtraction, TextsFromAnotherPlatformGoToTheHostsConverter) {
     LM::LibraryManagerCallBacks callBacks;
     callBacks.convertExtractedFile = RecordConversion;
     const testsupport::ScopedCallBacks installed(callBacks);
-    const auto typed = [](const std::string& name, const char (&type)[5]) {
+    const auto typed = [](const std::string& name, const char(&type)[5]) {
         LcfNode file = LcfNode::File(name, "text");
         file.macType = FTM::MakeCode(type);
         return file;
@@ -115,9 +116,10 @@ TEST_F(ContainerExtraction, NothingIsWrittenOutsideTheDestination) {
     fs::create_directory_symlink(scratch.Path() / "outside", destination / "Lib/evil");
     fs::create_symlink(scratch.Path() / "outside/secret.txt", destination / "Lib/linked.txt");
     fs::create_hard_link(scratch.Path() / "outside/secret.txt", destination / "Lib/hard.txt");
-    const std::string bytes = LcfBytes().Build({LcfNode::Folder(
-        "Lib", {LcfNode::Folder("evil", {LcfNode::File("secret.txt", "through a link")}),
-                LcfNode::File("linked.txt", "through a link"), LcfNode::File("hard.txt", "through a link", true)})});
+    const std::string bytes = LcfBytes().Build(
+        {LcfNode::Folder("Lib", {LcfNode::Folder("evil", {LcfNode::File("secret.txt", "through a link")}),
+                                 LcfNode::File("linked.txt", "through a link"),
+                                 LcfNode::File("hard.txt", "through a link", true)})});
     ASSERT_EQ(Extract(bytes, destination), 0);
     EXPECT_EQ(scratch.Read("outside/secret.txt"), "keep");
     EXPECT_EQ(FilesBelow(scratch.Path() / "outside"), (std::set<std::string>{"secret.txt"}));
@@ -138,7 +140,8 @@ TEST_F(ContainerExtraction, NothingIsWrittenOutsideTheDestination) {
         folder.rawNameField = field;
         return LcfBytes().Build({LcfNode::Folder("Lib", {folder, file})});
     };
-    for (const std::u16string& bad : {std::u16string(u".."), std::u16string(u"../../outside"), std::u16string(u"/tmp")}) {
+    for (const std::u16string& bad :
+         {std::u16string(u".."), std::u16string(u"../../outside"), std::u16string(u"/tmp")}) {
         EXPECT_EQ(Extract(named(bad), scratch.Path() / "inner/dest"), LM::LibPartFileError);
         EXPECT_FALSE(fs::exists(scratch.Path() / "inner/escaped.txt"));
         EXPECT_FALSE(fs::exists(scratch.Path() / "outside/escaped.txt"));
@@ -146,8 +149,8 @@ TEST_F(ContainerExtraction, NothingIsWrittenOutsideTheDestination) {
     }
 
     // A source that cannot be opened is no error, and makes nothing.
-    EXPECT_EQ(LM::ExtractContainer(process, scratch.Location("missing.lcf"), scratch.Location("none"), false, false,
-                                   nullptr, false),
+    EXPECT_EQ(LM::ExtractContainer(process, scratch.Location("missing.lcf"), scratch.Location("none"), false,
+                                   false, nullptr, false),
               0);
     EXPECT_FALSE(fs::exists(scratch.Path() / "none"));
 }

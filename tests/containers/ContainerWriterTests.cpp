@@ -30,7 +30,8 @@ using testsupport::TestId;
 class Recorder : public LM::ILibraryContainerProcessor {
 public:
     int ProcessFolder(KL::IChannel&, IO::File*, const LM::FolderEntry&, const IO::Location&,
-                      const IO::RelativeLocation& relative, bool, const KL::Array<LM::InfoData*>* infos) override {
+                      const IO::RelativeLocation& relative, bool,
+                      const KL::Array<LM::InfoData*>* infos) override {
         std::string line = "+" + relative.ToString();
         for (const LM::InfoData* item : *infos) {
             const std::uint32_t tag = item->GetType();
@@ -39,8 +40,10 @@ public:
         lines.push_back(line);
         return 0;
     }
-    void FolderEntered(const LM::FolderEntry&, const IO::Location&, const IO::RelativeLocation&, bool) override {}
-    void FolderExited(const LM::FolderEntry&, const IO::Location&, const IO::RelativeLocation&, bool) override {}
+    void FolderEntered(const LM::FolderEntry&, const IO::Location&, const IO::RelativeLocation&,
+                       bool) override {}
+    void FolderExited(const LM::FolderEntry&, const IO::Location&, const IO::RelativeLocation&,
+                      bool) override {}
     int ProcessFile(KL::IChannel&, IO::File*, const LM::FileEntry&, const IO::Location&,
                     const IO::RelativeLocation& relative, const KL::Array<LM::InfoData*>*) override {
         lines.push_back(relative.ToString());
@@ -94,15 +97,17 @@ TEST_F(ContainerWriter, OnlySelectedPartsOfTheLibrariesGoIn) {
     ASSERT_EQ(Write("chosen.lcf", &selection), 0);
     int partCount = 0;
     EXPECT_EQ(Walk("chosen.lcf", &partCount),
-              (std::vector<std::string>{"+Lib", "+Lib/Objects", "+Lib/Objects/Tables", "Lib/Objects/Tables/Table.klm"}));
+              (std::vector<std::string>{"+Lib", "+Lib/Objects", "+Lib/Objects/Tables",
+                                        "Lib/Objects/Tables/Table.klm"}));
     EXPECT_EQ(partCount, 1);
 
     // Everything: subfolders before files, libraries in their order; the file is a container.
     ASSERT_EQ(Write("all.lcf"), 0);
-    EXPECT_EQ(Walk("all.lcf", &partCount),
-              (std::vector<std::string>{"+Lib", "+Lib/Objects", "+Lib/Objects/Tables", "Lib/Objects/Tables/Table.klm",
-                                        "Lib/Objects/Chair.klm", "+Lib/Templates", "Lib/Templates/Furniture.klm",
-                                        "+Other", "Other/readme.txt"}));
+    EXPECT_EQ(
+        Walk("all.lcf", &partCount),
+        (std::vector<std::string>{"+Lib", "+Lib/Objects", "+Lib/Objects/Tables",
+                                  "Lib/Objects/Tables/Table.klm", "Lib/Objects/Chair.klm", "+Lib/Templates",
+                                  "Lib/Templates/Furniture.klm", "+Other", "Other/readme.txt"}));
     EXPECT_EQ(partCount, 4);
     std::uint32_t type = 0;
     std::uint32_t creator = 0;
@@ -125,13 +130,13 @@ TEST_F(ContainerWriter, ALibraryThatIsAContainerLosesItsOwnLevelWhenAlone) {
     LcfNode objects = LcfNode::FromFolder(scratch.Path() / "Lib/Objects", &compress);
     LcfNode templates = LcfNode::FromFolder(scratch.Path() / "Lib/Templates", &compress);
     scratch.Write("Packed.LCF", LcfBytes().Build({objects, templates}));
-    Set().AddActiveLibrary(process, scratch.Location("Packed.LCF"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid,
-                           KL::UniString(), false);
+    Set().AddActiveLibrary(process, scratch.Location("Packed.LCF"), LM::LocalLibrary, LM::NotVital,
+                           KL::NULLGuid, KL::UniString(), false);
     ASSERT_EQ(Set().Enumerate(process), 0);
     ASSERT_EQ(Write("alone.lcf"), 0);
     EXPECT_EQ(Walk("alone.lcf"),
-              (std::vector<std::string>{"+Objects", "+Objects/Tables", "Objects/Tables/Table.klm", "Objects/Chair.klm",
-                                        "+Templates", "Templates/Furniture.klm"}));
+              (std::vector<std::string>{"+Objects", "+Objects/Tables", "Objects/Tables/Table.klm",
+                                        "Objects/Chair.klm", "+Templates", "Templates/Furniture.klm"}));
 
     // Beside another library it keeps its folder, under the name it has.
     scratch.Write("Second/notes.txt", "notes");
@@ -148,11 +153,12 @@ TEST_F(ContainerWriter, EmbeddedLibrariesAndNestedContainersKeepWhatReadersNeed)
     // A container inside the library keeps its header and the header's own items.
     LcfBytes inner;
     inner.headerInfos = {LcfInfo{LcfBytes::Tag("VERS"), "2.5"}};
-    scratch.Write("Lib/Inner.lcf", inner.Build({LcfNode::Folder("Doors", {LcfNode::File("Door.txt", "door")})}));
+    scratch.Write("Lib/Inner.lcf",
+                  inner.Build({LcfNode::Folder("Doors", {LcfNode::File("Door.txt", "door")})}));
     scratch.Write("Embedded/Chair Copy.txt", "a part of the project itself");
     AddLibrary("Lib");
-    Set().AddActiveLibrary(process, scratch.Location("Embedded"), LM::EmbeddedLibrary, LM::NotVital, KL::NULLGuid,
-                           KL::UniString(), false);
+    Set().AddActiveLibrary(process, scratch.Location("Embedded"), LM::EmbeddedLibrary, LM::NotVital,
+                           KL::NULLGuid, KL::UniString(), false);
     ASSERT_EQ(Set().Enumerate(process), 0);
 
     // The embedded library goes under the process's default name, whatever the call's options say.
@@ -160,7 +166,8 @@ TEST_F(ContainerWriter, EmbeddedLibrariesAndNestedContainersKeepWhatReadersNeed)
     LM::DefaultContainerWriteOptions->SetEmbeddedName(KL::UniString("Project Parts"));
     LM::ContainerWriteOptions options;
     options.SetEmbeddedName(KL::UniString("Ignored"));
-    const int written = LM::CreateContainer(process, scratch.Location("nested.lcf"), &Set(), nullptr, options);
+    const int written =
+        LM::CreateContainer(process, scratch.Location("nested.lcf"), &Set(), nullptr, options);
     LM::DefaultContainerWriteOptions->SetEmbeddedName(previous);
     ASSERT_EQ(written, 0);
     const std::vector<std::string> lines = Walk("nested.lcf");
@@ -171,7 +178,8 @@ TEST_F(ContainerWriter, EmbeddedLibrariesAndNestedContainersKeepWhatReadersNeed)
 
 TEST_F(ContainerWriter, AWriterKilledAtAnyPointLeavesTheOldContainerOrNone) {
     for (int i = 0; i < 200; ++i)
-        scratch.Write("Lib/Many/Text " + std::to_string(i) + ".txt", std::string(64 * 1024, char('a' + i % 26)));
+        scratch.Write("Lib/Many/Text " + std::to_string(i) + ".txt",
+                      std::string(64 * 1024, char('a' + i % 26)));
     AddLibrary("Lib");
     ASSERT_EQ(Set().Enumerate(process), 0);
     ASSERT_EQ(Write("old.lcf"), 0);

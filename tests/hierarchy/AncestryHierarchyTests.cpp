@@ -240,8 +240,7 @@ TEST_F(TypeTree, RefreshingAChainThatIsNotCatalogued) {
 }
 
 TEST_F(TypeTree, TheSampleLibraryTreeIsWhatItsAncestrySectionsSay) {
-    ASSERT_EQ(AddSampleLibrary(),
-              0);
+    ASSERT_EQ(AddSampleLibrary(), 0);
     ASSERT_EQ(Set().Enumerate(process), 0);
     int checked = 0;
     for (LM::LibItemIterator item(Set(), true); item != nullptr; ++item) {

@@ -10,8 +10,7 @@ using testsupport::CatalogueTest;
 class HandlerRegistry : public CatalogueTest {
 protected:
     HandlerRegistry() {
-        EXPECT_EQ(AddSampleLibrary(),
-                  0);
+        EXPECT_EQ(AddSampleLibrary(), 0);
         EXPECT_EQ(Set().Enumerate(process), 0);
     }
 
@@ -80,7 +79,8 @@ TEST_F(HandlerRegistry, TheNearestRegisteredTypeAnswersAndABlockingTypeHidesWhat
     registry.Print(printed);
     const std::vector<char>& bytes = printed.GetData();
     const std::string text(bytes.begin(), bytes.end());
-    EXPECT_NE(text.find("\n\nThe registered UnIds of the LibPartHandlerRegistry:\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\n\nThe registered UnIds of the LibPartHandlerRegistry:\n"), std::string::npos)
+        << text;
     EXPECT_NE(text.find(LM::Paths::IdText(Id("Chair")) + "    Chair\n"), std::string::npos) << text;
     EXPECT_NE(text.find("* = Not accessed yet.\n\n"), std::string::npos) << text;
 }
@@ -90,15 +90,21 @@ TEST_F(HandlerRegistry, FoldersKnowTheRegisteredSubtypesInThemAcrossEnumerations
     ASSERT_EQ(modifier.RefreshFolderCache(nullptr), 0);
     const auto check = [&] {
         const KL::UnID chair = Id("Chair");
-        EXPECT_TRUE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture/Chairs"), chair, true));
-        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture"), chair, true));
-        EXPECT_TRUE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture"), chair, false));
-        EXPECT_TRUE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects"), chair, false));
-        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Openings"), chair, false));
-        // The obsolete chair in its own folder counts for nothing: it is no placeable current part.
-        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture/Chairs/Obsolete"),
+        EXPECT_TRUE(registry.IsLibraryManagerFolderContainsRegisteredSubType(
+            Folder("Objects/Furniture/Chairs"), chair, true));
+        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture"),
                                                                               chair, true));
-        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects"), Id("Furniture"), false));
+        EXPECT_TRUE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture"),
+                                                                             chair, false));
+        EXPECT_TRUE(
+            registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects"), chair, false));
+        EXPECT_FALSE(
+            registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Openings"), chair, false));
+        // The obsolete chair in its own folder counts for nothing: it is no placeable current part.
+        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(
+            Folder("Objects/Furniture/Chairs/Obsolete"), chair, true));
+        EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects"),
+                                                                              Id("Furniture"), false));
         EXPECT_EQ(Nearest("Bar Stool"), "Chair");
     };
     check();
@@ -108,7 +114,8 @@ TEST_F(HandlerRegistry, FoldersKnowTheRegisteredSubtypesInThemAcrossEnumerations
     ASSERT_EQ(modifier.RefreshFolderCache(nullptr), 0);
     check();
     modifier.Clear();
-    EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture/Chairs"), Id("Chair"), true));
+    EXPECT_FALSE(registry.IsLibraryManagerFolderContainsRegisteredSubType(Folder("Objects/Furniture/Chairs"),
+                                                                          Id("Chair"), true));
     EXPECT_EQ(Nearest("Bar Stool"), "");
 }
 

@@ -55,8 +55,8 @@ TEST_F(TypeHierarchyExport, AVisitorSeesEachLevelInItsOrderAndSteersTheWalk) {
     std::vector<std::string> firstLevel;
     std::copy_if(all.lines.begin(), all.lines.end(), std::back_inserter(firstLevel),
                  [](const std::string& line) { return line.rfind("1:", 0) == 0; });
-    EXPECT_EQ(firstLevel, (std::vector<std::string>{"1:Annotation:T", "1:Furniture:T", "1:Macro:T", "1:Opening:T",
-                                                     "1:Straight Stair:P"}));
+    EXPECT_EQ(firstLevel, (std::vector<std::string>{"1:Annotation:T", "1:Furniture:T", "1:Macro:T",
+                                                    "1:Opening:T", "1:Straight Stair:P"}));
     // Depth first: a node's subtree follows it.
     EXPECT_EQ(all.lines[2], "2:North Arrow:P");
     const auto chair = std::find(all.lines.begin(), all.lines.end(), "2:Chair:T");
@@ -77,8 +77,8 @@ TEST_F(TypeHierarchyExport, AVisitorSeesEachLevelInItsOrderAndSteersTheWalk) {
     const KL::UnID chairId = Set().SearchLibPartDocuName(KL::UniString("Chair"))->GetOwnUnID();
     Recorder chairs(LM::TypeHierarchyExporter::GoOn, &byKindAndName, chairId, false);
     ASSERT_EQ(Set().ExportTypeHierarchy(&chairs), 0);
-    EXPECT_EQ(chairs.lines, (std::vector<std::string>{"0:Bar Stool:P", "0:Dining Chair:P", "0:Office Chair (old):P",
-                                                       "0:Office Chair 2:P"}));
+    EXPECT_EQ(chairs.lines, (std::vector<std::string>{"0:Bar Stool:P", "0:Dining Chair:P",
+                                                      "0:Office Chair (old):P", "0:Office Chair 2:P"}));
 
     // The stream keeps no tree, and reading it leaves the live one as it was.
     KL::MemoryOChannel stream;
@@ -104,7 +104,8 @@ TEST_F(TypeHierarchyExport, MissingTypesAndPartsWithoutAnIdAreNodesToo) {
     ASSERT_EQ(Set().ExportTypeHierarchy(&plain), 0);
     std::vector<std::string> sorted = plain.lines;
     std::sort(sorted.begin(), sorted.end());
-    EXPECT_EQ(sorted, (std::vector<std::string>{"0:Object:T", "1::T", "1:Alpha:P", "1:Zeta:P", "2:Orphan:P"}));
+    EXPECT_EQ(sorted,
+              (std::vector<std::string>{"0:Object:T", "1::T", "1:Alpha:P", "1:Zeta:P", "2:Orphan:P"}));
 
     KL::MemoryOChannel printed;
     Set().GetAncestryHierarchy()->PrintTypeHierarchy(printed);

@@ -22,7 +22,8 @@ TEST(CatalogueCommands, EnumerateSummarisesTheSampleLibrary) {
     ASSERT_EQ(text.exitCode, 0) << text.err;
     EXPECT_EQ(text.err, "");
     EXPECT_NE(text.out.find("libraries   1\n"), std::string::npos) << text.out;
-    EXPECT_NE(text.out.find("parts       37 (37 valid, 0 dummy, 0 damaged)\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("parts       37 (37 valid, 0 dummy, 0 damaged)\n"), std::string::npos)
+        << text.out;
     EXPECT_NE(text.out.find("duplicates  1 by id, 0 by name, 1 revision conflicts"), std::string::npos)
         << text.out;
 
@@ -117,8 +118,10 @@ TEST(CatalogueCommands, DuplicatesTreeAndDemoShowWhatTheCatalogueFound) {
     const ToolRun tree = RunLibmgr(scratch, {"tree", LM_SAMPLE_LIBRARY_DIR});
     ASSERT_EQ(tree.exitCode, 0) << tree.err;
     // Each level by name, without spacer lines.
-    EXPECT_EQ(tree.out.rfind("General Object (32)\n|-- Annotation (3)\n|   |-- North Arrow (1)\n", 0), 0U) << tree.out;
-    EXPECT_NE(tree.out.find("\n|-- Furniture (14)\n|   |-- Bookshelf (1)\n|   |-- Chair (5)\n"), std::string::npos)
+    EXPECT_EQ(tree.out.rfind("General Object (32)\n|-- Annotation (3)\n|   |-- North Arrow (1)\n", 0), 0U)
+        << tree.out;
+    EXPECT_NE(tree.out.find("\n|-- Furniture (14)\n|   |-- Bookshelf (1)\n|   |-- Chair (5)\n"),
+              std::string::npos)
         << tree.out;
     EXPECT_NE(tree.out.find("\n`-- Straight Stair (1)\n"), std::string::npos) << tree.out;
     const ToolRun shallow = RunLibmgr(scratch, {"tree", "--depth=2", "--json", LM_SAMPLE_LIBRARY_DIR});

@@ -29,7 +29,8 @@ TEST(CheckCommand, TheSampleLibraryCallsAMacroItLacks) {
     // Every other call of the sample resolves, the bare script it calls included; the duplicates
     // are there on purpose too.
     ASSERT_EQ(lines.size(), 3U) << text.out;
-    EXPECT_EQ(lines[0], "missing macro  Shelf Bracket: called by library/Objects/Furniture/Storage/Bookshelf.klm");
+    EXPECT_EQ(lines[0],
+              "missing macro  Shelf Bracket: called by library/Objects/Furniture/Storage/Bookshelf.klm");
     EXPECT_EQ(lines[1].rfind("same id  Round Table: ", 0), 0U);
     EXPECT_EQ(lines[2].rfind("revisions  Lamp: ", 0), 0U);
 
@@ -38,13 +39,16 @@ TEST(CheckCommand, TheSampleLibraryCallsAMacroItLacks) {
     const nlohmann::json findings = nlohmann::json::parse(json.out);
     ASSERT_EQ(findings.size(), 3U);
     EXPECT_EQ(findings[0]["kind"], "missing macro");
-    EXPECT_EQ(findings[0]["callers"], nlohmann::json::array({"library/Objects/Furniture/Storage/Bookshelf.klm"}));
+    EXPECT_EQ(findings[0]["callers"],
+              nlohmann::json::array({"library/Objects/Furniture/Storage/Bookshelf.klm"}));
 }
 
 TEST(CheckCommand, ACleanLibraryPassesAndDamageOrLongPathsDoNot) {
     ScratchFolder scratch;
     const std::filesystem::path library = scratch.Path() / "lib";
-    ASSERT_EQ(RunLibmgr(scratch, {"gen", library.string(), "--parts", "200", "--duplicates", "0", "-q"}).exitCode, 0);
+    ASSERT_EQ(
+        RunLibmgr(scratch, {"gen", library.string(), "--parts", "200", "--duplicates", "0", "-q"}).exitCode,
+        0);
     const ToolRun clean = RunLibmgr(scratch, {"check", library.string()});
     EXPECT_EQ(clean.exitCode, 0) << clean.err;
     EXPECT_EQ(clean.out, "no findings\n");

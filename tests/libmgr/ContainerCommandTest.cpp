@@ -32,10 +32,9 @@ std::map<std::string, std::string> Catalogue(const ScratchFolder& scratch, const
     for (const nlohmann::json& part : nlohmann::json::parse(listed.out)) {
         const std::string location = part["location"];
         EXPECT_EQ(location.rfind(root + "/", 0), 0U) << location;
-        parts[location.substr(root.size() + 1)] = part["name"].get<std::string>() + " " +
-                                                   part["type"].get<std::string>() + " " +
-                                                   part["mainGuid"].get<std::string>() + " " +
-                                                   part["revisionGuid"].get<std::string>();
+        parts[location.substr(root.size() + 1)] =
+            part["name"].get<std::string>() + " " + part["type"].get<std::string>() + " " +
+            part["mainGuid"].get<std::string>() + " " + part["revisionGuid"].get<std::string>();
     }
     return parts;
 }
@@ -46,8 +45,10 @@ std::map<std::string, std::string> FilesWithTimes(const fs::path& root) {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         if (!entry.is_regular_file())
             continue;
-        const auto seconds = std::chrono::floor<std::chrono::seconds>(entry.last_write_time()).time_since_epoch().count();
-        files[fs::relative(entry.path(), root).string()] = std::to_string(seconds) + " " + ReadAll(entry.path());
+        const auto seconds =
+            std::chrono::floor<std::chrono::seconds>(entry.last_write_time()).time_since_epoch().count();
+        files[fs::relative(entry.path(), root).string()] =
+            std::to_string(seconds) + " " + ReadAll(entry.path());
     }
     return files;
 }
@@ -57,7 +58,8 @@ void ExpectRoundTrip(const ScratchFolder& scratch, const fs::path& library, bool
     const std::string name = library.filename().string();
     const fs::path container = scratch.Path() / (name + (compress ? "-z" : "") + ".lcf");
     const fs::path unpacked = scratch.Path() / (name + (compress ? "-z" : "") + "-unpacked");
-    const std::map<std::string, std::string> catalogue = Catalogue(scratch, library.string(), library.string());
+    const std::map<std::string, std::string> catalogue =
+        Catalogue(scratch, library.string(), library.string());
     ASSERT_FALSE(catalogue.empty());
 
     std::vector<std::string> pack = {"pack", library.string(), "-o", container.string(), "--json"};
@@ -87,7 +89,8 @@ void ExpectRoundTrip(const ScratchFolder& scratch, const fs::path& library, bool
 TEST(ContainerCommand, PackThenUnpackGivesBackEveryPartOfTheCatalogue) {
     ScratchFolder scratch;
     const fs::path generated = scratch.Path() / "Generated";
-    const ToolRun gen = RunLibmgr(scratch, {"gen", generated.string(), "--parts", "2000", "--seed", "5", "-q"});
+    const ToolRun gen =
+        RunLibmgr(scratch, {"gen", generated.string(), "--parts", "2000", "--seed", "5", "-q"});
     ASSERT_EQ(gen.exitCode, 0) << gen.err;
     for (const fs::path& library : {fs::path(LM_SAMPLE_LIBRARY_DIR), generated}) {
         ExpectRoundTrip(scratch, library, false);
@@ -98,17 +101,19 @@ TEST(ContainerCommand, PackThenUnpackGivesBackEveryPartOfTheCatalogue) {
 TEST(ContainerCommand, OnlyPacksTheMatchingParts) {
     ScratchFolder scratch;
     const fs::path container = scratch.Path() / "pictures.lcf";
-    const ToolRun packed = RunLibmgr(
-        scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container.string(), "--only", "Pictures/*", "--no-top-folder"});
+    const ToolRun packed = RunLibmgr(scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container.string(),
+                                               "--only", "Pictures/*", "--no-top-folder"});
     ASSERT_EQ(packed.exitCode, 0) << packed.err;
-    const ToolRun unpack = RunLibmgr(scratch, {"unpack", container.string(), "-o", (scratch.Path() / "out").string()});
+    const ToolRun unpack =
+        RunLibmgr(scratch, {"unpack", container.string(), "-o", (scratch.Path() / "out").string()});
     ASSERT_EQ(unpack.exitCode, 0) << unpack.err;
     // Without the top folder the container's contents stand directly in the destination.
     std::set<std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(scratch.Path() / "out"))
         if (entry.is_regular_file())
             files.insert(fs::relative(entry.path(), scratch.Path() / "out").string());
-    EXPECT_EQ(files, (std::set<std::string>{"Pictures/Fabric.png", "Pictures/Glass Tint.png", "Pictures/Wood Grain.png"}));
+    EXPECT_EQ(files, (std::set<std::string>{"Pictures/Fabric.png", "Pictures/Glass Tint.png",
+                                            "Pictures/Wood Grain.png"}));
 
     const ToolRun none = RunLibmgr(
         scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container.string(), "--only", "nothing-like-this"});
@@ -120,7 +125,8 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
     ScratchFolder scratch;
     const std::string container = (scratch.Path() / "lib.lcf").string();
     const std::string out = (scratch.Path() / "out").string();
-    const auto expectRefusal = [&](const std::vector<std::string>& arguments, int exitCode, const std::string& err) {
+    const auto expectRefusal = [&](const std::vector<std::string>& arguments, int exitCode,
+                                   const std::string& err) {
         const ToolRun run = RunLibmgr(scratch, arguments);
         EXPECT_EQ(run.exitCode, exitCode) << arguments[0] << ": " << run.err;
         EXPECT_EQ(run.err, err);
@@ -133,7 +139,8 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
     expectRefusal({"unpack", container, "-o", out}, 1, "libmgr unpack: " + container + ": no such file\n");
 
     scratch.Write("lib.lcf", "not a container at all");
-    expectRefusal({"unpack", container, "-o", out}, 1, "libmgr unpack: " + container + ": not a container file\n");
+    expectRefusal({"unpack", container, "-o", out}, 1,
+                  "libmgr unpack: " + container + ": not a container file\n");
 
     ASSERT_EQ(RunLibmgr(scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container, "-q"}).exitCode, 0);
     scratch.Write("out/kept.txt", "mine");
@@ -153,17 +160,21 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
 
 TEST(ContainerCommand, CheckReadsEveryEntryOfAContainerAndSaysWhatFails) {
     ScratchFolder scratch;
-    testsupport::LcfNode broken = testsupport::LcfNode::File("broken.txt", "these bytes are no compressed stream");
+    testsupport::LcfNode broken =
+        testsupport::LcfNode::File("broken.txt", "these bytes are no compressed stream");
     broken.flags = 2 | 1; // says compressed
     const testsupport::LcfNode good = testsupport::LcfNode::File("good.txt", "readable", true);
-    scratch.Write("shipped.lcf", testsupport::LcfBytes().Build({testsupport::LcfNode::Folder("Lib", {broken, good})}));
-    const ToolRun checked = RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "shipped.lcf").string()});
+    scratch.Write("shipped.lcf",
+                  testsupport::LcfBytes().Build({testsupport::LcfNode::Folder("Lib", {broken, good})}));
+    const ToolRun checked =
+        RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "shipped.lcf").string()});
     EXPECT_EQ(checked.exitCode, 1) << checked.err;
     EXPECT_EQ(checked.out.rfind("unreadable  shipped.lcf/Lib/broken.txt: ", 0), 0U) << checked.out;
     EXPECT_EQ(std::count(checked.out.begin(), checked.out.end(), '\n'), 1) << checked.out;
 
     scratch.Write("clean.lcf", testsupport::LcfBytes().Build({testsupport::LcfNode::Folder("Lib", {good})}));
-    const ToolRun clean = RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "clean.lcf").string()});
+    const ToolRun clean =
+        RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "clean.lcf").string()});
     EXPECT_EQ(clean.exitCode, 0) << clean.err;
     EXPECT_EQ(clean.out, "no findings\n");
 }

@@ -33,8 +33,9 @@ TEST(QueryCommands, FindShowsWhichStageAnswered) {
     const ToolRun exact = find({"--guid", DiningChair});
     ASSERT_EQ(exact.exitCode, 0) << exact.err;
     // The stage, then the columns of list.
-    EXPECT_EQ(exact.out, "exact id\tDining Chair\tDining Chair.klm\tpart\t535F2002-B9F7-489E-8689-C846B6B81EC6\t"
-                         "857CE06B-F9A2-4BE1-B55C-CA5DB3C7B88E\tvalid\tlibrary/Objects/Furniture/Chairs\n");
+    EXPECT_EQ(exact.out,
+              "exact id\tDining Chair\tDining Chair.klm\tpart\t535F2002-B9F7-489E-8689-C846B6B81EC6\t"
+              "857CE06B-F9A2-4BE1-B55C-CA5DB3C7B88E\tvalid\tlibrary/Objects/Furniture/Chairs\n");
     // A main guid with two revisions present: the second one found, and said to be ambiguous.
     const ToolRun lamp = find({"--guid", "{" + LampMain + "}"});
     ASSERT_EQ(lamp.exitCode, 0) << lamp.err;

@@ -33,7 +33,8 @@ TEST(Trust, DamagedPartFilesAreCountedListedAndAnnounced) {
 
     const ToolRun summary = RunLibmgr(scratch, {"enumerate", "--no-cache", library});
     EXPECT_EQ(summary.exitCode, 0);
-    EXPECT_NE(summary.out.find("parts       4 (1 valid, 0 dummy, 3 damaged)\n"), std::string::npos) << summary.out;
+    EXPECT_NE(summary.out.find("parts       4 (1 valid, 0 dummy, 3 damaged)\n"), std::string::npos)
+        << summary.out;
     EXPECT_EQ(summary.err, "libmgr enumerate: 3 part files could not be read; 'libmgr check' names them\n");
     // The same from the library cache: a second start says the same.
     const ToolRun replayed = RunLibmgr(scratch, {"enumerate", "--json", library});
@@ -99,8 +100,8 @@ TEST(Trust, NothingIsOverwrittenByMistake) {
 
     // "-" is standard input and output: a description through a pipe comes back as equivalent XML.
     const std::string piped = (scratch.Path() / "piped.xml").string();
-    ASSERT_EQ(std::system(("'" LM_LIBMGR_PATH "' part build - -o - < '" + source + "' | '" LM_LIBMGR_PATH
-                           "' part dump - > '" + piped + "'")
+    ASSERT_EQ(std::system(("'" LM_LIBMGR_PATH "' part build - -o - < '" + source +
+                           "' | '" LM_LIBMGR_PATH "' part dump - > '" + piped + "'")
                               .c_str()),
               0);
     const std::string direct = (scratch.Path() / "Lamp.klm").string();
@@ -123,8 +124,11 @@ TEST(Trust, AnInterruptedGenTakesAwayWhatItWroteAndForceWritesIntoAFullFolder) {
     // Interrupted once its first folder stands.
     scratch.Write("interrupt.sh", "'" LM_LIBMGR_PATH "' gen '" + library +
                                       "' --parts 20000 -q 2>/dev/null & pid=$!\n"
-                                      "while [ ! -d '" + library + "/Templates' ]; do sleep 0.01; done\n"
-                                      "kill -INT $pid\nwait $pid\necho $? > '" + rc + "'\n");
+                                      "while [ ! -d '" +
+                                      library +
+                                      "/Templates' ]; do sleep 0.01; done\n"
+                                      "kill -INT $pid\nwait $pid\necho $? > '" +
+                                      rc + "'\n");
     ASSERT_EQ(std::system(("bash '" + (scratch.Path() / "interrupt.sh").string() + "'").c_str()), 0);
     EXPECT_EQ(testsupport::ReadAll(rc), "1\n");
     EXPECT_FALSE(std::filesystem::exists(library));
@@ -150,13 +154,14 @@ TEST(Trust, ListMatchesNamesByPatternAndRefusesUnknownTypes) {
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{"Casement Window", "Fixed Window", "Window", "Window Sash"}));
     // File names match too.
-    EXPECT_EQ(RunLibmgr(scratch, {"list", "-q", "--match", "glass tint.p?g", LM_SAMPLE_LIBRARY_DIR}).out.substr(0, 11),
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "-q", "--match", "glass tint.p?g", LM_SAMPLE_LIBRARY_DIR})
+                  .out.substr(0, 11),
               "Glass Tint\t");
 
     const ToolRun unknown = RunLibmgr(scratch, {"list", "-q", "--type", "chairs", LM_SAMPLE_LIBRARY_DIR});
     EXPECT_EQ(unknown.exitCode, 2);
-    EXPECT_EQ(unknown.err,
-              "libmgr list: 'chairs' is no type; the types are part, script, image, text, xml, package and other\n");
+    EXPECT_EQ(unknown.err, "libmgr list: 'chairs' is no type; the types are part, script, image, text, xml, "
+                           "package and other\n");
 }
 
 } // namespace
@@ -176,18 +181,23 @@ TEST(Trust, OneStyleForGuidsFilesAndFoldersAndAmbiguityNamed) {
     // A part at the library's root lies in the folder named by the library; guids never in braces.
     const ToolRun list = RunLibmgr(scratch, {"list", "-q", "--no-cache", library});
     EXPECT_NE(list.out.find("\tvalid\tlib\n"), std::string::npos) << list.out;
-    const ToolRun show = RunLibmgr(scratch, {"show", "-q", library, (scratch.Path() / "lib/Lamp.klm").string()});
+    const ToolRun show =
+        RunLibmgr(scratch, {"show", "-q", library, (scratch.Path() / "lib/Lamp.klm").string()});
     EXPECT_NE(show.out.find("file          Lamp.klm\nfolder        lib\n"), std::string::npos) << show.out;
-    EXPECT_NE(show.out.find("id            B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6 CDE055B6-C1E6-4246-8CA2-43377202AED9\n"),
-              std::string::npos)
+    EXPECT_NE(
+        show.out.find(
+            "id            B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6 CDE055B6-C1E6-4246-8CA2-43377202AED9\n"),
+        std::string::npos)
         << show.out;
     EXPECT_EQ(show.out.find('{'), std::string::npos) << show.out;
     // The other part of that name is named.
-    EXPECT_NE(show.out.find("same name     lib/Old/Lamp.klm (give a file or an id to choose)\n"), std::string::npos)
+    EXPECT_NE(show.out.find("same name     lib/Old/Lamp.klm (give a file or an id to choose)\n"),
+              std::string::npos)
         << show.out;
 
     // A main guid with two revisions: the one handed out, then the other.
-    const ToolRun find = RunLibmgr(scratch, {"find", "-q", library, "--guid", "B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6"});
+    const ToolRun find =
+        RunLibmgr(scratch, {"find", "-q", library, "--guid", "B49FE4DD-0D26-41EF-B411-6BB4F69CEAF6"});
     ASSERT_EQ(find.exitCode, 0) << find.err;
     std::istringstream lines(find.out);
     std::string first, second, third;
@@ -253,7 +263,8 @@ TEST(Trust, WhatAWalkPassesOverIsSaidAndStrictFailsOnIt) {
     scratch.Write("clean/readme.txt", "words");
     EXPECT_EQ(RunLibmgr(scratch, {"list", "--strict", (scratch.Path() / "clean").string()}).exitCode, 0);
     WriteNoise(scratch, "clean/noise.klm", 7);
-    EXPECT_EQ(RunLibmgr(scratch, {"list", "--strict", "-q", (scratch.Path() / "clean").string()}).exitCode, 1);
+    EXPECT_EQ(RunLibmgr(scratch, {"list", "--strict", "-q", (scratch.Path() / "clean").string()}).exitCode,
+              1);
 }
 
 TEST(Trust, AFolderThatCannotBeReadIsSaidForAUserWithoutRights) {
@@ -266,13 +277,15 @@ TEST(Trust, AFolderThatCannotBeReadIsSaidForAUserWithoutRights) {
         // Root reads every folder: the tool runs as nobody.
         if (std::system("command -v setpriv >/dev/null") != 0)
             GTEST_SKIP() << "running as root without setpriv";
-        std::filesystem::permissions(scratch.Path(), std::filesystem::perms::others_exec, std::filesystem::perm_options::add);
+        std::filesystem::permissions(scratch.Path(), std::filesystem::perms::others_exec,
+                                     std::filesystem::perm_options::add);
         prefix = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
     }
     const std::filesystem::path err = scratch.Path() / "err.txt";
-    const int status = std::system((prefix + "'" LM_LIBMGR_PATH "' list -v --strict --no-cache '" +
-                                    (scratch.Path() / "lib").string() + "' >/dev/null 2>'" + err.string() + "'")
-                                       .c_str());
+    const int status =
+        std::system((prefix + "'" LM_LIBMGR_PATH "' list -v --strict --no-cache '" +
+                     (scratch.Path() / "lib").string() + "' >/dev/null 2>'" + err.string() + "'")
+                        .c_str());
     std::filesystem::permissions(scratch.Path() / "lib/Secret", std::filesystem::perms::owner_all);
     EXPECT_EQ(WEXITSTATUS(status), 1);
     EXPECT_EQ(testsupport::ReadAll(err), "libmgr list: passed over (unreadable folder): lib/Secret\n"

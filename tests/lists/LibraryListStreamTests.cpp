@@ -10,12 +10,13 @@ using testsupport::CatalogueTest;
 
 // Every stored field of an item, as one line.
 std::string Fields(const LM::LibraryItem& item) {
-    return std::to_string(item.GetType()) + "|" + item.GetName().ToUTF8() + "|" + item.GetLocation().ToString() +
-           "|" + item.GetUrl().ToUTF8() + "|" + (item.IsVital() ? "vital" : "-") + "|" +
-           (item.IsMissing() ? "missing" : "-") + "|" + item.GetHostName().ToUTF8() + ":" +
-           std::to_string(item.GetPort()) + "|" + item.GetRelLocation().ToString() + "|" +
-           item.GetSourceLocation().ToUTF8() + "|" + item.GetGuid().ToString() + "|" + item.GetLangCode().ToUTF8() +
-           "|" + (item.GetCollapseLongBranches() ? "collapse" : "-") + "|" + item.GetTWServerUrl().ToUTF8();
+    return std::to_string(item.GetType()) + "|" + item.GetName().ToUTF8() + "|" +
+           item.GetLocation().ToString() + "|" + item.GetUrl().ToUTF8() + "|" +
+           (item.IsVital() ? "vital" : "-") + "|" + (item.IsMissing() ? "missing" : "-") + "|" +
+           item.GetHostName().ToUTF8() + ":" + std::to_string(item.GetPort()) + "|" +
+           item.GetRelLocation().ToString() + "|" + item.GetSourceLocation().ToUTF8() + "|" +
+           item.GetGuid().ToString() + "|" + item.GetLangCode().ToUTF8() + "|" +
+           (item.GetCollapseLongBranches() ? "collapse" : "-") + "|" + item.GetTWServerUrl().ToUTF8();
 }
 
 std::vector<std::string> Fields(const LM::LibraryList& list) {
@@ -42,7 +43,8 @@ LM::LibraryItem FullItem() {
     return item;
 }
 
-std::vector<char> Written(const std::function<int(KL::OChannel&)>& write, KL::PlatformSign order = KL::LittleEndianSign) {
+std::vector<char> Written(const std::function<int(KL::OChannel&)>& write,
+                          KL::PlatformSign order = KL::LittleEndianSign) {
     KL::MemoryOChannel stream(order);
     EXPECT_EQ(write(stream), 0);
     return stream.TakeData();
@@ -57,11 +59,13 @@ TEST(LibraryItemStream, EachMinorVersionKeepsItsFieldsAndLeavesLaterOnesAtTheirD
         {2, common + "host:8080|Shared/Office|/source/Office|" + KL::NULLGuid.ToString() + "||-|"},
         {3, common + "host:8080|Shared/Office|/source/Office|" + item.GetGuid().ToString() + "|de|collapse|"},
         {4, common + "host:8080|Shared/Office|/source/Office|" + item.GetGuid().ToString() + "|de|collapse|"},
-        {5, common + "host:8080|Shared/Office|/source/Office|" + item.GetGuid().ToString() + "|de|collapse|tw://server"},
+        {5, common + "host:8080|Shared/Office|/source/Office|" + item.GetGuid().ToString() +
+                "|de|collapse|tw://server"},
     };
     for (const auto& [minor, fields] : expected) {
-        const std::vector<char> bytes =
-            Written([&](KL::OChannel& out) { return item.WriteAtVersion(out, {1, minor}); });
+        const std::vector<char> bytes = Written([&](KL::OChannel& out) {
+            return item.WriteAtVersion(out, {1, minor});
+        });
         KL::MemoryIChannel in(bytes.data(), bytes.size());
         LM::LibraryItem read;
         ASSERT_EQ(read.Read(in), 0) << "1." << minor;
@@ -69,8 +73,9 @@ TEST(LibraryItemStream, EachMinorVersionKeepsItsFieldsAndLeavesLaterOnesAtTheirD
         EXPECT_EQ(in.GetAvailable(), 0U);
     }
     // The current version is 1.5.
-    EXPECT_EQ(Written([&](KL::OChannel& out) { return item.Write(out); }),
-              Written([&](KL::OChannel& out) { return item.WriteAtVersion(out, {1, 5}); }));
+    EXPECT_EQ(Written([&](KL::OChannel& out) { return item.Write(out); }), Written([&](KL::OChannel& out) {
+                  return item.WriteAtVersion(out, {1, 5});
+              }));
 }
 
 class LibraryListStream : public CatalogueTest {
@@ -93,7 +98,8 @@ TEST_F(LibraryListStream, TheCurrentStreamReadsBackEveryStoredItem) {
     const std::vector<char> bytes = Written([&](KL::OChannel& out) { return list.Write(out, true); });
     KL::MemoryIChannel in(bytes.data(), bytes.size());
     LM::LibraryList read;
-    read.AddLibrary(IO::Location("/stale"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(), false);
+    read.AddLibrary(IO::Location("/stale"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(),
+                    false);
     ASSERT_EQ(read.Read(in), 0);
     // Embedded libraries are never stored; what was in the list before is gone.
     std::vector<std::string> expected = Fields(list);
@@ -101,7 +107,8 @@ TEST_F(LibraryListStream, TheCurrentStreamReadsBackEveryStoredItem) {
     EXPECT_EQ(Fields(read), expected);
 
     // Without built-in libraries the count is one lower.
-    const std::vector<char> withoutBuiltIn = Written([&](KL::OChannel& out) { return list.Write(out, false); });
+    const std::vector<char> withoutBuiltIn =
+        Written([&](KL::OChannel& out) { return list.Write(out, false); });
     KL::MemoryIChannel in2(withoutBuiltIn.data(), withoutBuiltIn.size());
     ASSERT_EQ(read.Read(in2), 0);
     EXPECT_EQ(read.GetLibraryNum(LM::AllLibraryModes), 4);
@@ -110,21 +117,24 @@ TEST_F(LibraryListStream, TheCurrentStreamReadsBackEveryStoredItem) {
 
 TEST_F(LibraryListStream, TheOlderStreamKeepsWhatItsItemsCanHold) {
     LM::LibraryList withServer = list;
-    withServer.AddServerLibrary(IO::Location("/server/id"), IO::RelativeLocation("Team"), KL::UniString("src"),
-                                IO::Location("/mirror/Team"), 3);
-    std::vector<char> bytes =
-        Written([&](KL::OChannel& out) { return withServer.WriteAtVersion(out, true, {1, 0}); });
+    withServer.AddServerLibrary(IO::Location("/server/id"), IO::RelativeLocation("Team"),
+                                KL::UniString("src"), IO::Location("/mirror/Team"), 3);
+    std::vector<char> bytes = Written([&](KL::OChannel& out) {
+        return withServer.WriteAtVersion(out, true, {1, 0});
+    });
     // Any list tag passes; it sits behind the 24 bytes of the frame header.
     std::copy_n("ABCD", 4, bytes.begin() + KL::OutputFrame::HeaderSize);
     KL::MemoryIChannel in(bytes.data(), bytes.size());
     LM::LibraryList read;
-    read.AddLibrary(IO::Location("/kept"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(), false);
+    read.AddLibrary(IO::Location("/kept"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(),
+                    false);
     ASSERT_EQ(read.Read(in), 0);
     const std::vector<std::string> fields = Fields(read);
     ASSERT_EQ(fields.size(), 7U);
     // This form appends; a local library keeps name, place and flags only.
     EXPECT_EQ(fields[0].rfind("1|kept|/kept|", 0), 0U) << fields[0];
-    EXPECT_EQ(fields[1], "1|Office|/libraries/Office||vital|missing|:0|||" + KL::NULLGuid.ToString() + "||-|");
+    EXPECT_EQ(fields[1],
+              "1|Office|/libraries/Office||vital|missing|:0|||" + KL::NULLGuid.ToString() + "||-|");
     EXPECT_EQ(read[2].GetType(), LM::UrlLibrary);
     EXPECT_EQ(read[2].GetUrl(), KL::UniString("https://parts.example/lib/"));
     EXPECT_EQ(read[3].GetType(), LM::BuiltInLibrary);
@@ -198,9 +208,10 @@ TEST_F(LibraryListStream, OldInfoBlocksConvertInEitherByteOrder) {
         const std::vector<char> bytes = InfoBlock(order);
         KL::ScopedHandle info(KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())));
         LM::LibraryList read;
-        read.AddLibrary(IO::Location("/embedded"), LM::EmbeddedLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(),
+        read.AddLibrary(IO::Location("/embedded"), LM::EmbeddedLibrary, LM::NotVital, KL::NULLGuid,
+                        KL::UniString(), false);
+        read.AddLibrary(IO::Location("/old"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(),
                         false);
-        read.AddLibrary(IO::Location("/old"), LM::LocalLibrary, LM::NotVital, KL::NULLGuid, KL::UniString(), false);
         ASSERT_EQ(Set().GetLibraryListFromInfo(info.Get(), order, &read), 0) << order;
         std::vector<std::string> names;
         for (int i = 0; i < read.GetLibraryNum(LM::AllLibraryModes); ++i)
@@ -208,8 +219,8 @@ TEST_F(LibraryListStream, OldInfoBlocksConvertInEitherByteOrder) {
                             read[static_cast<std::size_t>(i)].GetName().ToUTF8());
         // Embedded libraries stay; a resource folder takes the name above it; a URL its last
         // segment after its last character is dropped, even when that is no slash.
-        EXPECT_EQ(names, (std::vector<std::string>{"5 embedded", "1 Office", "3 Basic", "2 shared", "2 ", "4 Door.klm",
-                                                    "6 window"}))
+        EXPECT_EQ(names, (std::vector<std::string>{"5 embedded", "1 Office", "3 Basic", "2 shared", "2 ",
+                                                   "4 Door.klm", "6 window"}))
             << order;
         EXPECT_TRUE(read[1].IsVital());
 
@@ -221,11 +232,13 @@ TEST_F(LibraryListStream, OldInfoBlocksConvertInEitherByteOrder) {
     // Too short, or another magic: refused, and the list holds only what stays.
     KL::ScopedHandle shortInfo(KL::BMNewHandleFrom("L20", 3));
     LM::LibraryList read;
-    EXPECT_EQ(Set().GetLibraryListFromInfo(shortInfo.Get(), KL::LittleEndianSign, &read), LM::LibPartFileError);
+    EXPECT_EQ(Set().GetLibraryListFromInfo(shortInfo.Get(), KL::LittleEndianSign, &read),
+              LM::LibPartFileError);
     const std::vector<char> little = InfoBlock(KL::LittleEndianSign);
     KL::ScopedHandle wrongOrder(KL::BMNewHandleFrom(little.data(), static_cast<std::int64_t>(little.size())));
     char** converted = nullptr;
-    EXPECT_EQ(Set().ConvertInfoToCurrent(wrongOrder.Get(), &converted, KL::BigEndianSign), LM::LibPartFileError);
+    EXPECT_EQ(Set().ConvertInfoToCurrent(wrongOrder.Get(), &converted, KL::BigEndianSign),
+              LM::LibPartFileError);
     EXPECT_EQ(converted, nullptr);
     // Cut anywhere after its magic, a block gives what it holds, and 0.
     for (std::size_t size = 4; size < little.size(); size += 3) {

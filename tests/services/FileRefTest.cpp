@@ -9,12 +9,14 @@ namespace {
 using testsupport::CatalogueTest;
 using testsupport::TestId;
 
-std::function<void(LPF::SymbolFile&)> WithScripts(std::vector<std::pair<LPF::SectionTag, std::u16string>> scripts) {
+std::function<void(LPF::SymbolFile&)>
+WithScripts(std::vector<std::pair<LPF::SectionTag, std::u16string>> scripts) {
     return [scripts](LPF::SymbolFile& file) {
         for (const auto& [tag, text] : scripts) {
-            ASSERT_EQ(file.SetSectionDataRef(tag, 0,
-                                             KL::BMNewHandleFrom(text.data(), static_cast<std::int64_t>(text.size() * 2)),
-                                             true, -1),
+            ASSERT_EQ(file.SetSectionDataRef(
+                          tag, 0,
+                          KL::BMNewHandleFrom(text.data(), static_cast<std::int64_t>(text.size() * 2)), true,
+                          -1),
                       0);
         }
     };
@@ -167,12 +169,13 @@ TEST_F(FileReference, PicturesComeWithoutTheirNames) {
     const std::string bytes = std::string("Glass.png") + '\0' + "PIXELS";
     SavePart("Lib/Objects/Window.klm", TestId(5), "Window", {TestId(1)}, false, [](LPF::SymbolFile& file) {
         const char onlyName[] = "Only.png";
-        file.SetSectionDataRef(LPF::Tags::Preview, 0, KL::BMNewHandleFrom(onlyName, sizeof onlyName), true, -1);
+        file.SetSectionDataRef(LPF::Tags::Preview, 0, KL::BMNewHandleFrom(onlyName, sizeof onlyName), true,
+                               -1);
     });
     LPF::SymbolFile window(scratch.Location("Lib/Objects/Window.klm"));
-    ASSERT_EQ(window.SetSectionDataRef(LPF::Tags::Picture, 1,
-                                       KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())),
-                                       true, -1),
+    ASSERT_EQ(window.SetSectionDataRef(
+                  LPF::Tags::Picture, 1,
+                  KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())), true, -1),
               0);
     ASSERT_EQ(window.Save(scratch.Location("Lib/Objects/Window.klm")), 0);
     EXPECT_EQ(Set().Enumerate(process), 0);
@@ -191,8 +194,8 @@ TEST_F(FileReference, PicturesComeWithoutTheirNames) {
     BMKillHandle(&data);
     // The whole file, for a negative index.
     ASSERT_EQ(ref.GetImageDataFromFile(-1, &data, nullptr), 0);
-    EXPECT_EQ(BMGetHandleSize(data),
-              static_cast<std::int64_t>(std::filesystem::file_size(scratch.Path() / "Lib/Objects/Window.klm")));
+    EXPECT_EQ(BMGetHandleSize(data), static_cast<std::int64_t>(std::filesystem::file_size(
+                                         scratch.Path() / "Lib/Objects/Window.klm")));
     BMKillHandle(&data);
 }
 

@@ -33,7 +33,8 @@ std::function<void(LPF::SymbolFile&)> ReplacingOld(const KL::Guid& oldMain) {
     return [oldMain](LPF::SymbolFile& file) {
         MigrationTable table;
         table.Add(oldMain, {2, true});
-        testsupport::SetStreamSection(file, LPF::Tags::MigrationTable, [&](KL::OChannel& out) { return table.Write(out); });
+        testsupport::SetStreamSection(file, LPF::Tags::MigrationTable,
+                                      [&](KL::OChannel& out) { return table.Write(out); });
     };
 }
 
@@ -45,15 +46,17 @@ protected:
         SavePart("Lib/Macros/Post.klm", TestId(11), "Rails:Post", {TestId(1)});
         SavePart("Lib/Macros/Table Leg.klm", TestId(12), "Table Leg", {TestId(1)});
         // Sash 2 replaces Sash, which no library holds any more.
-        SavePart("Lib/Macros/Sash 2.klm", TestId(14), "Sash 2", {TestId(1)}, false, ReplacingOld(TestId(13).mainGuid));
+        SavePart("Lib/Macros/Sash 2.klm", TestId(14), "Sash 2", {TestId(1)}, false,
+                 ReplacingOld(TestId(13).mainGuid));
         SavePart("Lib/Macros/Broken.klm", TestId(15), "Broken", {TestId(1)});
         SavePart("Lib/Objects/Chair.klm", TestId(20), "Chair", {TestId(1)}, false,
                  Calling({{"Leg", TestId(10)}, {"Broken", TestId(15)}, {"Sash", TestId(13)}}));
         // Saved by an old version: its calls may take the compatible road.
-        SavePart("Lib/Objects/Old Chair.klm", TestId(21), "Old Chair", {TestId(1)}, false, [](LPF::SymbolFile& file) {
-            file.SetOriginalVersion(23);
-            Calling({{"Sash", TestId(13)}})(file);
-        });
+        SavePart("Lib/Objects/Old Chair.klm", TestId(21), "Old Chair", {TestId(1)}, false,
+                 [](LPF::SymbolFile& file) {
+                     file.SetOriginalVersion(23);
+                     Calling({{"Sash", TestId(13)}})(file);
+                 });
         // A part file outside every library, which knows Table Leg by an older name.
         loose = SavePart("Outside/Loose.klm", TestId(30), "Loose", {TestId(1)}, false,
                          Calling({{"Leg Old", TestId(12)}}));
@@ -65,12 +68,13 @@ protected:
     const LM::LibPart* Part(const char* name) { return Set().SearchLibPartDocuName(KL::UniString(name)); }
 
     // The name of the part a call resolves to, "" for none; `*missing` as the engine sees it.
-    std::string Resolve(const char* name, const FileRef* caller, short* missing = nullptr, bool silent = false) {
+    std::string Resolve(const char* name, const FileRef* caller, short* missing = nullptr,
+                        bool silent = false) {
         short localMissing = 0;
         KL::UnID found;
-        QDL::IFileRef* ref = services->Macro2File(KL::UniString(name), caller, nullptr,
-                                                  missing != nullptr ? missing : &localMissing, QDL_3DScript,
-                                                  &found, silent);
+        QDL::IFileRef* ref =
+            services->Macro2File(KL::UniString(name), caller, nullptr,
+                                 missing != nullptr ? missing : &localMissing, QDL_3DScript, &found, silent);
         if (ref == nullptr)
             return found.IsNull() ? "" : "(an id without a reference)";
         const LM::LibPart* part = nullptr;
@@ -106,7 +110,8 @@ TEST_F(MacroRoad, ACallResolvesFromTheCallerOutward) {
     const LM::LibPart* part = Part("Leg");
     bool missing = true;
     KL::UnID id = TestId(99);
-    EXPECT_TRUE(services->GetMacroFile(KL::UniString("loose.KLM"), loose, nullptr, &where, &part, &missing, &id, false));
+    EXPECT_TRUE(services->GetMacroFile(KL::UniString("loose.KLM"), loose, nullptr, &where, &part, &missing,
+                                       &id, false));
     EXPECT_EQ(where, loose);
     EXPECT_EQ(part, nullptr);
     EXPECT_TRUE(id.IsNull());
@@ -204,8 +209,7 @@ TEST_F(MacroRoad, NamesFindPartsAndPictures) {
 class SampleEngine : public CatalogueTest {
 protected:
     SampleEngine() {
-        EXPECT_EQ(AddSampleLibrary(),
-                  0);
+        EXPECT_EQ(AddSampleLibrary(), 0);
         EXPECT_EQ(Set().Enumerate(process), 0);
         services = manager.GetFileServices();
         for (int i = 0; i < Set().GetLibPartNumber(); ++i) {

@@ -35,13 +35,15 @@ public:
 };
 
 // Sets a section of a part file to the stream that `write` makes.
-inline void SetStreamSection(LPF::SymbolFile& file, LPF::SectionTag tag, const std::function<int(KL::OChannel&)>& write) {
+inline void SetStreamSection(LPF::SymbolFile& file, LPF::SectionTag tag,
+                             const std::function<int(KL::OChannel&)>& write) {
     KL::MemoryOChannel stream(KL::HostPlatformSign);
     ASSERT_EQ(write(stream), 0);
     const std::vector<char>& bytes = stream.GetData();
-    ASSERT_EQ(file.SetSectionDataRef(tag, 0, KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())),
-                                     true, -1),
-              0);
+    ASSERT_EQ(
+        file.SetSectionDataRef(
+            tag, 0, KL::BMNewHandleFrom(bytes.data(), static_cast<std::int64_t>(bytes.size())), true, -1),
+        0);
 }
 
 class CatalogueTest : public ::testing::Test {
@@ -76,8 +78,8 @@ protected:
 #ifdef LM_SAMPLE_LIBRARY_DIR
     // The bundled sample library, built from its sources.
     int AddSampleLibrary() {
-        return Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary, LM::NotVital,
-                                      KL::NULLGuid, KL::UniString(), false);
+        return Set().AddActiveLibrary(process, IO::Location(LM_SAMPLE_LIBRARY_DIR), LM::LocalLibrary,
+                                      LM::NotVital, KL::NULLGuid, KL::UniString(), false);
     }
 #endif
 
@@ -113,7 +115,9 @@ protected:
         return lines;
     }
 
-    const LM::DefLibraryErrorHandler& Reports() { return *manager.GetLibraryErrorHandler(); }
+    const LM::DefLibraryErrorHandler& Reports() {
+        return *manager.GetLibraryErrorHandler();
+    }
 
     ScratchFolder scratch;
     LM::LibrarySetSingletonLP manager;

@@ -289,8 +289,7 @@ TEST_F(LibraryWalk, LongPathsAreMeasuredByNamesAndSeparators) {
 TEST_F(LibraryWalk, TheSampleLibraryBecomesACatalogue) {
     AddLibrary("unused");
     ASSERT_EQ(Set().ResetActiveLibraries(), 0);
-    ASSERT_EQ(AddSampleLibrary(),
-              0);
+    ASSERT_EQ(AddSampleLibrary(), 0);
     ASSERT_EQ(Set().Enumerate(process), 0);
     int symbols = 0;
     int others = 0;

@@ -50,15 +50,16 @@ public:
     void FillValid(const IO::Location& location, const KL::Guid& guid, int folderIndex,
                    const FTM::GeneralID& fileType, std::uint32_t flags);
     void Reload();
-    void FillDummy(const KL::UniString& name, const KL::UnID& unId, int folderIndex, const FTM::GeneralID& fileType,
-                   std::uint32_t flags);
+    void FillDummy(const KL::UniString& name, const KL::UnID& unId, int folderIndex,
+                   const FTM::GeneralID& fileType, std::uint32_t flags);
     void Swap(LibPart* other);
     // Hands every field to an empty `target` and leaves this slot as a deleted hole.
     void MoveAssignment(LibPart* target);
 
     // The cache record. `ancestryHandle` receives the stored "ANCS" bytes of a symbol, or null; the
     // caller owns them.
-    int Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandle, MigrationTableObject* migration);
+    int Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandle,
+             MigrationTableObject* migration);
     int Write(KL::OChannel& channel, int folderOffset) const;
     int WriteToXML(KL::XMLOChannel& channel, unsigned detail) const;
 

@@ -109,7 +109,8 @@ int LibrarySet::GetLibraryListFromInfo(char** info, KL::PlatformSign sign, Libra
     ConvertInfoToCurrent(info, copy.GetAddress(), sign);
     if (copy.Get() == nullptr)
         return LibPartFileError;
-    KL::MemoryIChannel channel(copy.GetData(), static_cast<std::uint64_t>(copy.GetSize()), KL::LittleEndianSign);
+    KL::MemoryIChannel channel(copy.GetData(), static_cast<std::uint64_t>(copy.GetSize()),
+                               KL::LittleEndianSign);
     if (!HasOldPrefix(copy.GetData()) && sign != KL::LittleEndianSign)
         IO::SetPlatformIProtocol(channel, sign);
     std::int32_t magic = 0;

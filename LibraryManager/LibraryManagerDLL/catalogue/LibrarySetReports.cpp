@@ -34,13 +34,15 @@ bool IsWanted(const LibrarySet& set, const LibPart* part, const KL::UnID& type,
         if (chain.GetAncestorsCount() == 0 || chain.GetParentID().mainGuid != type.mainGuid)
             return false;
     }
-    return std::none_of(parameters.excludedFolders.begin(), parameters.excludedFolders.end(),
-                        [part](const IO::Location& folder) { return folder.IsAncestorOf(part->GetLocation()); });
+    return std::none_of(
+        parameters.excludedFolders.begin(), parameters.excludedFolders.end(),
+        [part](const IO::Location& folder) { return folder.IsAncestorOf(part->GetLocation()); });
 }
 
 } // namespace
 
-void LibrarySet::WriteToXML(KL::XMLOChannel& channel, unsigned detail, const WriteToXMLParameters& parameters) const {
+void LibrarySet::WriteToXML(KL::XMLOChannel& channel, unsigned detail,
+                            const WriteToXMLParameters& parameters) const {
     channel.StartTag("LibParts");
     const LibItemOrderByName byName;
     for (const KL::UnID& type : parameters.typeIds) {
@@ -67,8 +69,8 @@ void LibrarySet::PrintTypeHierarchy(KL::OChannel& channel) const {
         if (part == nullptr)
             continue;
         channel << i << " : " << part->GetDocumentName().ToUTF8() << " (" << part->GetLocation().ToString()
-                << "), isValid: " << (part->GetState() == LibPartStateValid) << ", modTime: "
-                << static_cast<int>(part->GetFileModTime()) << "\n";
+                << "), isValid: " << (part->GetState() == LibPartStateValid)
+                << ", modTime: " << static_cast<int>(part->GetFileModTime()) << "\n";
     }
 }
 

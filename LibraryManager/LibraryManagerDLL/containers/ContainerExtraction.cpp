@@ -115,9 +115,9 @@ void LibraryContainerExtractor::FolderExited(const FolderEntry&, const IO::Locat
     folderPathLength -= FolderNameLength(relative);
 }
 
-int LibraryContainerExtractor::ProcessFolder(KL::IChannel&, IO::File*, const FolderEntry&, const IO::Location& base,
-                                             const IO::RelativeLocation& relative, bool,
-                                             const KL::Array<InfoData*>*) {
+int LibraryContainerExtractor::ProcessFolder(KL::IChannel&, IO::File*, const FolderEntry&,
+                                             const IO::Location& base, const IO::RelativeLocation& relative,
+                                             bool, const KL::Array<InfoData*>*) {
     if (basePathLength + folderPathLength >= MaxFolderPathLength) {
         inSpecFolder = true;
         return 0;
@@ -133,8 +133,9 @@ int LibraryContainerExtractor::ProcessFile(KL::IChannel& channel, IO::File* file
                                            const KL::Array<InfoData*>*) {
     MeasureBase(base);
     const IO::Name name = LastNameOf(relative);
-    const bool overflows = inSpecFolder || basePathLength + folderPathLength + static_cast<int>(name.GetLength()) >=
-                                               MaxFilePathLength;
+    const bool overflows =
+        inSpecFolder ||
+        basePathLength + folderPathLength + static_cast<int>(name.GetLength()) >= MaxFilePathLength;
     IO::Location target = base;
     if (!overflows)
         target.Append(relative);
@@ -159,7 +160,8 @@ int LibraryContainerExtractor::ProcessFile(KL::IChannel& channel, IO::File* file
         ++droppedFileCount;
     } else {
         if (entry.macType != 0 || entry.macCreator != 0)
-            out.SetTypeInfo(static_cast<std::uint32_t>(entry.macType), static_cast<std::uint32_t>(entry.macCreator));
+            out.SetTypeInfo(static_cast<std::uint32_t>(entry.macType),
+                            static_cast<std::uint32_t>(entry.macCreator));
         out.SetCreationTime(entry.creationTime.ConvertToKLTime());
         out.SetModificationTime(entry.modificationTime.ConvertToKLTime());
         ++extractedFileCount;
@@ -214,7 +216,8 @@ int LibraryContainerExtractor::CopyContent(KL::IChannel& channel, IO::File* cont
 
 void LibraryContainerExtractor::ConvertText(IO::Location target, const FileEntry& entry) const {
     const auto convert = GetLibraryManagerCallBacks().convertExtractedFile;
-    if (platform == KL::LittleEndianSign || convert == nullptr || !IsConvertibleText(entry, LastNameOf(target)))
+    if (platform == KL::LittleEndianSign || convert == nullptr ||
+        !IsConvertibleText(entry, LastNameOf(target)))
         return;
     convert(target, platform);
 }

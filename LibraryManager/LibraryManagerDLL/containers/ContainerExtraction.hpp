@@ -24,14 +24,14 @@ namespace LM {
 // A processor that takes nothing: for walks that only read the header or check a file.
 class LM_EXPORT DummyProcessor : public ILibraryContainerProcessor {
 public:
-    int ProcessFolder(KL::IChannel&, IO::File*, const FolderEntry&, const IO::Location&, const IO::RelativeLocation&,
-                      bool, const KL::Array<InfoData*>*) override {
+    int ProcessFolder(KL::IChannel&, IO::File*, const FolderEntry&, const IO::Location&,
+                      const IO::RelativeLocation&, bool, const KL::Array<InfoData*>*) override {
         return 0;
     }
     void FolderEntered(const FolderEntry&, const IO::Location&, const IO::RelativeLocation&, bool) override {}
     void FolderExited(const FolderEntry&, const IO::Location&, const IO::RelativeLocation&, bool) override {}
-    int ProcessFile(KL::IChannel&, IO::File*, const FileEntry&, const IO::Location&, const IO::RelativeLocation&,
-                    const KL::Array<InfoData*>*) override {
+    int ProcessFile(KL::IChannel&, IO::File*, const FileEntry&, const IO::Location&,
+                    const IO::RelativeLocation&, const KL::Array<InfoData*>*) override {
         return 0;
     }
     ~DummyProcessor() override;
@@ -55,13 +55,13 @@ public:
     int Extract(KL::ProcessControl& process, KL::IChannel& channel, const IO::Location& destination,
                 bool callerFlag, bool skipTopFolder, bool flattenFolders);
 
-    int ProcessFolder(KL::IChannel& channel, IO::File* file, const FolderEntry& folder, const IO::Location& base,
-                      const IO::RelativeLocation& relative, bool subContainer,
+    int ProcessFolder(KL::IChannel& channel, IO::File* file, const FolderEntry& folder,
+                      const IO::Location& base, const IO::RelativeLocation& relative, bool subContainer,
                       const KL::Array<InfoData*>* infos) override;
-    void FolderEntered(const FolderEntry& folder, const IO::Location& base, const IO::RelativeLocation& relative,
-                       bool subContainer) override;
-    void FolderExited(const FolderEntry& folder, const IO::Location& base, const IO::RelativeLocation& relative,
-                      bool subContainer) override;
+    void FolderEntered(const FolderEntry& folder, const IO::Location& base,
+                       const IO::RelativeLocation& relative, bool subContainer) override;
+    void FolderExited(const FolderEntry& folder, const IO::Location& base,
+                      const IO::RelativeLocation& relative, bool subContainer) override;
     int ProcessFile(KL::IChannel& channel, IO::File* file, const FileEntry& entry, const IO::Location& base,
                     const IO::RelativeLocation& relative, const KL::Array<InfoData*>* infos) override;
 
@@ -94,9 +94,9 @@ private:
 // Writes the container read from `channel` below `destination`, made if missing. `callerFlag`
 // goes to the reader unread. A null platform means 0x5757. 0, -36 when some files could not be
 // made for want of permission, -7003 on failure.
-LM_EXPORT int ExtractContainer(KL::ProcessControl& process, KL::IChannel& channel, const IO::Location& destination,
-                               bool callerFlag, bool skipTopFolder, KL::PlatformSign* platform,
-                               bool flattenFolders);
+LM_EXPORT int ExtractContainer(KL::ProcessControl& process, KL::IChannel& channel,
+                               const IO::Location& destination, bool callerFlag, bool skipTopFolder,
+                               KL::PlatformSign* platform, bool flattenFolders);
 // The same from a container file; a source that cannot be opened gives 0, and nothing is made.
 LM_EXPORT int ExtractContainer(KL::ProcessControl& process, const IO::Location& source,
                                const IO::Location& destination, bool callerFlag, bool skipTopFolder,

@@ -105,13 +105,13 @@ int FolderEntry::Write(KL::OChannel& channel) const {
 }
 
 int FileEntry::Read(KL::IChannel& channel) {
-    return ReadRecord<Size>(channel, flags, recordSize, nameLength, mimeOffset, mimeLength, macType, macCreator,
-                            creationTime, modificationTime, dataLength, infoCount, dataOffset);
+    return ReadRecord<Size>(channel, flags, recordSize, nameLength, mimeOffset, mimeLength, macType,
+                            macCreator, creationTime, modificationTime, dataLength, infoCount, dataOffset);
 }
 
 int FileEntry::Write(KL::OChannel& channel) const {
-    return WriteRecord<Size>(channel, flags, recordSize, nameLength, mimeOffset, mimeLength, macType, macCreator,
-                             creationTime, modificationTime, dataLength, infoCount, dataOffset);
+    return WriteRecord<Size>(channel, flags, recordSize, nameLength, mimeOffset, mimeLength, macType,
+                             macCreator, creationTime, modificationTime, dataLength, infoCount, dataOffset);
 }
 
 InfoData::InfoData(std::uint32_t type, std::uint32_t size, const char* bytes) : type(type), size(size) {

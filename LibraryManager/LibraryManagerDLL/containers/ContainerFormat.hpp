@@ -27,7 +27,8 @@ namespace LM {
 constexpr std::uint32_t ContainerTag(const char (&text)[5]) {
     return (std::uint32_t{static_cast<unsigned char>(text[0])} << 24) |
            (std::uint32_t{static_cast<unsigned char>(text[1])} << 16) |
-           (std::uint32_t{static_cast<unsigned char>(text[2])} << 8) | std::uint32_t{static_cast<unsigned char>(text[3])};
+           (std::uint32_t{static_cast<unsigned char>(text[2])} << 8) |
+           std::uint32_t{static_cast<unsigned char>(text[3])};
 }
 
 inline constexpr std::uint32_t ContainerMagic = ContainerTag("KLCF");

@@ -20,7 +20,8 @@ int OpenSource(IO::File& source, SourceFacts* facts) {
     return source.GetDataLength(&facts->dataLength);
 }
 
-ContentCompressor::ContentCompressor(std::vector<IO::Location> sourceList, const IO::ZipOChannelOptions& zipOptions)
+ContentCompressor::ContentCompressor(std::vector<IO::Location> sourceList,
+                                     const IO::ZipOChannelOptions& zipOptions)
     : sources(std::move(sourceList)), options(zipOptions), slots(sources.size()) {
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
     const std::size_t count = std::min<std::size_t>({cores, 8, sources.size()});

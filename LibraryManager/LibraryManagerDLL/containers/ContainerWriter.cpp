@@ -35,7 +35,8 @@ constexpr std::int32_t FolderFlags = 2;
 constexpr std::uint32_t CancelPollMask = 0xF;
 constexpr std::uint64_t MaxContainerSize = std::numeric_limits<std::uint32_t>::max();
 
-static_assert(sizeof(ContainerHeader) == ContainerHeader::Size, "EMBH carries the header as it lies in memory");
+static_assert(sizeof(ContainerHeader) == ContainerHeader::Size,
+              "EMBH carries the header as it lies in memory");
 
 bool IsSelected(const KL::HashTable<const LibPart*, bool>* selection, const LibPart* part) {
     if (selection == nullptr)
@@ -99,7 +100,8 @@ FTM::TypeID RecordType(const ContainerFileRecord& record) {
     if (!id.IsGroup())
         return FTM::TypeID(id.GetValue());
     const FTM::GroupID group(id.GetValue());
-    return id == GetSymbolFileGroup() ? types.GetFirstTypeChild(group) : types.Identify(record.location, group);
+    return id == GetSymbolFileGroup() ? types.GetFirstTypeChild(group)
+                                      : types.Identify(record.location, group);
 }
 
 } // namespace
@@ -118,7 +120,8 @@ void ContainerWriter::BuildTree(const KL::HashTable<const LibPart*, bool>* selec
     if (roots.empty())
         return;
     for (LibItemIterator part(*librarySet, LibItemIterator::AllItems); part != nullptr; ++part) {
-        if (IsSelected(selection, part.Get()) && part->IsValid() && librarySet->IsSymbolArchivable(part.Get()))
+        if (IsSelected(selection, part.Get()) && part->IsValid() &&
+            librarySet->IsSymbolArchivable(part.Get()))
             PlacePart(part.Get());
     }
     HoistSingleContainerLibrary();
@@ -208,7 +211,8 @@ void ContainerWriter::HoistSingleContainerLibrary() {
     if (roots.size() != 1 || !roots.front()->files.empty())
         return;
     IO::Name last;
-    if (roots.front()->location.GetLastLocalName(&last) != KL::NoError || !HasExtensionAmong(last, {"LCF", "PLA"}))
+    if (roots.front()->location.GetLastLocalName(&last) != KL::NoError ||
+        !HasExtensionAmong(last, {"LCF", "PLA"}))
         return;
     std::unique_ptr<ContainerFolderRecord> old = std::move(roots.front());
     roots.clear();
@@ -229,7 +233,8 @@ int ContainerWriter::Write(KL::ProcessControl& process, IO::File& target) {
         return LibPartFileError;
     out = &target.GetOutputChannel();
     if (options.IsZipEnabled())
-        compressor = std::make_unique<ContentCompressor>(CollectSourcesInWriteOrder(), options.GetZipOptions());
+        compressor =
+            std::make_unique<ContentCompressor>(CollectSourcesInWriteOrder(), options.GetZipOptions());
     const bool started = !process.IsProcessRunning();
     if (started)
         process.StartProcess(ContainerCreationProcessId);
@@ -261,7 +266,8 @@ int ContainerWriter::WriteTree(KL::ProcessControl& process) {
     header.infoCount = 0;
     if (const int err = header.Write(*out); err != KL::NoError)
         return err;
-    if (const int err = BeginBlock(MainTag, options.CreateTopFolder() ? 0 : HideTopFolderFlag); err != KL::NoError)
+    if (const int err = BeginBlock(MainTag, options.CreateTopFolder() ? 0 : HideTopFolderFlag);
+        err != KL::NoError)
         return err;
     for (const auto& root : roots) {
         // An empty root leaves no trace, unlike an empty folder further down.
@@ -333,7 +339,8 @@ int ContainerWriter::WriteFileContent(const ContainerFileRecord& record, const s
     if (compressor != nullptr) {
         const CompressedContent content = compressor->TakeNext();
         if (content.status == KL::ErrNotEnoughMemory)
-            throw KL::OutOfMemoryException("no memory to compress " + record.location.ToString(), __FILE__, __LINE__);
+            throw KL::OutOfMemoryException("no memory to compress " + record.location.ToString(), __FILE__,
+                                           __LINE__);
         if (content.status != KL::NoError)
             return content.status;
         bytesRead += content.facts.dataLength;
@@ -346,14 +353,16 @@ int ContainerWriter::WriteFileContent(const ContainerFileRecord& record, const s
     SourceFacts facts;
     if (const int err = OpenSource(source, &facts); err != KL::NoError)
         return err;
-    if (const int err = WriteFileRecord(record, nameField, flags, facts, facts.dataLength); err != KL::NoError)
+    if (const int err = WriteFileRecord(record, nameField, flags, facts, facts.dataLength);
+        err != KL::NoError)
         return err;
     bytesRead += facts.dataLength;
     return source.CopyTo(*file, facts.dataLength);
 }
 
 int ContainerWriter::WriteFileRecord(const ContainerFileRecord& record, const std::vector<char>& nameField,
-                                     std::uint32_t flags, const SourceFacts& facts, std::uint64_t storedLength) {
+                                     std::uint32_t flags, const SourceFacts& facts,
+                                     std::uint64_t storedLength) {
     FileEntry entry;
     entry.flags = static_cast<std::int32_t>(flags);
     entry.recordSize = static_cast<std::int32_t>(FileEntry::Size);
@@ -451,7 +460,8 @@ int ContainerWriter::WriteToLocation(KL::ProcessControl& process, const IO::Loca
 // ---- Entry points
 
 int CreateContainer(KL::ProcessControl& process, const IO::Location& location, const LibrarySet* librarySet,
-                    const KL::HashTable<const LibPart*, bool>* selection, const ContainerWriteOptions& options) {
+                    const KL::HashTable<const LibPart*, bool>* selection,
+                    const ContainerWriteOptions& options) {
     if (location.IsEmpty() || librarySet == nullptr)
         return LibPartFileError;
     // Database containers take this job over once they are served.
@@ -461,7 +471,8 @@ int CreateContainer(KL::ProcessControl& process, const IO::Location& location, c
 }
 
 int CreateContainer(KL::ProcessControl& process, IO::File& file, const LibrarySet* librarySet,
-                    const KL::HashTable<const LibPart*, bool>* selection, const ContainerWriteOptions& options) {
+                    const KL::HashTable<const LibPart*, bool>* selection,
+                    const ContainerWriteOptions& options) {
     if (librarySet == nullptr)
         return LibPartFileError;
     ContainerWriter writer(librarySet, options);

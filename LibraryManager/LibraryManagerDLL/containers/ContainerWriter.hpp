@@ -8,8 +8,8 @@
 // A part's content is read from its location, its place in the tree follows its first location
 // (GetOrigLocation). Positions and lengths are 32-bit: a container stays below 4 GiB, and a write
 // that would pass it fails.
-#include "containers/ContainerFormat.hpp"
 #include "LibraryContainerWriteOptions.hpp"
+#include "containers/ContainerFormat.hpp"
 
 #include "InputOutput/Location.hpp"
 #include "KLRoot/HashTable.hpp"
@@ -94,8 +94,8 @@ private:
     int WriteFile(KL::ProcessControl& process, const ContainerFileRecord& record);
     int WriteFileContent(const ContainerFileRecord& record, const std::vector<char>& nameField,
                          std::uint32_t flags);
-    int WriteFileRecord(const ContainerFileRecord& record, const std::vector<char>& nameField, std::uint32_t flags,
-                        const SourceFacts& facts, std::uint64_t storedLength);
+    int WriteFileRecord(const ContainerFileRecord& record, const std::vector<char>& nameField,
+                        std::uint32_t flags, const SourceFacts& facts, std::uint64_t storedLength);
     bool PollForBreak(KL::ProcessControl& process);
     std::vector<IO::Location> CollectSourcesInWriteOrder() const;
 
@@ -125,7 +125,8 @@ private:
 // file at `location`, through a scratch file: nothing reaches the location unless the whole write
 // succeeds. 0, -7003 on failure, or the status of a scratch file that could not be opened.
 LM_EXPORT int CreateContainer(KL::ProcessControl& process, const IO::Location& location,
-                              const LibrarySet* librarySet, const KL::HashTable<const LibPart*, bool>* selection,
+                              const LibrarySet* librarySet,
+                              const KL::HashTable<const LibPart*, bool>* selection,
                               const ContainerWriteOptions& options);
 // The same into a file already open for writing, from its position; the file stays open.
 LM_EXPORT int CreateContainer(KL::ProcessControl& process, IO::File& file, const LibrarySet* librarySet,

@@ -36,7 +36,8 @@ Paths::TreeEntry* AncestryHierarchy::FindNode(TreeEntry* from, const KL::UnID& i
 
 int AncestryHierarchy::ExportTypeHierarchy(TypeHierarchyExporter* exporter) const {
     const KL::UnID start = exporter->GetStartingNodeUnID();
-    TreeEntry* node = start.IsNull() ? GetRoot() : (GetRoot() != nullptr ? FindNode(GetRoot(), start) : nullptr);
+    TreeEntry* node =
+        start.IsNull() ? GetRoot() : (GetRoot() != nullptr ? FindNode(GetRoot(), start) : nullptr);
     const int context = exporter->GetRootContext();
     const bool recursive = exporter->ShouldExportRecursively();
     const TypeHierarchyExporter::ICompare* compare = exporter->GetCompare();
@@ -85,7 +86,8 @@ int AncestryHierarchy::ExportTypeSubHierarchy(TreeEntry* node, int context, bool
         if (answer == TypeHierarchyExporter::Stop)
             return ExportStopped;
         if (recursive && answer != TypeHierarchyExporter::SkipChildren) {
-            if (const int err = ExportTypeSubHierarchy(record.entry, childContext, recursive, exporter, compare))
+            if (const int err =
+                    ExportTypeSubHierarchy(record.entry, childContext, recursive, exporter, compare))
                 return err;
         }
     }
@@ -143,7 +145,8 @@ int AncestryHierarchy::Read(KL::IChannel& channel) {
     if (const int err = frame.GetStatus(); err != 0)
         return err;
     PathsOld dropped;
-    const int err = frame.GetVersion() <= KL::ClassVersion{2, 0} ? dropped.ReadOld(channel) : dropped.Read(channel);
+    const int err =
+        frame.GetVersion() <= KL::ClassVersion{2, 0} ? dropped.ReadOld(channel) : dropped.Read(channel);
     frame.Close();
     return err;
 }

@@ -174,7 +174,8 @@ bool LibPartHandlerRegistry::IsSymbolTypeOf_InSameClass(const LibPart* part, con
         return false;
     KL::UnID answer;
     Visibility visibility = Blocking;
-    return GetImmediateRegisteredAncestor(other, &answer, &visibility) == 0 && IsRegisteredAncestor(part, answer);
+    return GetImmediateRegisteredAncestor(other, &answer, &visibility) == 0 &&
+           IsRegisteredAncestor(part, answer);
 }
 
 bool LibPartHandlerRegistry::IsSymbolTypeOf_InSameClass(const LibPart* part, const KL::UnID& other) const {
@@ -203,7 +204,7 @@ bool LibPartHandlerRegistry::IsSymbolTypeOf_InSameClass(const KL::UnID& own, con
 }
 
 bool LibPartHandlerRegistry::IsLibraryManagerFolderContainsRegisteredSubType(int folder, const KL::UnID& id,
-                                                                           bool directly) const {
+                                                                             bool directly) const {
     const unsigned entry = SearchByUnID(id);
     if (folder < 0 || static_cast<std::size_t>(folder) >= folderCache.size() || entry == NotFound)
         return false;

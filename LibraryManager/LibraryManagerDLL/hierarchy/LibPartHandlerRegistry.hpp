@@ -59,7 +59,8 @@ public:
     bool IsSymbolTypeOf_InSameClass(const LibPart* part, const LibPart* other) const;
     bool IsSymbolTypeOf_InSameClass(const LibPart* part, const KL::UnID& other) const;
     // For a part file outside the catalogue, known by its own id and its ancestry.
-    bool IsSymbolTypeOf_InSameClass(const KL::UnID& own, const AncestryInfo& ancestry, const KL::UnID& id) const;
+    bool IsSymbolTypeOf_InSameClass(const KL::UnID& own, const AncestryInfo& ancestry,
+                                    const KL::UnID& id) const;
     bool IsLibraryManagerFolderContainsRegisteredSubType(int folder, const KL::UnID& id, bool directly) const;
     void Print(KL::OChannel& channel) const;
 

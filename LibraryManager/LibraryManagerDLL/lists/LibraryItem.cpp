@@ -67,41 +67,44 @@ int LibraryItem::Read(KL::IChannel& channel) {
     std::int32_t readType = 0;
     std::int16_t readPort = 0;
     IO::Location oldLocation;
-    const int err =
-        StreamSteps()
-            .Then([&] { return frame.GetStatus(); })
-            .Then([&] { return channel.Read(readType); })
-            .Then([&] {
-                type = static_cast<LibraryMode>(readType);
-                return name.Read(channel);
-            })
-            .Then([&] { return location.Read(channel); })
-            .Then([&] { return url.Read(channel); })
-            .Then([&] { return channel.Read(vital); })
-            .Then([&] { return channel.Read(missing); })
-            // Locations of 1.1 carry no network part here: the port that read gives is 0.
-            .ThenIf(v == Version(1), [&] {
-                port = 0;
-                return oldLocation.Read(channel);
-            })
-            .ThenIf(v >= Version(2), [&] { return hostName.Read(channel); })
-            .ThenIf(v >= Version(2), [&] {
-                const int result = channel.Read(readPort);
-                port = static_cast<std::uint16_t>(readPort);
-                return result;
-            })
-            .ThenIf(v >= Version(1), [&] { return relLocation.Read(channel); })
-            .ThenIf(v >= Version(1) && v < Version(4), [&] {
-                const int result = oldLocation.Read(channel);
-                sourceLocation = result == 0 ? IOUtil::LocationToSource(oldLocation, true) : KL::UniString();
-                return result;
-            })
-            .ThenIf(v >= Version(4), [&] { return sourceLocation.Read(channel); })
-            .ThenIf(v >= Version(3), [&] { return guid.Read(channel); })
-            .ThenIf(v >= Version(3), [&] { return langCode.Read(channel); })
-            .ThenIf(v >= Version(3), [&] { return channel.Read(collapseLongBranches); })
-            .ThenIf(v >= Version(5), [&] { return twServerUrl.Read(channel); })
-            .Result();
+    const int err = StreamSteps()
+                        .Then([&] { return frame.GetStatus(); })
+                        .Then([&] { return channel.Read(readType); })
+                        .Then([&] {
+                            type = static_cast<LibraryMode>(readType);
+                            return name.Read(channel);
+                        })
+                        .Then([&] { return location.Read(channel); })
+                        .Then([&] { return url.Read(channel); })
+                        .Then([&] { return channel.Read(vital); })
+                        .Then([&] { return channel.Read(missing); })
+                        // Locations of 1.1 carry no network part here: the port that read gives is 0.
+                        .ThenIf(v == Version(1),
+                                [&] {
+                                    port = 0;
+                                    return oldLocation.Read(channel);
+                                })
+                        .ThenIf(v >= Version(2), [&] { return hostName.Read(channel); })
+                        .ThenIf(v >= Version(2),
+                                [&] {
+                                    const int result = channel.Read(readPort);
+                                    port = static_cast<std::uint16_t>(readPort);
+                                    return result;
+                                })
+                        .ThenIf(v >= Version(1), [&] { return relLocation.Read(channel); })
+                        .ThenIf(v >= Version(1) && v < Version(4),
+                                [&] {
+                                    const int result = oldLocation.Read(channel);
+                                    sourceLocation = result == 0 ? IOUtil::LocationToSource(oldLocation, true)
+                                                                 : KL::UniString();
+                                    return result;
+                                })
+                        .ThenIf(v >= Version(4), [&] { return sourceLocation.Read(channel); })
+                        .ThenIf(v >= Version(3), [&] { return guid.Read(channel); })
+                        .ThenIf(v >= Version(3), [&] { return langCode.Read(channel); })
+                        .ThenIf(v >= Version(3), [&] { return channel.Read(collapseLongBranches); })
+                        .ThenIf(v >= Version(5), [&] { return twServerUrl.Read(channel); })
+                        .Result();
     const int closed = frame.Close();
     return err != 0 ? err : closed;
 }

@@ -335,8 +335,9 @@ bool LibraryList::IsStored(const LibraryItem& item, bool withBuiltIn) {
 }
 
 int LibraryList::CountStored(bool withBuiltIn) const {
-    return static_cast<int>(std::count_if(items.begin(), items.end(),
-                                          [withBuiltIn](const LibraryItem& item) { return IsStored(item, withBuiltIn); }));
+    return static_cast<int>(std::count_if(items.begin(), items.end(), [withBuiltIn](const LibraryItem& item) {
+        return IsStored(item, withBuiltIn);
+    }));
 }
 
 bool LibraryList::HasEqualItem(const LibraryItem& item, bool withVersions) const {

@@ -90,13 +90,15 @@ int LibraryList::Write(KL::OChannel& channel, bool withBuiltIn) const {
 int LibraryList::WriteAtVersion(KL::OChannel& channel, bool withBuiltIn, KL::ClassVersion version) const {
     const KL::ClassInfo framed(classInfo.GetName(), classInfo.GetGuid(), version.major, version.minor);
     KL::OutputFrame frame(channel, framed);
-    return InFrame(frame, version.major, [&] { return Write_1(channel, withBuiltIn); },
-                   [&] { return Write_2(channel, withBuiltIn); });
+    return InFrame(
+        frame, version.major, [&] { return Write_1(channel, withBuiltIn); },
+        [&] { return Write_2(channel, withBuiltIn); });
 }
 
 int LibraryList::Read(KL::IChannel& channel) {
     KL::InputFrame frame(channel, classInfo);
-    return InFrame(frame, frame.GetVersion().major, [&] { return Read_1(channel); }, [&] { return Read_2(channel); });
+    return InFrame(
+        frame, frame.GetVersion().major, [&] { return Read_1(channel); }, [&] { return Read_2(channel); });
 }
 
 int LibraryList::Write_2(KL::OChannel& channel, bool withBuiltIn) const {
@@ -155,13 +157,14 @@ int LibraryList::Read_1(KL::IChannel& channel) {
     bool reserved = false;
     std::uint32_t count = 0;
     // Any list tag passes; the version tag must be right.
-    const int err = StreamSteps()
-                        .Then([&] { return channel.ReadBin(listTag, sizeof listTag); })
-                        .Then([&] { return channel.ReadBin(versionTag, sizeof versionTag); })
-                        .Then([&] { return std::equal(versionTag, versionTag + 4, VersionTag) ? 0 : LibPartFileError; })
-                        .Then([&] { return channel.Read(reserved); })
-                        .Then([&] { return channel.Read(count); })
-                        .Result();
+    const int err =
+        StreamSteps()
+            .Then([&] { return channel.ReadBin(listTag, sizeof listTag); })
+            .Then([&] { return channel.ReadBin(versionTag, sizeof versionTag); })
+            .Then([&] { return std::equal(versionTag, versionTag + 4, VersionTag) ? 0 : LibPartFileError; })
+            .Then([&] { return channel.Read(reserved); })
+            .Then([&] { return channel.Read(count); })
+            .Result();
     if (err != 0)
         return err;
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -76,7 +76,8 @@ int ReadWholeFile(const IO::Location& location, GSHandle* data) {
 int CutPictureName(GSHandle data, char* name) {
     const std::int64_t size = BMGetHandleSize(data);
     const char* bytes = *data;
-    const char* terminator = static_cast<const char*>(std::memchr(bytes, '\0', static_cast<std::size_t>(size)));
+    const char* terminator =
+        static_cast<const char*>(std::memchr(bytes, '\0', static_cast<std::size_t>(size)));
     if (terminator == nullptr)
         return LibPartFileError;
     if (name != nullptr)
@@ -159,7 +160,8 @@ bool FileRef::operator==(const FileRef& other) const {
 }
 
 bool FileRef::EqualFile(const QDL::IFileRef* other) const {
-    return other != nullptr && typeid(*other) == typeid(*this) && *this == static_cast<const FileRef&>(*other);
+    return other != nullptr && typeid(*other) == typeid(*this) &&
+           *this == static_cast<const FileRef&>(*other);
 }
 
 int FileRef::CloneFileRef(QDL::IFileRef** clone) const {
@@ -599,14 +601,17 @@ int FileRef::GetParamNames(char*** out, int* size) const {
     if (mode == 1)
         return 0;
     KL::ScopedHandle params;
-    if (GetSectionData(LPF::Tags::Parameters, 0, params.GetAddress()) != KL::NoError || params.Get() == nullptr)
+    if (GetSectionData(LPF::Tags::Parameters, 0, params.GetAddress()) != KL::NoError ||
+        params.Get() == nullptr)
         return LibPartFileError;
     QDLDecode_ParHdl(params.Get());
     const std::int64_t blockSize = params.GetSize();
     if (blockSize < ParamNamesOffsetOffset + 4)
         return LibPartFileError;
-    const auto length = KL::LoadInOrder<std::int32_t>(params.GetData() + ParamNamesLengthOffset, KL::HostPlatformSign);
-    const auto offset = KL::LoadInOrder<std::int32_t>(params.GetData() + ParamNamesOffsetOffset, KL::HostPlatformSign);
+    const auto length =
+        KL::LoadInOrder<std::int32_t>(params.GetData() + ParamNamesLengthOffset, KL::HostPlatformSign);
+    const auto offset =
+        KL::LoadInOrder<std::int32_t>(params.GetData() + ParamNamesOffsetOffset, KL::HostPlatformSign);
     if (length < 0 || offset < 0 || std::int64_t{offset} + length > blockSize)
         return LibPartFileError;
     *out = KL::BMNewHandleFrom(params.GetData() + offset, length);

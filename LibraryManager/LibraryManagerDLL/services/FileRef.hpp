@@ -150,7 +150,8 @@ private:
 // A part's default parameters, kept on the part so that the engine builds them once.
 class LM_EXPORT QDLAddParDataSymbolUserData : public SymbolUserData {
 public:
-    explicit QDLAddParDataSymbolUserData(KL::ConstSharedPtr<QDLAddParData> params) : params(std::move(params)) {}
+    explicit QDLAddParDataSymbolUserData(KL::ConstSharedPtr<QDLAddParData> params)
+        : params(std::move(params)) {}
     const KL::ConstSharedPtr<QDLAddParData>& GetParams() const { return params; }
 
 private:

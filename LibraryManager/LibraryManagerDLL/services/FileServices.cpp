@@ -8,9 +8,9 @@
 #include "InputOutput/FileTypeManager.hpp"
 #include "KLRoot/Exceptions.hpp"
 #include "KLRoot/HashTable.hpp"
+#include "KLRoot/MemoryChannel.hpp"
 #include "KLRoot/Preferences.hpp"
 #include "KLRoot/Time.hpp"
-#include "KLRoot/MemoryChannel.hpp"
 #include "LibPartFile/SymbolFile.hpp"
 #include "QDL/ParamSection.hpp"
 #include "QDL/SyCalledMacroItem.hpp"
@@ -56,8 +56,8 @@ bool ReadAllowCompatibleMode() {
     static const bool allow = [] {
         bool value = true;
         if (KLPref::IRoot* root = KLPref::OpenRootKey(KLPref::UserDomain)) {
-            root->ReadBool(KL::UniString("Macro Search"), KL::UniString("Allow Compatible Mode"), &value, value,
-                           KLPref::UserLevel);
+            root->ReadBool(KL::UniString("Macro Search"), KL::UniString("Allow Compatible Mode"), &value,
+                           value, KLPref::UserLevel);
             KLPref::CloseRootKey(root);
         }
         return value;
@@ -82,15 +82,17 @@ KL::Array<SyCalledMacroItem> FileServices::ReadCalledMacros(const LPF::SymbolFil
     GSHandle section = nullptr;
     if (file.GetSectionDataRef(LPF::Tags::CalledMacros, 0, &section) != KL::NoError)
         return items;
-    KL::MemoryIChannel channel(*section, static_cast<std::uint64_t>(BMGetHandleSize(section)), KL::HostPlatformSign);
+    KL::MemoryIChannel channel(*section, static_cast<std::uint64_t>(BMGetHandleSize(section)),
+                               KL::HostPlatformSign);
     if (ReadCalledMacroList(channel, &items) != KL::NoError)
         items.Clear();
     return items;
 }
 
-FileServices::FileServices(LibrarySet* librarySet, const IO::Location& dataFolder, const FileTypeIDS& fileTypes,
-                           GSHandle defaultParams)
-    : librarySet(librarySet), dataFolder(dataFolder), fileTypes(fileTypes), defaultParamsHandle(defaultParams) {}
+FileServices::FileServices(LibrarySet* librarySet, const IO::Location& dataFolder,
+                           const FileTypeIDS& fileTypes, GSHandle defaultParams)
+    : librarySet(librarySet), dataFolder(dataFolder), fileTypes(fileTypes),
+      defaultParamsHandle(defaultParams) {}
 
 FileServices::~FileServices() {
     BMKillHandle(&defaultParamsHandle);
@@ -223,9 +225,9 @@ int FileServices::CheckPictFile(const IO::Location* location, const LibPart* par
 
 // ---- Macros
 
-QDL::IFileRef* FileServices::Macro2File(const KL::UniString& name, const QDL::IFileRef* caller, char*** /*unused*/,
-                                        short* missing, QDL_ScriptType /*unusedType*/, KL::UnID* outUnID,
-                                        bool silent) {
+QDL::IFileRef* FileServices::Macro2File(const KL::UniString& name, const QDL::IFileRef* caller,
+                                        char*** /*unused*/, short* missing, QDL_ScriptType /*unusedType*/,
+                                        KL::UnID* outUnID, bool silent) {
     if (missing != nullptr)
         *missing = 0;
     IO::Location callerLocation;
@@ -270,7 +272,8 @@ bool FileServices::GetMacroFile(const KL::UniString& name, const IO::Location& c
                 *outUnID = OwnIdOf(callerPart);
             return true;
         }
-        callerPart = modifier.GetConstLibrarySet()->SearchLibPart(callerLocation, LibrarySet::CurrentLocation);
+        callerPart =
+            modifier.GetConstLibrarySet()->SearchLibPart(callerLocation, LibrarySet::CurrentLocation);
     }
     bool compatibleMode = false;
     if (LibrarySet::IsLibPartValid(callerPart)) {
@@ -285,14 +288,15 @@ bool FileServices::GetMacroFile(const KL::UniString& name, const IO::Location& c
         }
     }
     const KL::UnID preferredId = PreferredIdFromFile(callerPart, callerLocation, lookupName, &compatibleMode);
-    const bool found = GetMacroFile(preferredId, lookupName, outLocation, outPart, missing, compatibleMode, silent);
+    const bool found =
+        GetMacroFile(preferredId, lookupName, outLocation, outPart, missing, compatibleMode, silent);
     if (outUnID != nullptr)
         *outUnID = OwnIdOf(*outPart);
     return found;
 }
 
 const LibPart* FileServices::FindInMacroMap(const LibPart* caller, const KL::UniString& lookupName,
-                                                      bool* compatibleMode, bool silent) {
+                                            bool* compatibleMode, bool silent) {
     KL::ConstSharedPtr<SymbolUserData> stored = caller->GetUserData(MacroMapKeyGuid);
     auto map = KL::ConstSharedPtr<CalledMacrosData>(dynamic_cast<const CalledMacrosData*>(stored.Get()));
     if (map == nullptr) {
@@ -301,7 +305,8 @@ const LibPart* FileServices::FindInMacroMap(const LibPart* caller, const KL::Uni
             *compatibleMode = UsesCompatibleMode(*file);
             for (const SyCalledMacroItem& item : ReadCalledMacros(*file)) {
                 SyCalledMacroItem resolved;
-                if (GetMacroFile(item.unId, item.name, nullptr, &resolved.libPart, nullptr, *compatibleMode, silent)) {
+                if (GetMacroFile(item.unId, item.name, nullptr, &resolved.libPart, nullptr, *compatibleMode,
+                                 silent)) {
                     resolved.name = item.name;
                     resolved.unId = item.unId;
                     built->table.Put(item.name, resolved);
@@ -426,7 +431,8 @@ int FileServices::RefreshLibPartFile(LPF::SymbolFile* file) const {
     return firstError;
 }
 
-int FileServices::GetDefaultParamsOfMacro(const IO::Location* location, const LibPart* part, GSHandle* out) const {
+int FileServices::GetDefaultParamsOfMacro(const IO::Location* location, const LibPart* part,
+                                          GSHandle* out) const {
     *out = nullptr;
     if (!LibrarySet::IsLibPartValid(part)) {
         if (location == nullptr)

@@ -44,7 +44,8 @@ public:
     // The macro that a script of `caller` calls by `name`. `*missing` is 1 when it was not found and
     // was not reported before.
     QDL::IFileRef* Macro2File(const KL::UniString& name, const QDL::IFileRef* caller, char*** unused,
-                              short* missing, QDL_ScriptType unusedType, KL::UnID* outUnID, bool silent) override;
+                              short* missing, QDL_ScriptType unusedType, KL::UnID* outUnID,
+                              bool silent) override;
     void IFSGetCurrentTime(int* time) override;
     short Name2Location(const KL::UniString& name, IO::Location* location) override;
     short GetDataFolder(IO::Location* location) override;
@@ -70,9 +71,9 @@ public:
     // ---- Macro resolution.
     // From the calling part outward: the caller itself when it is no catalogued part, its map of
     // called macros, the id it recorded for the name, then the catalogue by name.
-    bool GetMacroFile(const KL::UniString& name, const IO::Location& callerLocation, const LibPart* callerPart,
-                      IO::Location* outLocation, const LibPart** outPart, bool* missing, KL::UnID* outUnID,
-                      bool silent);
+    bool GetMacroFile(const KL::UniString& name, const IO::Location& callerLocation,
+                      const LibPart* callerPart, IO::Location* outLocation, const LibPart** outPart,
+                      bool* missing, KL::UnID* outUnID, bool silent);
     bool GetMacroFile(const KL::UnID& id, const KL::UniString& name, IO::Location* outLocation,
                       const LibPart** outPart, bool* missing, bool compatibleMode, bool silent);
     // Records a macro that was not found; `*firstTime` is false when it was recorded before.
@@ -96,8 +97,8 @@ public:
 private:
     // The part that `caller` knows under `lookupName` from its map of called macros, which is built
     // from its "MCRS" section at the first call and kept on the part.
-    const LibPart* FindInMacroMap(const LibPart* caller, const KL::UniString& lookupName, bool* compatibleMode,
-                                  bool silent);
+    const LibPart* FindInMacroMap(const LibPart* caller, const KL::UniString& lookupName,
+                                  bool* compatibleMode, bool silent);
     KL::UnID PreferredIdFromFile(const LibPart* caller, const IO::Location& callerLocation,
                                  const KL::UniString& name, bool* compatibleMode) const;
     FileRef* NewPartRef(const LibPart* part);

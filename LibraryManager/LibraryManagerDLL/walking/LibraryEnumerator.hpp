@@ -33,8 +33,9 @@ public:
     static constexpr std::int32_t CancelTestInterval = 50;
 
     LibraryEnumerator(KL::ProcessControl& processControl, const IO::Folder& root, LibrarySet* librarySet,
-                      int libraryIndex, IOUtil::ScratchFile* cacheStream, KL::Array<LibraryCacheEntry>* cacheEntries,
-                      int firstPartIndex, int firstFolderIndex, IServerLibraryCollection* serverCollection);
+                      int libraryIndex, IOUtil::ScratchFile* cacheStream,
+                      KL::Array<LibraryCacheEntry>* cacheEntries, int firstPartIndex, int firstFolderIndex,
+                      IServerLibraryCollection* serverCollection);
     ~LibraryEnumerator() override;
 
     bool EntryFound(const IO::Name& name, bool isFolder) override;
