@@ -97,12 +97,14 @@ void CollectCalledNames(QDL::IFileRef& ref, QDL_ScriptType type, std::set<std::s
 // Every macro a part calls: those its list of called macros names, and those its scripts call.
 std::set<std::string> CalledMacros(const LM::LibPart& part, FileRef& ref) {
     std::set<std::string> names;
-    if (ref.GetFileType() == FileRef::KFScriptFile) {
+    const FileRef::KFFileType type = ref.GetFileType();
+    if (type == FileRef::KFScriptFile)
         CollectCalledNames(ref, QDL_3DScript, &names);
+    // Pictures and texts call nothing.
+    if (type != FileRef::KFPartFile)
         return names;
-    }
-    for (int type = QDL_ParameterScript; type <= QDL_BackwardMigrationScript; ++type)
-        CollectCalledNames(ref, static_cast<QDL_ScriptType>(type), &names);
+    for (int script = QDL_ParameterScript; script <= QDL_BackwardMigrationScript; ++script)
+        CollectCalledNames(ref, static_cast<QDL_ScriptType>(script), &names);
     if (const LPF::SymbolFile* file = part.GetSymbolFile()) {
         const KL::Array<SyCalledMacroItem> listed = LM::FileServices::ReadCalledMacros(*file);
         for (const SyCalledMacroItem& item : listed)
