@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 PREFIX     ?= /usr/local
 
-.PHONY: all deps fuzz-deps build demo test install check-asan check-tsan fuzz bench format clean
+.PHONY: all deps fuzz-deps build demo test install check-asan check-tsan fuzz bench format report-screenshot clean
 
 all: build
 
@@ -70,6 +70,11 @@ fuzz: fuzz-deps $(FUZZ_BUILD)/build.ninja
 
 bench: build
 	bench/run $(BUILD)
+
+# The picture of the report page that README shows, from the browser test that drives the page.
+report-screenshot: build
+	LM_REPORT_SCREENSHOT=$(CURDIR)/docs/report.png $(BUILD)/tests/libmgrTests \
+	    --gtest_filter='ReportCommand.PageUnfoldsItsTreeAndSearchesInABrowser'
 
 format:
 	git ls-files -z '*.cpp' '*.hpp' | xargs -0 clang-format -i

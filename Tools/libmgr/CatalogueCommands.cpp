@@ -71,25 +71,6 @@ nlohmann::json LibraryPassesJson(Session& session) {
     return passes;
 }
 
-nlohmann::json SummaryJson(Session& session) {
-    const Counts counts = CountParts(session);
-    const LM::DefLibraryErrorHandler& reports = session.Reports();
-    return {{"libraries", session.Set().GetActiveLibraryNum()},
-            {"parts", counts.parts},
-            {"validParts", counts.valid},
-            {"dummyParts", counts.dummies},
-            {"damagedParts", counts.damaged},
-            {"folders", session.Set().GetFolderNumber() - LM::FolderSet::FirstLibraryFolder},
-            {"duplicates", DuplicateCount(session)},
-            {"duplicatesByKind",
-             {{"id", reports.GetIdDuplicates().GetSize()},
-              {"name", reports.GetNameDuplicates().GetSize()},
-              {"revisionConflicts", reports.GetRevisionConflicts().GetSize()},
-              {"sameNameDifferentContent", reports.GetSameNameDifferentContents().GetSize()}}},
-            {"seconds", session.GetSeconds()},
-            {"libraryPasses", LibraryPassesJson(session)}};
-}
-
 void PrintSummary(Session& session, std::ostream& out) {
     const nlohmann::json summary = SummaryJson(session);
     const nlohmann::json& kinds = summary["duplicatesByKind"];
@@ -126,8 +107,26 @@ nlohmann::json ReportJson(Session& session, const LM::DuplicateReport& report) {
     return json;
 }
 
-// Of duplicates only the first member stays in the catalogue; `markKept` says so.
 } // namespace
+
+nlohmann::json SummaryJson(Session& session) {
+    const Counts counts = CountParts(session);
+    const LM::DefLibraryErrorHandler& reports = session.Reports();
+    return {{"libraries", session.Set().GetActiveLibraryNum()},
+            {"parts", counts.parts},
+            {"validParts", counts.valid},
+            {"dummyParts", counts.dummies},
+            {"damagedParts", counts.damaged},
+            {"folders", session.Set().GetFolderNumber() - LM::FolderSet::FirstLibraryFolder},
+            {"duplicates", DuplicateCount(session)},
+            {"duplicatesByKind",
+             {{"id", reports.GetIdDuplicates().GetSize()},
+              {"name", reports.GetNameDuplicates().GetSize()},
+              {"revisionConflicts", reports.GetRevisionConflicts().GetSize()},
+              {"sameNameDifferentContent", reports.GetSameNameDifferentContents().GetSize()}}},
+            {"seconds", session.GetSeconds()},
+            {"libraryPasses", LibraryPassesJson(session)}};
+}
 
 nlohmann::json DuplicatesJson(Session& session) {
     const LM::DefLibraryErrorHandler& reports = session.Reports();
@@ -224,12 +223,16 @@ nlohmann::json TreeJson(Session& session, const LM::Paths::TreeEntry* node, int 
     return children;
 }
 
+} // namespace
+
 nlohmann::json TypeTreeJson(Session& session, int depth) {
     const LM::AncestryHierarchy* hierarchy = session.Set().GetAncestryHierarchy();
     if (hierarchy == nullptr || hierarchy->GetRoot() == nullptr)
         return nlohmann::json::array();
     return TreeJson(session, hierarchy->GetRoot(), depth == 0 ? 0 : depth + 1);
 }
+
+namespace {
 
 void PrintTreeLevel(const nlohmann::json& nodes, const std::string& prefix, bool top, std::ostream& out) {
     for (std::size_t i = 0; i < nodes.size(); ++i) {

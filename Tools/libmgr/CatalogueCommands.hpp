@@ -16,6 +16,10 @@ int RunTreeCommand(const Arguments& arguments);
 int RunDemoCommand(const Arguments& arguments, const std::string& sampleLibrary);
 
 class Session;
+// The counts that `enumerate --json` prints.
+nlohmann::json SummaryJson(Session& session);
+// The type tree to `depth` levels (0: all) as `tree --json` prints it.
+nlohmann::json TypeTreeJson(Session& session, int depth);
 // The four kinds of duplicate findings of the session's catalogue, as `duplicates --json` prints them.
 nlohmann::json DuplicatesJson(Session& session);
 

@@ -53,6 +53,14 @@ void NoteWalkFailure(const IO::Folder&) {
     walkFailed = true;
 }
 
+int CollectSection(const LPF::SectionInfo& info, void* userData) {
+    char tag[5];
+    LPF::TagToText(info.tag, tag);
+    static_cast<nlohmann::json*>(userData)->push_back(
+        {{"tag", tag}, {"index", info.subIdent}, {"version", info.version}, {"size", info.size}});
+    return 0;
+}
+
 std::string StateWordOf(const LM::LibPart& part, int damage) {
     return !part.IsValid() ? "dummy" : damage != KL::NoError ? "damaged" : "valid";
 }
@@ -61,7 +69,12 @@ std::string StateWordOf(const LM::LibPart& part, int damage) {
 
 const std::string* Options::Value(const std::string& name) const {
     const auto found = values.find(name);
-    return found != values.end() ? &found->second : nullptr;
+    return found != values.end() ? &found->second.back() : nullptr;
+}
+
+std::vector<std::string> Options::All(const std::string& name) const {
+    const auto found = values.find(name);
+    return found != values.end() ? found->second : std::vector<std::string>();
 }
 
 void PrintCatalogueHelp(const CommandHelp& help) {
@@ -99,17 +112,17 @@ std::optional<Options> ParseOptions(const Arguments& arguments,
         } else if (isAmong(flagOptions, name)) {
             options.flags.insert(name);
             if (equals != std::string::npos)
-                options.values[name] = value.substr(equals + 1);
+                options.values[name].push_back(value.substr(equals + 1));
         } else if (isAmong(valueOptions, name)) {
             if (equals != std::string::npos) {
-                options.values[name] = value.substr(equals + 1);
+                options.values[name].push_back(value.substr(equals + 1));
             } else if (i + 1 == values.size()) {
                 *exitCode = Complain(arguments,
                                      value + " needs a value; see 'libmgr " + arguments.command + " --help'",
                                      ExitUsage);
                 return std::nullopt;
             } else {
-                options.values[value] = values[++i];
+                options.values[value].push_back(values[++i]);
             }
         } else if (value.starts_with("-")) {
             *exitCode = Complain(arguments, "unknown option '" + value + "'", ExitUsage);
@@ -279,6 +292,45 @@ nlohmann::json Session::PartJson(const LM::LibPart& part) {
     if (damage != KL::NoError)
         json["damaged"] = ErrorText(damage);
     return json;
+}
+
+std::optional<KL::UnID> ParseId(const std::string& text) {
+    const std::size_t slash = text.find('/');
+    const std::optional<KL::Guid> main = KL::Guid::Parse(text.substr(0, slash));
+    if (!main)
+        return std::nullopt;
+    if (slash == std::string::npos)
+        return KL::UnID(*main, KL::NULLGuid);
+    const std::optional<KL::Guid> revision = KL::Guid::Parse(text.substr(slash + 1));
+    return revision ? std::optional<KL::UnID>(KL::UnID(*main, *revision)) : std::nullopt;
+}
+
+const LM::LibPart* Session::Resolve(const std::string& text) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(text, error))
+        if (const std::optional<IO::Location> location = PathToLocation(text))
+            return Set().SearchLibPart(*location, LM::LibrarySet::OrigLocationToo);
+    if (const std::optional<KL::UnID> id = ParseId(text))
+        return Set().SearchLibPartComplex(*id, KL::UniString(), 2, nullptr, nullptr, nullptr);
+    return Set().SearchLibPartAnyhow(KL::UnID(), KL::UniString(text), nullptr);
+}
+
+nlohmann::json Session::AncestryJson(const LM::LibPart& part) {
+    LM::AncestryInfo chain;
+    Set().GetSymbolAncestryInfo(&part, &chain);
+    nlohmann::json ancestry = nlohmann::json::array();
+    for (const KL::UnID& ancestor : chain.GetAncestors())
+        ancestry.push_back({{"mainGuid", ancestor.mainGuid.ToString()},
+                            {"revisionGuid", ancestor.revGuid.ToString()},
+                            {"name", PartName(ancestor)}});
+    return ancestry;
+}
+
+nlohmann::json SectionsJson(const LM::LibPart& part) {
+    nlohmann::json sections = nlohmann::json::array();
+    if (const LPF::SymbolFile* file = part.IsSymbol() ? part.GetSymbolFile() : nullptr)
+        file->EnumerateSections(CollectSection, &sections);
+    return sections;
 }
 
 namespace {

@@ -23,8 +23,9 @@ inline constexpr const char* CommonFlags[] = {"-q", "--quiet",   "--json",  "--n
 
 struct Options {
     std::vector<std::string> libraries;
-    // Options that take a value, by their name with the dashes ("--type").
-    std::map<std::string, std::string> values;
+    // Options that take a value, by their name with the dashes ("--type"), each value given in
+    // the order given.
+    std::map<std::string, std::vector<std::string>> values;
     bool json = false;
     bool quiet = false;
     // Every entry a walk passed over on a line of its own, instead of a count.
@@ -37,7 +38,10 @@ struct Options {
     // has its value in `values`.
     std::set<std::string> flags;
 
+    // The last value given, or null.
     const std::string* Value(const std::string& name) const;
+    // Every value given, for an option that may be repeated.
+    std::vector<std::string> All(const std::string& name) const;
     bool Has(const std::string& flag) const { return flags.count(flag) > 0; }
 };
 
@@ -82,6 +86,11 @@ public:
     // The fields every listing gives of a part: name, file, location, display, type, mainGuid,
     // revisionGuid, valid, state and folder, and for a damaged file the reader's words.
     nlohmann::json PartJson(const LM::LibPart& part);
+    // The ancestors of a part, the root first, each with mainGuid, revisionGuid and name (empty
+    // for an ancestor that no library holds).
+    nlohmann::json AncestryJson(const LM::LibPart& part);
+    // The part that a command line names: a file, an id, a document name or a file name.
+    const LM::LibPart* Resolve(const std::string& text);
     // The document name of the part with this id; empty if there is none.
     std::string PartName(const KL::UnID& id);
 
@@ -95,6 +104,12 @@ private:
     int CountDamaged();
 };
 
+// "MAIN" or "MAIN/REVISION", braces optional; a main guid alone leaves the revision null.
+std::optional<KL::UnID> ParseId(const std::string& text);
+
+// The sections of a part file, each with tag, index, version and size; empty for other files.
+nlohmann::json SectionsJson(const LM::LibPart& part);
+
 // A part's listing columns from its PartJson, tab-separated: name, file, type, main guid, revision
 // guid, state and folder. Tabs, line ends and backslashes inside a field are escaped.
 std::string PartLine(const nlohmann::json& part);
@@ -103,13 +118,14 @@ std::string PartLine(const nlohmann::json& part);
 // needs more than its libraries checks the options in `work`.
 template <typename Work>
 int RunOnCatalogue(const Arguments& arguments, const CommandHelp& help,
-                   std::initializer_list<const char*> valueOptions, Work work) {
+                   std::initializer_list<const char*> valueOptions, Work work,
+                   std::initializer_list<const char*> flagOptions = {}) {
     if (arguments.WantsHelp()) {
         PrintCatalogueHelp(help);
         return ExitSuccess;
     }
     int exitCode = ExitSuccess;
-    std::optional<Options> options = ParseOptions(arguments, valueOptions, &exitCode);
+    std::optional<Options> options = ParseOptions(arguments, valueOptions, &exitCode, flagOptions);
     if (!options)
         return exitCode;
     Session session;

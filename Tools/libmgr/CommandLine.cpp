@@ -40,4 +40,23 @@ std::optional<IO::Location> PathToLocation(const std::string& path) {
     return location;
 }
 
+int WriteOutput(const Arguments& arguments, const std::string& path, const std::string& text) {
+    if (path == StandardStream) {
+        std::cout << text;
+        return ExitSuccess;
+    }
+    const std::optional<IO::Location> location = PathToLocation(path);
+    if (!location)
+        return Complain(arguments, path + ": not a usable path", ExitFailure);
+    IOUtil::ScratchFile file(*location);
+    int err = file.Open(IO::File::WriteMode);
+    if (err == KL::NoError)
+        err = file.Write(text.data(), text.size());
+    if (err == KL::NoError)
+        err = file.MakePermanent();
+    if (err != KL::NoError)
+        return Complain(arguments, path + ": " + ErrorText(err), ExitFailure);
+    return ExitSuccess;
+}
+
 } // namespace libmgr

@@ -29,6 +29,13 @@ int Complain(const Arguments& arguments, const std::string& text, int exitCode);
 // The words for an error code, with the code itself when no words are known.
 std::string ErrorText(int error);
 
+// A file named so on the command line is standard input or standard output.
+inline constexpr const char* StandardStream = "-";
+
+// Writes `text` whole to `path` or to standard output, through a scratch file so that a failure
+// leaves an older file untouched; complains and returns 1 on failure.
+int WriteOutput(const Arguments& arguments, const std::string& path, const std::string& text);
+
 // A path from the command line as an absolute location; nullopt when it cannot be one.
 std::optional<IO::Location> PathToLocation(const std::string& path);
 

@@ -27,8 +27,6 @@ constexpr const char* PartUsage =
     "Guids the source leaves out are made fresh at each build.\n";
 
 // Standard input or output, wherever a file is read or written.
-constexpr const char* StandardStream = "-";
-
 struct InputAndOutput {
     std::string input;
     std::string output;
@@ -84,25 +82,6 @@ std::optional<std::string> ReadInput(const std::string& path) {
         return std::nullopt;
     bytes << file.rdbuf();
     return bytes.str();
-}
-
-int WriteOutput(const Arguments& arguments, const std::string& path, const std::string& text) {
-    if (path == StandardStream) {
-        std::cout << text;
-        return ExitSuccess;
-    }
-    const std::optional<IO::Location> location = PathToLocation(path);
-    if (!location)
-        return Complain(arguments, path + ": not a usable path", ExitFailure);
-    IOUtil::ScratchFile file(*location);
-    int err = file.Open(IO::File::WriteMode);
-    if (err == KL::NoError)
-        err = file.Write(text.data(), text.size());
-    if (err == KL::NoError)
-        err = file.MakePermanent();
-    if (err != KL::NoError)
-        return Complain(arguments, path + ": " + ErrorText(err), ExitFailure);
-    return ExitSuccess;
 }
 
 int Build(const Arguments& arguments, const InputAndOutput* files) {

@@ -10,18 +10,6 @@ namespace libmgr {
 
 namespace {
 
-// "MAIN" or "MAIN/REVISION", braces optional; a main guid alone leaves the revision null.
-std::optional<KL::UnID> ParseId(const std::string& text) {
-    const std::size_t slash = text.find('/');
-    const std::optional<KL::Guid> main = KL::Guid::Parse(text.substr(0, slash));
-    if (!main)
-        return std::nullopt;
-    if (slash == std::string::npos)
-        return KL::UnID(*main, KL::NULLGuid);
-    const std::optional<KL::Guid> revision = KL::Guid::Parse(text.substr(slash + 1));
-    return revision ? std::optional<KL::UnID>(KL::UnID(*main, *revision)) : std::nullopt;
-}
-
 // What answered a search, and with what.
 struct Answer {
     std::string stage;
@@ -112,25 +100,6 @@ int PrintAnswer(Session& session, const Options& options, const Answer& answer, 
     return ExitSuccess;
 }
 
-// The part that PART names: a file, an id, a document name or a file name.
-const LM::LibPart* Resolve(Session& session, const std::string& text) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(text, error))
-        if (const std::optional<IO::Location> location = PathToLocation(text))
-            return session.Set().SearchLibPart(*location, LM::LibrarySet::OrigLocationToo);
-    if (const std::optional<KL::UnID> id = ParseId(text))
-        return session.Set().SearchLibPartComplex(*id, KL::UniString(), 2, nullptr, nullptr, nullptr);
-    return session.Set().SearchLibPartAnyhow(KL::UnID(), KL::UniString(text), nullptr);
-}
-
-int CollectSection(const LPF::SectionInfo& info, void* userData) {
-    char tag[5];
-    LPF::TagToText(info.tag, tag);
-    static_cast<nlohmann::json*>(userData)->push_back(
-        {{"tag", tag}, {"index", info.subIdent}, {"version", info.version}, {"size", info.size}});
-    return 0;
-}
-
 // The parts that this part's migration table says it replaces: by name where the catalogue still
 // holds them, else by main guid.
 nlohmann::json ReplacedParts(LM::LibrarySet& set, const LPF::SymbolFile& file) {
@@ -170,14 +139,7 @@ nlohmann::json Describe(Session& session, const LM::LibPart& part) {
     json["placeable"] = part.IsPlaceable();
     json["archivable"] = part.IsArchivable();
     json["migrationValue"] = static_cast<int>(part.GetMigrationValue());
-    LM::AncestryInfo chain;
-    set.GetSymbolAncestryInfo(&part, &chain);
-    nlohmann::json ancestry = nlohmann::json::array();
-    for (const KL::UnID& ancestor : chain.GetAncestors())
-        ancestry.push_back({{"mainGuid", ancestor.mainGuid.ToString()},
-                            {"revisionGuid", ancestor.revGuid.ToString()},
-                            {"name", session.PartName(ancestor)}});
-    json["ancestry"] = ancestry;
+    json["ancestry"] = session.AncestryJson(part);
     if (const LM::LibPart* proxy = set.GetSymbolProxy(&part); proxy != nullptr && proxy != &part)
         json["proxy"] = proxy->GetDocumentName().ToUTF8();
     KL::Array<const LM::LibPart*> below;
@@ -190,12 +152,9 @@ nlohmann::json Describe(Session& session, const LM::LibPart& part) {
         replacedBy.push_back(replacement->GetDocumentName().ToUTF8());
     json["replacedBy"] = replacedBy;
     json["replaces"] = nlohmann::json::array();
-    nlohmann::json sections = nlohmann::json::array();
-    if (const LPF::SymbolFile* file = part.GetSymbolFile()) {
-        file->EnumerateSections(CollectSection, &sections);
+    json["sections"] = SectionsJson(part);
+    if (const LPF::SymbolFile* file = part.GetSymbolFile())
         json["replaces"] = ReplacedParts(set, *file);
-    }
-    json["sections"] = sections;
     return json;
 }
 
@@ -320,7 +279,7 @@ int RunShowCommand(const Arguments& arguments) {
     if (partText.empty() && !arguments.WantsHelp())
         return Complain(arguments, "which part? see 'libmgr show --help'", ExitUsage);
     return RunOnCatalogue(libraries, help, {}, [&](Session& session, const Options& options) {
-        const LM::LibPart* part = Resolve(session, partText);
+        const LM::LibPart* part = session.Resolve(partText);
         if (part == nullptr)
             return Complain(arguments, partText + ": no such part in these libraries", ExitFailure);
         const nlohmann::json description = Describe(session, *part);

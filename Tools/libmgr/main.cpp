@@ -7,6 +7,7 @@
 #include "GenCommand.hpp"
 #include "PartCommands.hpp"
 #include "QueryCommands.hpp"
+#include "ReportCommand.hpp"
 #include "SelfCheck.hpp"
 
 #include <LibraryManager.hpp>
@@ -50,6 +51,8 @@ constexpr Command Commands[] = {
     {"tree", "print the type hierarchy of libraries", libmgr::RunTreeCommand},
     {"check", "check libraries before they ship: missing macros, damaged files, duplicates",
      libmgr::RunCheckCommand},
+    {"report", "report parts as XML, or the whole catalogue as one page for a browser",
+     libmgr::RunReportCommand},
     {"pack", "pack libraries into one container file", libmgr::RunPackCommand},
     {"unpack", "unpack a container file into a folder", libmgr::RunUnpackCommand},
     {"part", "build a part file from its XML description, or dump one as XML", libmgr::RunPartCommand},
