@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstring>
 #include <mutex>
+#include <span>
 #include <strings.h>
 #include <vector>
 
@@ -24,6 +25,8 @@ std::uint32_t CodeFromText(const char* text) {
         std::memcpy(code, text, std::min<std::size_t>(std::strlen(text), 4));
     return MakeCode(code);
 }
+
+} // namespace
 
 // What Identify may look at beyond the name, read once and only when needed.
 class FileFacts {
@@ -60,6 +63,8 @@ private:
     std::vector<char> head;
     std::uint32_t typeCode = 0;
 };
+
+namespace {
 
 bool DetectorAccepts(const FileType& type, FileFacts& facts) {
     if (type.GetDetector() == nullptr)
@@ -231,20 +236,47 @@ TypeID FileTypeManager::SearchForMime(const char* mime) const {
 }
 
 TypeID FileTypeManager::Identify(const IO::Location& location, GeneralID within) const {
-    std::shared_lock guard(lock);
-    return IdentifyLocked(location, within);
-}
-
-TypeID FileTypeManager::IdentifyLocked(const IO::Location& location, GeneralID within) const {
     IO::Name name;
     if (location.GetLastLocalName(&name) != KL::NoError)
         return UnknownType;
-    // Runs once per file of a walk: the extension is folded once, and nothing is allocated
-    // while the name alone decides.
+    std::shared_lock guard(lock);
+    FileFacts facts(location);
+    return IdentifyLocked(name.GetExtension().GetFolded(), within, facts);
+}
+
+bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
+    return MatchFirst(location, std::span<const GeneralID>(&id, 1)) == 0;
+}
+
+int FileTypeManager::MatchFirst(const IO::Location& location, std::span<const GeneralID> ids) const {
+    IO::Name name;
+    if (location.GetLastLocalName(&name) != KL::NoError)
+        return -1;
+    // Runs for every file of a walk: the extension is folded once, and the file is read at most
+    // once, whichever of the ids needs its content.
     const KL::UniString extension = name.GetExtension().GetFolded();
-    const auto byExtension = [&](const FileType& type) {
+    std::shared_lock guard(lock);
+    FileFacts facts(location);
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        if (MatchLocked(extension, ids[i], facts))
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
+namespace {
+
+auto ClaimsExtension(const KL::UniString& extension) {
+    return [&extension](const FileType& type) {
         return type.IdentifiesByExtension() && type.IsFoldedExtensionIncluded(extension);
     };
+}
+
+} // namespace
+
+TypeID FileTypeManager::IdentifyLocked(const KL::UniString& extension, GeneralID within,
+                                       FileFacts& facts) const {
+    const auto byExtension = ClaimsExtension(extension);
     const TypeID first = FindTypeOf(within, byExtension);
     const bool shared =
         first != UnknownType && FindTypeOf(within, [&](const FileType& type) {
@@ -252,7 +284,6 @@ TypeID FileTypeManager::IdentifyLocked(const IO::Location& location, GeneralID w
                                 }) != UnknownType;
     if (first != UnknownType && !shared)
         return first;
-    FileFacts facts(location);
     const auto byContent = [&](const FileType& type) { return DetectorAccepts(type, facts); };
     const auto byCode = [&](const FileType& type) {
         return facts.GetTypeCode() != 0 && type.GetMacType() == facts.GetTypeCode();
@@ -272,21 +303,19 @@ TypeID FileTypeManager::IdentifyLocked(const IO::Location& location, GeneralID w
     return FindTypeOf(within, byCode);
 }
 
-bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
-    std::shared_lock guard(lock);
-    if (id.IsGroup())
-        return IdentifyLocked(location, id) != UnknownType;
+bool FileTypeManager::MatchLocked(const KL::UniString& extension, GeneralID id, FileFacts& facts) const {
+    const auto byExtension = ClaimsExtension(extension);
+    if (id.IsGroup()) {
+        // A type of the group that claims the name settles it; which of several does is the
+        // content's question, and not this one's.
+        if (FindTypeOf(id, byExtension) != UnknownType)
+            return true;
+        return IdentifyLocked(extension, id, facts) != UnknownType;
+    }
     const auto found = types.find(id.GetValue());
     if (found == types.end())
         return false;
     const FileType& type = *found->second;
-    IO::Name name;
-    if (location.GetLastLocalName(&name) != KL::NoError)
-        return false;
-    const KL::UniString extension = name.GetExtension().GetFolded();
-    const auto byExtension = [&extension](const FileType& other) {
-        return other.IdentifiesByExtension() && other.IsFoldedExtensionIncluded(extension);
-    };
     if (byExtension(type))
         return true;
     if (type.GetDetector() == nullptr && type.GetMacType() == 0)
@@ -295,7 +324,6 @@ bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
     // no type knows. Codes are shared ("TEXT" of scripts and texts alike), extensions are not.
     if (!extension.IsEmpty() && FindTypeOf(RootGroup, byExtension) != UnknownType)
         return false;
-    FileFacts facts(location);
     return DetectorAccepts(type, facts) ||
            (facts.GetTypeCode() != 0 && facts.GetTypeCode() == type.GetMacType());
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <shared_mutex>
+#include <span>
 #include <string>
 
 namespace IO {
@@ -14,6 +15,8 @@ class Location;
 }
 
 namespace FTM {
+
+class FileFacts;
 
 // The table of file types and groups. Groups form a tree under RootGroup; a type belongs to the
 // group it was added under and to any group it is added to later. The most recently made manager
@@ -49,6 +52,9 @@ public:
     // True when the file at `location` is of type `id`, or of a type in group `id`. A type matches
     // by extension; by content or type code only a file whose extension no type claims.
     bool Match(const IO::Location& location, GeneralID id) const;
+    // The index of the first of `ids` that Match would answer true for, asked in order, with the
+    // file read at most once for all of them; -1 when none matches.
+    int MatchFirst(const IO::Location& location, std::span<const GeneralID> ids) const;
     // True when `inner` is `outer`, or lies in it at any depth.
     bool IsTypeOrGroupInTypeOrGroup(GeneralID inner, GeneralID outer) const;
     TypeID GetFirstTypeChild(GroupID group) const;
@@ -72,7 +78,8 @@ private:
     // The first type of `within` (registration order; a type id stands for itself) that `accepts`.
     template <typename Accepts>
     TypeID FindTypeOf(GeneralID within, Accepts accepts) const;
-    TypeID IdentifyLocked(const IO::Location& location, GeneralID within) const;
+    TypeID IdentifyLocked(const KL::UniString& extension, GeneralID within, FileFacts& facts) const;
+    bool MatchLocked(const KL::UniString& extension, GeneralID id, FileFacts& facts) const;
 
     std::uint32_t applicationCreator;
     std::map<std::int32_t, std::unique_ptr<FileType>> types;

@@ -108,6 +108,24 @@ TEST(FileTypeManager, IdentifiesFilesByExtensionThenContentThenCode) {
     if (notes.SetTypeInfo(FTM::MakeCode("TABS"), 0) == KL::NoError) {
         EXPECT_EQ(manager.Identify(scratch.Location("notes.txt")), tabbed);
     }
+
+    // A list of ids is asked in order, each as Match would answer; a file that is gone still
+    // matches where its name suffices.
+    const FTM::GroupID texts = manager.AddGroup("All Texts");
+    manager.AddTypeToGroup(plain, texts);
+    manager.AddTypeToGroup(tabbed, texts);
+    const FTM::GeneralID list[] = {bmp, texts, images};
+    for (const char* name :
+         {"notes.txt", "photo.PNG", "disguised.dat", "photo.bmp", "unknown.xyz", "gone.txt"}) {
+        int expected = -1;
+        for (int i = 2; i >= 0; --i) {
+            if (manager.Match(scratch.Location(name), list[i]))
+                expected = i;
+        }
+        EXPECT_EQ(manager.MatchFirst(scratch.Location(name), list), expected) << name;
+    }
+    EXPECT_EQ(manager.MatchFirst(scratch.Location("disguised.dat"), list), 2);
+    EXPECT_EQ(manager.MatchFirst(scratch.Location("gone.txt"), list), 1);
 }
 
 } // namespace

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <memory>
 #include <numeric>
+#include <system_error>
+#include <thread>
 
 namespace LM {
 
@@ -311,8 +313,18 @@ void LibPartSet::BuildSortedIndices() {
                 entries.emplace_back(keyOf(parts[i]), i);
         index->Build(std::move(entries));
     };
-    build(&indexByName, NameKeyOf);
-    build(&indexByFileName, FileNameKeyOf);
+    // The four indices share nothing but the records they read: the two by name, whose keys are
+    // folded and compared as text, are built beside the two by id.
+    const auto buildByNames = [&build, this] {
+        build(&indexByName, NameKeyOf);
+        build(&indexByFileName, FileNameKeyOf);
+    };
+    std::jthread byNames; // joined however this ends
+    try {
+        byNames = std::jthread(buildByNames);
+    } catch (const std::system_error&) {
+        buildByNames(); // no thread to be had: one after the other
+    }
     build(&indexByUnId, UnIdKeyOf);
     build(&indexByGuid, GuidKeyOf);
 }

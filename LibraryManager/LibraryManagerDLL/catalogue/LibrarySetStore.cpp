@@ -15,6 +15,7 @@
 #include "LibraryManagerErrors.hpp"
 #include "QDL/ParamSection.hpp"
 
+#include <span>
 #include <vector>
 
 namespace LM {
@@ -23,15 +24,13 @@ namespace {
 
 bool MatchesAnyType(const KL::Array<FTM::GeneralID>& types, const IO::Location& location,
                     FTM::GeneralID* id) {
-    const FTM::FileTypeManager& manager = FTM::FileTypeManager::GetCurrent();
-    for (const FTM::GeneralID& type : types) {
-        if (manager.Match(location, type)) {
-            if (id != nullptr)
-                *id = type;
-            return true;
-        }
-    }
-    return false;
+    const int first = FTM::FileTypeManager::GetCurrent().MatchFirst(
+        location, std::span<const FTM::GeneralID>(types.GetContent(), types.GetSize()));
+    if (first < 0)
+        return false;
+    if (id != nullptr)
+        *id = types[static_cast<std::size_t>(first)];
+    return true;
 }
 
 } // namespace
