@@ -57,24 +57,62 @@ int Folder::GetLocation(Location* result) const {
     return KL::NoError;
 }
 
-int Folder::List(Listing* entries) const {
-    if (status != KL::NoError)
-        return status;
+namespace {
+
+// Fills a listing from the file system and sorts it by name: file systems list in their own order,
+// and sorting makes every walk the same.
+template <typename Entries, typename Fill, typename NameOf>
+int ListSorted(Entries* entries, Fill fill, NameOf nameOf) {
     if (entries == nullptr)
         return KL::ErrParam;
     entries->clear();
-    const auto collect = [](const Name& name, EntryType type, void* data) {
-        static_cast<Listing*>(data)->emplace_back(name, type);
-        return true;
-    };
-    if (const int err = EntryStatus::ToError(entry->EnumerateContents(collect, entries), EndOfFileError,
-                                             FolderAccessDeniedError);
+    if (const int err = EntryStatus::ToError(fill(), EndOfFileError, FolderAccessDeniedError);
         err != KL::NoError)
         return err;
-    // File systems list in their own order; sorting makes every walk the same.
     std::sort(entries->begin(), entries->end(),
-              [](const auto& a, const auto& b) { return a.first < b.first; });
+              [&nameOf](const auto& a, const auto& b) { return nameOf(a) < nameOf(b); });
     return KL::NoError;
+}
+
+} // namespace
+
+int Folder::List(Listing* entries) const {
+    if (status != KL::NoError)
+        return status;
+    return ListSorted(
+        entries,
+        [this, entries] {
+            return entry->EnumerateContents(
+                [](const Name& name, EntryType type, void* data) {
+                    static_cast<Listing*>(data)->emplace_back(name, type);
+                    return true;
+                },
+                entries);
+        },
+        [](const auto& item) -> const Name& { return item.first; });
+}
+
+int Folder::List(TimedListing* entries, bool withTimes) const {
+    if (status != KL::NoError)
+        return status;
+    const auto collect = [](const Name& name, EntryType type, const TITime* time, void* data) {
+        static_cast<TimedListing*>(data)->push_back(
+            {name, type, time != nullptr ? std::optional<TITime>(*time) : std::nullopt});
+        return true;
+    };
+    return ListSorted(
+        entries,
+        [this, entries, withTimes, collect] {
+            if (withTimes)
+                return entry->EnumerateContentsWithTimes(collect, entries);
+            return entry->EnumerateContents(
+                [](const Name& name, EntryType type, void* data) {
+                    static_cast<TimedListing*>(data)->push_back({name, type, std::nullopt});
+                    return true;
+                },
+                entries);
+        },
+        [](const auto& item) -> const Name& { return item.name; });
 }
 
 int Folder::EnumerateEntries(EntryCallback callback, void* data) const {

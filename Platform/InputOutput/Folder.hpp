@@ -5,6 +5,7 @@
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/Time.hpp"
 
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,14 @@ public:
     using Listing = std::vector<std::pair<Name, EntryType>>;
     // All entries with their kinds, in the order of Enumerate.
     int List(Listing* entries) const;
+    struct TimedEntry {
+        Name name;
+        EntryType type;
+        // A file's, when `withTimes` was asked and the file system had it at hand.
+        std::optional<TITime> modificationTime;
+    };
+    using TimedListing = std::vector<TimedEntry>;
+    int List(TimedListing* entries, bool withTimes) const;
     bool Contains(const Name& name) const;
     int GetEntryType(const Name& name, EntryType* type) const;
 

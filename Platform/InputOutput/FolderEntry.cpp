@@ -22,6 +22,21 @@ bool IsAbsent(int status) {
 
 FolderEntry::~FolderEntry() = default;
 
+int FolderEntry::EnumerateContentsWithTimes(TimedEntryCallback callback, void* data) const {
+    if (callback == nullptr)
+        return KL::ErrParam;
+    struct Forward {
+        TimedEntryCallback callback;
+        void* data;
+    } forward{callback, data};
+    return EnumerateContents(
+        [](const Name& name, EntryType type, void* context) {
+            const auto& target = *static_cast<Forward*>(context);
+            return target.callback(name, type, nullptr, target.data);
+        },
+        &forward);
+}
+
 int FolderEntry::GenerateUnusedName(const Name& base, Name* result, const KL::UniString& suffix) const {
     if (result == nullptr || !base.IsValid())
         return KL::ErrParam;

@@ -12,6 +12,9 @@ enum EntryType { FileEntryType = 0, FolderEntryType = 1, LinkEntryType = 2 };
 
 // Receives the entries of a folder; returns false to stop.
 using EntryCallback = bool (*)(const Name& name, EntryType type, void* data);
+// The same with a file's modification time when the listing learnt it on the way; else null.
+using TimedEntryCallback = bool (*)(const Name& name, EntryType type, const TITime* modificationTime,
+                                    void* data);
 
 // One folder as a file system serves it. Statuses as for FileEntry (EntryStatus).
 // How many entries local folder listings have passed over, since the process began, because their
@@ -39,6 +42,9 @@ public:
     virtual int GetEntryType(const Name& name, EntryType* type) const = 0;
     // Reports every entry once, in an order of the file system's choosing.
     virtual int EnumerateContents(EntryCallback callback, void* data) const = 0;
+    // The same with the modification times of files where the file system has them at hand; by
+    // default none.
+    virtual int EnumerateContentsWithTimes(TimedEntryCallback callback, void* data) const;
     virtual bool IsValid() const = 0;
     virtual bool IsWriteable() const = 0;
     virtual bool IsOnLocalVolume() const = 0;

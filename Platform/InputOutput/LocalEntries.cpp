@@ -64,15 +64,7 @@ int SetModification(const std::string& path, TITime time) {
 }
 
 // The kind of an entry; a link to a file counts as a file, any other link as a link.
-int KindOf(const std::string& path, unsigned char directoryType, EntryType* type) {
-    if (directoryType == DT_REG) {
-        *type = FileEntryType;
-        return KL::NoError;
-    }
-    if (directoryType == DT_DIR) {
-        *type = FolderEntryType;
-        return KL::NoError;
-    }
+int KindOf(const std::string& path, EntryType* type) {
     struct stat info {};
     if (lstat(path.c_str(), &info) != 0)
         return LastError();
@@ -450,7 +442,7 @@ int LocalFolderEntry::GetEntryType(const Name& name, EntryType* type) const {
         return KL::ErrParam;
     if (!name.IsValid())
         return InvalidLocationError;
-    return KindOf(PathOf(name), DT_UNKNOWN, type);
+    return KindOf(PathOf(name), type);
 }
 
 std::uint64_t GetPassedOverNameCount() {
@@ -460,6 +452,23 @@ std::uint64_t GetPassedOverNameCount() {
 int LocalFolderEntry::EnumerateContents(EntryCallback callback, void* data) const {
     if (callback == nullptr)
         return KL::ErrParam;
+    struct Forward {
+        EntryCallback callback;
+        void* data;
+    } forward{callback, data};
+    return ListEntries(
+        [](const Name& name, EntryType type, const TITime*, void* context) {
+            const auto& target = *static_cast<Forward*>(context);
+            return target.callback(name, type, target.data);
+        },
+        &forward, false);
+}
+
+int LocalFolderEntry::EnumerateContentsWithTimes(TimedEntryCallback callback, void* data) const {
+    return callback == nullptr ? KL::ErrParam : ListEntries(callback, data, true);
+}
+
+int LocalFolderEntry::ListEntries(TimedEntryCallback callback, void* data, bool withTimes) const {
     DIR* directory = opendir(path.c_str());
     if (directory == nullptr)
         return errno == EACCES || errno == EPERM ? FolderAccessDeniedError : LastError();
@@ -480,10 +489,16 @@ int LocalFolderEntry::EnumerateContents(EntryCallback callback, void* data) cons
             passedOverNames.fetch_add(1, std::memory_order_relaxed);
             continue;
         }
-        EntryType type = FileEntryType;
-        if (KindOf(PathOf(name), item->d_type, &type) != KL::NoError)
+        // Most file systems tell the kind in the listing; the path is made only when they do not.
+        EntryType type = item->d_type == DT_DIR ? FolderEntryType : FileEntryType;
+        if (item->d_type != DT_REG && item->d_type != DT_DIR && KindOf(PathOf(name), &type) != KL::NoError)
             continue; // vanished while the folder was read
-        if (!callback(name, type, data))
+        // A time that cannot be had here is left to the caller, who asks by path and learns why.
+        struct stat info {};
+        const bool timed =
+            withTimes && type == FileEntryType && fstatat(dirfd(directory), item->d_name, &info, 0) == 0;
+        const TITime time = timed ? TIFromUnixTime(info.st_mtim.tv_sec) : 0;
+        if (!callback(name, type, timed ? &time : nullptr, data))
             break;
     }
     closedir(directory);

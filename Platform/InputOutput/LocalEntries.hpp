@@ -62,6 +62,8 @@ public:
     int Delete(const Name& name) override;
     int GetEntryType(const Name& name, EntryType* type) const override;
     int EnumerateContents(EntryCallback callback, void* data) const override;
+    // Each file's time comes from the open folder by name, without a walk of its whole path.
+    int EnumerateContentsWithTimes(TimedEntryCallback callback, void* data) const override;
     bool IsValid() const override;
     bool IsWriteable() const override;
     bool IsOnLocalVolume() const override;
@@ -69,6 +71,7 @@ public:
 
 private:
     std::string PathOf(const Name& name) const;
+    int ListEntries(TimedEntryCallback callback, void* data, bool withTimes) const;
 
     std::string path; // "/" for the root, else without a trailing "/"
 };

@@ -49,15 +49,16 @@ void TreeEnumerator::NoteFailure(int error) {
 void TreeEnumerator::WalkFolder(const Folder& folder, int depth) {
     // The listing is taken whole first, so reports may change the folder (mount a container)
     // without disturbing the walk.
-    Folder::Listing listing;
-    if (const int err = folder.List(&listing); err != KL::NoError) {
+    Folder::TimedListing listing;
+    if (const int err = folder.List(&listing, listTimes); err != KL::NoError) {
         NoteFailure(err);
         return;
     }
-    for (const auto& [name, type] : listing) {
+    for (const auto& [name, type, time] : listing) {
         if (stopped)
             return;
         parent = &folder;
+        foundTime = time ? &*time : nullptr;
         bool enter = false;
         if (EntryFound(name, type == FolderEntryType)) {
             if (stopped)
@@ -98,6 +99,7 @@ void TreeEnumerator::Descend(const Folder& folder, const Name& name, int depth) 
     if (stopped)
         return;
     WalkFolder(child, depth);
+    foundTime = nullptr; // the child's listing is gone
     if (stopped)
         return;
     parent = &folder;

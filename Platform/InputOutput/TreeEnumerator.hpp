@@ -38,6 +38,12 @@ public:
 
 protected:
     const Folder& GetParent() const { return *parent; }
+    // Asks the listings for the modification times of files, which the file systems that have
+    // them at hand give without a lookup of each file's path; for the constructor of a walk that
+    // compares times.
+    void ListModificationTimes() { listTimes = true; }
+    // During a report of a file: its modification time when the listing gave it, else null.
+    const TITime* GetFoundModificationTime() const { return foundTime; }
     // Ends the walk: nothing more is reported.
     void Stop() { stopped = true; }
     bool IsStopped() const { return stopped; }
@@ -51,6 +57,8 @@ private:
     const Folder* parent;
     bool stopped = false;
     int firstFailure = 0;
+    bool listTimes = false;
+    const TITime* foundTime = nullptr;
 };
 
 } // namespace IO

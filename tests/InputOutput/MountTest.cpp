@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -110,6 +111,36 @@ TEST_F(Mounted, TreeWalkDescendsIntoTheMountAndBackInOneOrder) {
     EXPECT_EQ(stopped.Do(), KL::NoError);
     EXPECT_EQ(stopped.events.back(), "entry pack.lcf/inner:b.klm");
     EXPECT_EQ(vfs.GetConnectedCount(), 0);
+}
+
+// Notes each file with the time its listing gave, or "-" where it gave none.
+class TimedWalk : public IO::TreeEnumerator {
+public:
+    explicit TimedWalk(const IO::Folder& root) : IO::TreeEnumerator(root) { ListModificationTimes(); }
+    bool EntryFound(const IO::Name& name, bool isFolder) override {
+        return isFolder || name.GetExtension() != "lcf";
+    }
+    bool FileFound(const IO::Name& name) override {
+        const TITime* time = GetFoundModificationTime();
+        times[name.ToUTF8()] = time != nullptr ? std::to_string(*time) : "-";
+        return true;
+    }
+    std::map<std::string, std::string> times;
+};
+
+TEST_F(Mounted, AWalkThatAsksForTimesHasThemForDiskFilesOnly) {
+    IO::File(scratch.Location("lib/a.txt")).SetModificationTime(TIFromUnixTime(1'000'000'000));
+    const IO::Folder root(scratch.Location("lib"));
+    TimedWalk walk(root);
+    EXPECT_EQ(walk.Do(), KL::NoError);
+    TITime disk = 0;
+    ASSERT_EQ(IO::fileSystem.GetFileModificationTime(scratch.Location("lib/z/zz.txt"), &disk), KL::NoError);
+    const std::map<std::string, std::string> expected = {
+        {"a.txt", std::to_string(TIFromUnixTime(1'000'000'000))},
+        {"zz.txt", std::to_string(disk)},
+        {"b.klm", "-"},
+        {"top.txt", "-"}};
+    EXPECT_EQ(walk.times, expected);
 }
 
 TEST_F(Mounted, FilesAndFoldersOfTheMountReadLikeDiskOnes) {

@@ -304,6 +304,14 @@ void LibPartSet::ResetIdTable() {
             AddOwnIds(&part, false, true);
 }
 
+void LibPartSet::Reserve(std::size_t more) {
+    const std::size_t count = parts.GetSize() + more;
+    partToIndex.Reserve(count);
+    idToPart.Reserve(count);
+    partToIds.Reserve(count);
+    mainGuidToParts.Reserve(count);
+}
+
 void LibPartSet::BuildSortedIndices() {
     const auto build = [this](auto* index, auto keyOf) {
         std::vector<std::pair<decltype(keyOf(parts[0])), std::uint32_t>> entries;

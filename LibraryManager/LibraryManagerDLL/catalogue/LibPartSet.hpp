@@ -99,6 +99,10 @@ public:
     void RemoveIds(const LibPart* part);
     void ResetIdTable();
 
+    // Room in the id tables for `more` records beyond those held, so that a pass that knows its
+    // count does not grow them step by step.
+    void Reserve(std::size_t more);
+
     // The four sorted indices, built once when a pass has stored everything, then kept by single
     // binary-search insertions. Deleted holes are in none of them.
     void BuildSortedIndices();

@@ -24,6 +24,7 @@
 #include "KLUtils/ScratchFile.hpp"
 #include "LibraryManagerErrors.hpp"
 
+#include <algorithm>
 #include <optional>
 
 namespace LM {
@@ -110,6 +111,9 @@ int LibrarySet::LoadCachedParts(KL::IChannel& channel, int firstFolderIndex) {
     std::uint32_t count = 0;
     if (const int err = channel.Read(count); err != KL::NoError)
         return err;
+    // The count is the stream's word: room for a large library at most, the rest as it comes.
+    constexpr std::uint32_t MostReserved = 1U << 18;
+    libParts->Reserve(std::min(count, MostReserved));
     for (std::uint32_t i = 0; i < count; ++i) {
         if (const int err = LoadCachedPart(channel, firstFolderIndex); err != KL::NoError)
             return err;

@@ -19,7 +19,9 @@ LibraryCacheEnumerator::LibraryCacheEnumerator(KL::ProcessControl& processContro
                                                LibrarySet* librarySet,
                                                const KL::Array<LibraryCacheEntry>* entries)
     : IO::TreeEnumerator(folder), rootLocation(folder.GetLocation()), entries(entries),
-      librarySet(librarySet), processControl(processControl) {}
+      librarySet(librarySet), processControl(processControl) {
+    ListModificationTimes();
+}
 
 // Only a library that proved valid as a whole gets its containers mounted.
 LibraryCacheEnumerator::~LibraryCacheEnumerator() {
@@ -74,8 +76,13 @@ void LibraryCacheEnumerator::CompareWithNextEntry(const IO::Location& location) 
     location.GetDifference(rootLocation, &relative);
     if (!(relative == expected.relLocation))
         return Invalidate();
+    // The listing's time spares a lookup of the whole path; without it the file is asked.
     TITime time = 0;
-    if (IO::fileSystem.GetFileModificationTime(location, &time) != 0 || time != expected.modTime)
+    if (const TITime* listed = GetFoundModificationTime())
+        time = *listed;
+    else if (IO::fileSystem.GetFileModificationTime(location, &time) != 0)
+        return Invalidate();
+    if (time != expected.modTime)
         return Invalidate();
     ++nextEntry;
 }
