@@ -129,10 +129,14 @@ void Paths::GetPathNode(const TreeEntry* node, unsigned index, KL::UnID* id) con
 }
 
 Paths::TreeEntry* Paths::AddChild(TreeEntry* parent, const KL::UnID& id) {
+    if (TreeEntry* last = parent->lastAdded; last != nullptr && last->id == id) {
+        ++last->count;
+        return last;
+    }
     auto [slot, inserted] = parent->children.try_emplace(id, nullptr);
     if (!inserted) {
         ++slot->second->count;
-        return slot->second;
+        return parent->lastAdded = slot->second;
     }
     try {
         slot->second = new TreeEntry(parent, id, 1);
@@ -140,7 +144,7 @@ Paths::TreeEntry* Paths::AddChild(TreeEntry* parent, const KL::UnID& id) {
         parent->children.erase(slot);
         throw;
     }
-    return slot->second;
+    return parent->lastAdded = slot->second;
 }
 
 Paths::TreeEntry* Paths::AddPath(const KL::UnID* ids, unsigned count) {
@@ -216,6 +220,8 @@ void Paths::DeleteUnreferencedLeafItem(TreeEntry* node) {
     if (node->parent == nullptr)
         return;
     node->parent->children.erase(node->id);
+    if (node->parent->lastAdded == node)
+        node->parent->lastAdded = nullptr;
     delete node;
 }
 

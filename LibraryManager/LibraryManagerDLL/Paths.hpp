@@ -104,6 +104,9 @@ private:
 
     TreeEntry* parent;
     ChildSet children;
+    // The child last added to: parts arrive folder by folder, and the parts of a folder mostly
+    // share their ancestors, so most additions find their child here without a search.
+    TreeEntry* lastAdded = nullptr;
     KL::UnID id;
     std::uint32_t count;
 };

@@ -145,14 +145,16 @@ int NameSequence::ReadNames(KL::IChannel& channel, std::uint32_t nameCount) {
     // Each name takes at least six bytes; a count the stream cannot hold is refused at once.
     if (const int err = channel.RequireAvailable(std::uint64_t{nameCount} * 6); err != KL::NoError)
         return err;
-    NameSequence names;
+    // Straight into one buffer: a cache replay reads hundreds of thousands of names.
+    std::u16string text;
     for (std::uint32_t i = 0; i < nameCount; ++i) {
-        Name name;
-        if (const int err = name.Read(channel); err != KL::NoError)
+        if (i > 0)
+            text.push_back(Separator);
+        if (const int err = Name::ReadAppending(channel, text); err != KL::NoError)
             return err;
-        names.AppendName(name);
     }
-    *this = std::move(names);
+    joined = KL::UniString(std::move(text));
+    count = nameCount;
     return KL::NoError;
 }
 

@@ -1,5 +1,6 @@
 #include "InputOutput/Name.hpp"
 
+#include "KLRoot/Channel.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/IChannel.hpp"
 #include "KLRoot/OChannel.hpp"
@@ -49,6 +50,14 @@ int Name::WriteUnits(KL::OChannel& channel, std::u16string_view units) {
 }
 
 int Name::Read(KL::IChannel& channel) {
+    std::u16string units;
+    if (const int err = ReadAppending(channel, units); err != KL::NoError)
+        return err;
+    text = KL::UniString(std::move(units));
+    return KL::NoError;
+}
+
+int Name::ReadAppending(KL::IChannel& channel, std::u16string& text) {
     std::uint32_t count = 0;
     if (const int err = channel.Read(count); err != KL::NoError)
         return err;
@@ -56,14 +65,17 @@ int Name::Read(KL::IChannel& channel) {
         return channel.SetStatus(KL::ErrStreamFormat);
     if (const int err = channel.RequireAvailable(std::uint64_t{count} * 2); err != KL::NoError)
         return err;
-    std::u16string units(count, u'\0');
-    for (char16_t& unit : units) {
-        if (const int err = channel.Read(unit); err != KL::NoError)
-            return err;
+    const std::size_t start = text.size();
+    text.resize(start + count);
+    // The units in one piece, turned to the host's order afterwards.
+    if (const int err = channel.ReadBin(text.data() + start, std::uint64_t{count} * 2); err != KL::NoError)
+        return err;
+    if (channel.GetProtocol() != KL::HostPlatformSign) {
+        for (std::size_t i = start; i < text.size(); ++i)
+            text[i] = KL::ByteSwap(text[i]);
     }
-    if (!IsValidText(units))
+    if (!IsValidText(std::u16string_view(text).substr(start)))
         return channel.SetStatus(KL::ErrStreamFormat);
-    text = KL::UniString(std::move(units));
     return KL::NoError;
 }
 

@@ -52,6 +52,9 @@ public:
     // refuses an invalid or over-long name with ErrStreamFormat and leaves this name unchanged.
     int Write(KL::OChannel& channel) const;
     int Read(KL::IChannel& channel);
+    // Reads one name in the stream form, checked as Read checks it, onto the end of `text`;
+    // for readers that keep several names in one buffer.
+    static int ReadAppending(KL::IChannel& channel, std::u16string& text);
 
 private:
     friend class NameSequence;
