@@ -345,6 +345,13 @@ bool LibrarySet::IsLocationStorableFileType(const IO::Location& location, FTM::G
     return MatchesAnyType(storableFileTypes, location, id);
 }
 
+bool LibrarySet::IsLocationStorableFileTypeForReplay(const IO::Location& location, FTM::GeneralID* id) {
+    if (!IsLocationStorableFileType(location, id))
+        return false;
+    replayTypes.insert_or_assign(location, *id);
+    return true;
+}
+
 bool LibrarySet::IsLocationUnsupportedFileType(const IO::Location& location, FTM::GeneralID* id) const {
     return MatchesAnyType(unsupportedFileTypes, location, id);
 }

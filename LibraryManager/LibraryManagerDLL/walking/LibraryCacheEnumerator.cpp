@@ -44,7 +44,7 @@ bool LibraryCacheEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
 bool LibraryCacheEnumerator::FileFound(const IO::Name& name) {
     const IO::Location location = GetParent().GetLocation() + name;
     FTM::GeneralID type;
-    if (librarySet->IsLocationStorableFileType(location, &type))
+    if (librarySet->IsLocationStorableFileTypeForReplay(location, &type))
         CompareWithNextEntry(location);
     return false;
 }
