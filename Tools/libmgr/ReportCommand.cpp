@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <iostream>
+#include <algorithm>
 #include <string>
 #include <vector>
 

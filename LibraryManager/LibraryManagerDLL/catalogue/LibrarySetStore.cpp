@@ -346,9 +346,12 @@ bool LibrarySet::IsLocationStorableFileType(const IO::Location& location, FTM::G
 }
 
 bool LibrarySet::IsLocationStorableFileTypeForReplay(const IO::Location& location, FTM::GeneralID* id) {
-    if (!IsLocationStorableFileType(location, id))
+    FTM::GeneralID type;
+    if (!IsLocationStorableFileType(location, &type))
         return false;
-    replayTypes.insert_or_assign(location, *id);
+    replayTypes.insert_or_assign(location, type);
+    if (id != nullptr)
+        *id = type;
     return true;
 }
 

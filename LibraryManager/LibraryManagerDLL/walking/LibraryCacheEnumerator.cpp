@@ -4,7 +4,6 @@
 #include "catalogue/LibrarySet.hpp"
 
 #include "InputOutput/FileSystem.hpp"
-#include "InputOutput/FileType.hpp"
 #include "KLRoot/ProcessControl.hpp"
 
 namespace LM {
@@ -43,8 +42,7 @@ bool LibraryCacheEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
 // Only files the catalogue stores have entries: others may come and go without a word.
 bool LibraryCacheEnumerator::FileFound(const IO::Name& name) {
     const IO::Location location = GetParent().GetLocation() + name;
-    FTM::GeneralID type;
-    if (librarySet->IsLocationStorableFileTypeForReplay(location, &type))
+    if (librarySet->IsLocationStorableFileTypeForReplay(location, nullptr))
         CompareWithNextEntry(location);
     return false;
 }
