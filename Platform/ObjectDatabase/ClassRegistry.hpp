@@ -10,6 +10,9 @@
 #include "KLRoot/ClassInfo.hpp"
 #include "KLRoot/KLExport.hpp"
 
+#include <initializer_list>
+#include <vector>
+
 namespace ODB {
 
 using ConstructorFunction = Object* (*)();
@@ -26,23 +29,35 @@ private:
     const KL::ClassInfo& ownerClass;
 };
 
+// A trait that a stored class declares of itself, such as taking no part in undo; the layers
+// that care ask for it by identity.
+class LM_EXPORT ClassProperty {
+public:
+    virtual ~ClassProperty();
+    virtual const char* GetName() const = 0;
+};
+
 struct ClassRecord {
     const KL::ClassInfo* info;
     ConstructorFunction constructor;
     const StorageGroup* storageGroup; // null for the database's main table
+    std::vector<const ClassProperty*> properties;
 };
 
 // False when another class registered the same guid.
 LM_EXPORT bool RegisterClass(const KL::ClassInfo& info, ConstructorFunction constructor,
-                             const StorageGroup* storageGroup = nullptr);
+                             const StorageGroup* storageGroup = nullptr,
+                             std::initializer_list<const ClassProperty*> properties = {});
 // Null for a guid no class registered.
 LM_EXPORT const ClassRecord* FindClass(const KL::Guid& classGuid);
+LM_EXPORT bool HasClassProperty(const KL::ClassInfo& info, const ClassProperty& property);
 
 // Registers a class when the program starts: a global of this type per stored class.
 struct ClassRegistration {
     ClassRegistration(const KL::ClassInfo& info, ConstructorFunction constructor,
-                      const StorageGroup* storageGroup = nullptr) {
-        RegisterClass(info, constructor, storageGroup);
+                      const StorageGroup* storageGroup = nullptr,
+                      std::initializer_list<const ClassProperty*> properties = {}) {
+        RegisterClass(info, constructor, storageGroup, properties);
     }
 };
 

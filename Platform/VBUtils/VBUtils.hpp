@@ -2,3 +2,4 @@
 
 // The object file systems' utilities that the component uses.
 #include "VBUtils/DateTime.hpp"
+#include "VBUtils/NotUndoableClass.hpp"

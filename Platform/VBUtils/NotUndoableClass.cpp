@@ -1,0 +1,10 @@
+#include "VBUtils/NotUndoableClass.hpp"
+
+namespace Undo {
+
+const NotUndoableClass& NotUndoableClass::Get() {
+    static const NotUndoableClass property;
+    return property;
+}
+
+} // namespace Undo
