@@ -45,4 +45,22 @@ int ReadOnlyFileEntry::SetWriteProtection(bool) {
     return ReadOnlyError;
 }
 
+bool FindSeekTarget(FileEntry::SeekOrigin origin, std::int64_t offset, std::uint64_t position,
+                    std::uint64_t length, std::uint64_t* target) {
+    // Lengths are 32-bit, so no base plus an offset inside [-length, length] leaves int64.
+    const auto size = static_cast<std::int64_t>(length);
+    if (offset < -size || offset > size)
+        return false;
+    std::int64_t base = 0;
+    if (origin == FileEntry::FromCurrent)
+        base = static_cast<std::int64_t>(position);
+    else if (origin == FileEntry::FromEnd)
+        base = size;
+    const std::int64_t wanted = base + offset;
+    if (wanted < 0 || wanted > size)
+        return false;
+    *target = static_cast<std::uint64_t>(wanted);
+    return true;
+}
+
 } // namespace IO

@@ -84,6 +84,11 @@ public:
     virtual int TransferTo(FileEntry& target, std::uint64_t size, std::uint64_t* moved);
 };
 
+// The place a seek asks for in data of `length` bytes read up to `position`; false when it lies
+// outside the data. For file systems that keep their files' lengths below 2^32.
+LM_EXPORT bool FindSeekTarget(FileEntry::SeekOrigin origin, std::int64_t offset, std::uint64_t position,
+                              std::uint64_t length, std::uint64_t* target);
+
 // Base of the entries of read-only file systems: every changing operation refuses.
 class LM_EXPORT ReadOnlyFileEntry : public FileEntry {
 public:

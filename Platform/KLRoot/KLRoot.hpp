@@ -20,6 +20,7 @@
 #include "KLRoot/MemoryManager.hpp"
 #include "KLRoot/NumberText.hpp"
 #include "KLRoot/OChannel.hpp"
+#include "KLRoot/PerfData.hpp"
 #include "KLRoot/Object.hpp"
 #include "KLRoot/PagedArray.hpp"
 #include "KLRoot/Preferences.hpp"

@@ -1,7 +1,5 @@
 #include "catalogue/LibrarySet.hpp"
 
-#include "LibraryContainerVFS.hpp"
-
 #include "bincode/QdlBinCodesContainer.hpp"
 #include "catalogue/IServerLibraryCollection.hpp"
 #include "catalogue/LibPartSet.hpp"
@@ -157,8 +155,8 @@ bool LibrarySet::MountContainerFile(KL::ProcessControl& process, const IO::Locat
     if (!CreateAndMountContainerFileSystem(process, location, &GetLibraryContainerVFSOptions()))
         return false;
     // Registered but not mounted would read as a folder that cannot be listed.
-    const auto* container = dynamic_cast<const LibraryContainerVFS*>(IO::fileSystem.GetMountedVFS(location));
-    if (container != nullptr && !container->IsMounted()) {
+    const IO::FixedVFS* container = IO::fileSystem.GetMountedVFS(location);
+    if (IsContainerFileSystem(container) && !IsMountedContainerFileSystem(container)) {
         ReleaseVirtualFileSystem(location);
         return false;
     }

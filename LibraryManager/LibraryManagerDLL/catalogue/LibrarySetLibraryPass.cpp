@@ -5,6 +5,8 @@
 #include "catalogue/LibPartSet.hpp"
 #include "catalogue/LibrarySet.hpp"
 #include "containers/ContainerExtraction.hpp"
+#include "database/DatabaseContainerChecks.hpp"
+#include "database/DatabaseContainerPreferences.hpp"
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "lists/FolderSet.hpp"
 #include "lists/LibraryItem.hpp"
@@ -65,7 +67,8 @@ void LibrarySet::ReadVersionInformation(LibraryItem* item) const {
     if (item->GetType() != LocalLibrary && item->GetType() != ServerLibrary)
         return;
     const IO::Location& location = item->GetLocation();
-    if (IO::fileSystem.IsMountPoint(location) || CheckIfContainer(location))
+    if (IO::fileSystem.IsMountPoint(location) || CheckIfContainer(location) ||
+        (IsDatabaseLibraryContainerOpeningEnabled() && CheckIfFileDatabaseContainer(location)))
         return;
     if (!collapsedLibraryLocation.IsEmpty() && collapsedLibraryLocation == location) {
         item->SetCollapseLongBranches(true);

@@ -15,25 +15,6 @@ using IO::EntryStatus::NotAvailable;
 using IO::EntryStatus::Ok;
 using IO::EntryStatus::TransferFailed;
 
-// The place a seek asks for, inside the content or not at all.
-bool SeekTarget(IO::FileEntry::SeekOrigin origin, std::int64_t offset, std::uint64_t position,
-                std::uint64_t length, std::uint64_t* target) {
-    // Lengths are 32-bit, so no base plus an offset inside [-length, length] leaves int64.
-    const auto size = static_cast<std::int64_t>(length);
-    if (offset < -size || offset > size)
-        return false;
-    std::int64_t base = 0;
-    if (origin == IO::FileEntry::FromCurrent)
-        base = static_cast<std::int64_t>(position);
-    else if (origin == IO::FileEntry::FromEnd)
-        base = size;
-    const std::int64_t wanted = base + offset;
-    if (wanted < 0 || wanted > size)
-        return false;
-    *target = static_cast<std::uint64_t>(wanted);
-    return true;
-}
-
 } // namespace
 
 LCFFileEntry::LCFFileEntry(LibraryContainerVFS* owner, FileData* data, const IO::Location& source)
@@ -97,7 +78,7 @@ int LCFFileEntry::Seek(SeekOrigin origin, std::int64_t offset, std::uint64_t* re
     if (!IsMounted() || origin < FromStart || origin > FromEnd)
         return TransferFailed;
     std::uint64_t target = 0;
-    if (!SeekTarget(origin, offset, position, data->dataLength, &target))
+    if (!IO::FindSeekTarget(origin, offset, position, data->dataLength, &target))
         return EndOfData;
     if (file.SetPosition(data->contentPosition + target) != KL::NoError) {
         position = 0;

@@ -2,6 +2,9 @@
 
 #include "LibraryContainerVFS.hpp"
 #include "containers/ContainerExtraction.hpp"
+#include "database/DatabaseContainerChecks.hpp"
+#include "database/DatabaseContainerPreferences.hpp"
+#include "database/DatabaseLibraryContainerVFS.hpp"
 
 #include "InputOutput/FileSystem.hpp"
 #include "InputOutput/Location.hpp"
@@ -11,10 +14,37 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 namespace LM {
 
 namespace {
+
+// What the registry asks of either kind of mounted container.
+struct ContainerView {
+    int connectedCount;
+    bool mounted;
+    const IO::Location* ownLocation;
+    bool database;
+};
+
+std::optional<ContainerView> ViewOf(const IO::FixedVFS* fileSystem) {
+    if (const auto* file = dynamic_cast<const LibraryContainerVFS*>(fileSystem))
+        return ContainerView{file->GetConnectedCount(), file->IsMounted(), &file->GetOwnLocation(), false};
+    if (const auto* database = dynamic_cast<const DatabaseLibraryContainerVFS*>(fileSystem))
+        return ContainerView{database->GetConnectedCount(), database->IsMounted(),
+                             &database->GetOwnLocation(), true};
+    return std::nullopt;
+}
+
+// A container file of either format, by content; a database one only while they may be opened.
+std::optional<bool> ContainerKind(const IO::Location& location) {
+    if (CheckIfContainer(location))
+        return false;
+    if (IsDatabaseLibraryContainerOpeningEnabled() && CheckIfFileDatabaseContainer(location))
+        return true;
+    return std::nullopt;
+}
 
 class VirtualFileSystemRegistry {
 public:
@@ -46,8 +76,8 @@ public:
             return false;
         IO::FixedVFS* fileSystem = *found;
         IO::fileSystem.Unmount(location);
-        if (const auto* container = dynamic_cast<const LibraryContainerVFS*>(fileSystem)) {
-            if (container->GetConnectedCount() != 0)
+        if (const std::optional<ContainerView> container = ViewOf(fileSystem)) {
+            if (container->connectedCount != 0)
                 retired.Push(fileSystem);
             else
                 delete fileSystem;
@@ -69,12 +99,15 @@ public:
     }
 
     IO::FixedVFS* Find(const IO::Location& location) const {
-        if (mountedTable.IsEmpty() || !CheckIfContainer(location))
+        if (mountedTable.IsEmpty())
+            return nullptr;
+        const std::optional<bool> database = ContainerKind(location);
+        if (!database)
             return nullptr;
         for (const auto& [mountPoint, fileSystem] : mountedTable) {
-            const auto* container = dynamic_cast<const LibraryContainerVFS*>(fileSystem);
-            if (container != nullptr && (container->GetOwnLocation() == location ||
-                                         container->GetOwnLocation().IsAncestorOf(location)))
+            const std::optional<ContainerView> container = ViewOf(fileSystem);
+            if (container && container->database == *database &&
+                (*container->ownLocation == location || container->ownLocation->IsAncestorOf(location)))
                 return fileSystem;
         }
         return nullptr;
@@ -91,14 +124,34 @@ VirtualFileSystemRegistry& Registry() {
     return registry;
 }
 
+// A file system for the container at `location`; null when the file is neither kind of
+// container. A database that cannot be opened throws.
+std::unique_ptr<IO::FixedVFS> MakeContainerFileSystem(const IO::Location& location,
+                                                      const LibraryContainerVFSOptions* options) {
+    const std::optional<bool> database = ContainerKind(location);
+    if (database == true)
+        return std::make_unique<DatabaseLibraryContainerVFS>(location);
+    if (database == false && options != nullptr)
+        return std::make_unique<LibraryContainerVFS>(*options);
+    return nullptr;
+}
+
+// Shows `process` during the mount of either kind of container; null lets it go again.
+void SetMountProcess(IO::FixedVFS* fileSystem, KL::ProcessControl* process) {
+    if (auto* file = dynamic_cast<LibraryContainerVFS*>(fileSystem))
+        file->SetProcessControl(process);
+    else if (auto* database = dynamic_cast<DatabaseLibraryContainerVFS*>(fileSystem))
+        database->SetProcessControl(process);
+}
+
 } // namespace
 
 bool CreateAndMountContainerFileSystem(KL::ProcessControl& process, const IO::Location& location,
                                        const LibraryContainerVFSOptions* options) {
-    if (options == nullptr || !CheckIfContainer(location))
+    std::unique_ptr<IO::FixedVFS> container = MakeContainerFileSystem(location, options);
+    if (container == nullptr)
         return false;
-    auto container = std::make_unique<LibraryContainerVFS>(*options);
-    container->SetProcessControl(&process);
+    SetMountProcess(container.get(), &process);
     try {
         // A place the registry holds gets the new file system in the old one's stead; a place
         // mounted by anybody else is left alone, since registering there would unmount theirs.
@@ -114,9 +167,19 @@ bool CreateAndMountContainerFileSystem(KL::ProcessControl& process, const IO::Lo
         IO::fileSystem.Unmount(location);
         throw;
     }
-    container->SetProcessControl(nullptr);
+    // The process belongs to this call only.
+    SetMountProcess(container.get(), nullptr);
     container.release();
     return true;
+}
+
+bool IsContainerFileSystem(const IO::FixedVFS* fileSystem) {
+    return ViewOf(fileSystem).has_value();
+}
+
+bool IsMountedContainerFileSystem(const IO::FixedVFS* fileSystem) {
+    const std::optional<ContainerView> container = ViewOf(fileSystem);
+    return container && container->mounted;
 }
 
 bool AddVirtualFileSystem(const IO::Location& location, IO::FixedVFS* fileSystem) {

@@ -18,9 +18,9 @@ namespace LM {
 
 class LibraryContainerVFSOptions;
 
-// Mounts the container file at `location` in its own place, so that walks go on inside it as in
-// a folder. False when the file is no container, or the place takes no mount. A container whose
-// walk fails stays registered, not mounted.
+// Mounts the container file at `location`, of either format, in its own place, so that walks go on inside it
+// as in a folder. False when the file is no container, or the place takes no mount. A container whose walk
+// fails stays registered, not mounted.
 LM_EXPORT bool CreateAndMountContainerFileSystem(KL::ProcessControl& process, const IO::Location& location,
                                                  const LibraryContainerVFSOptions* options);
 // Takes over a file system that the caller mounted at `location`.
@@ -31,5 +31,9 @@ LM_EXPORT bool ReleaseVirtualFileSystem(const IO::Location& location);
 LM_EXPORT bool IsValidVirtualFileSystem(const IO::FixedVFS* fileSystem);
 // The mounted container that serves a container file's location, or null.
 LM_EXPORT IO::FixedVFS* FindFileSystem(const IO::Location& location);
+// Whether a file system is a container file's, of either format.
+LM_EXPORT bool IsContainerFileSystem(const IO::FixedVFS* fileSystem);
+// The same, and its walk succeeded.
+LM_EXPORT bool IsMountedContainerFileSystem(const IO::FixedVFS* fileSystem);
 
 } // namespace LM

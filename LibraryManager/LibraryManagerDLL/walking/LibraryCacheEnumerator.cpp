@@ -1,7 +1,7 @@
 #include "walking/LibraryCacheEnumerator.hpp"
 
-#include "LibraryContainerVFS.hpp"
 #include "catalogue/LibrarySet.hpp"
+#include "containers/VirtualFileSystemRegistry.hpp"
 
 #include "InputOutput/FileSystem.hpp"
 #include "KLRoot/ProcessControl.hpp"
@@ -49,7 +49,7 @@ bool LibraryCacheEnumerator::FileFound(const IO::Name& name) {
 
 // The walker kept no entries inside containers, so the comparison does not go in either.
 bool LibraryCacheEnumerator::FolderFound(const IO::Name&) {
-    return dynamic_cast<const LibraryContainerVFS*>(GetParent().GetOwnerFileSystem()) == nullptr;
+    return !IsContainerFileSystem(GetParent().GetOwnerFileSystem());
 }
 
 int LibraryCacheEnumerator::Do() {

@@ -1,8 +1,8 @@
 #include "walking/LibraryEnumerator.hpp"
 
-#include "LibraryContainerVFS.hpp"
 #include "catalogue/IServerLibraryCollection.hpp"
 #include "catalogue/LibrarySet.hpp"
+#include "containers/VirtualFileSystemRegistry.hpp"
 #include "lists/FolderSet.hpp"
 
 #include "InputOutput/FileSystem.hpp"
@@ -18,7 +18,7 @@ const KL::UniString ContainerExtension("LCF");
 
 // Told by the file system's kind: a host may mount file systems of its own below a library.
 bool IsOnContainerFileSystem(const IO::Folder& folder) {
-    return dynamic_cast<const LibraryContainerVFS*>(folder.GetOwnerFileSystem()) != nullptr;
+    return IsContainerFileSystem(folder.GetOwnerFileSystem());
 }
 
 // 0 for a file whose time cannot be had: the cache's comparison then fails on it.

@@ -1,0 +1,48 @@
+#include "database/DatabaseContainerChecks.hpp"
+
+#include "DatabaseLibraryContainerErrorHandler.hpp"
+#include "database/DatabaseContainerPreferences.hpp"
+#include "database/DatabaseLibraryContainerAssociations.hpp"
+
+#include "ObjectDatabase/FileDatabase.hpp"
+#include "ObjectDatabase/IdSpace.hpp"
+
+#include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/Exceptions.hpp"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace LM {
+
+bool CheckIfFileDatabaseContainer(const IO::Location& location) {
+    // The database is a file on disk, whatever is mounted over it.
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(location.ToString(), error))
+        return false;
+    if (!ODB::FileDatabase::IsOwnFile(location))
+        return false;
+    ODB::IdSpace space("tmpIdSpace");
+    DatabaseLibraryContainerErrorHandler handler;
+    ODB::FileDatabase::Parameters parameters;
+    parameters.idSpace = &space;
+    parameters.idSpaceName = space.GetName();
+    parameters.errorHandler = &handler;
+    parameters.openMode = ODB::FileDatabase::ReadOnly;
+    // A database that cannot be read holds no container a caller could use.
+    try {
+        ODB::FileDatabase database(ODB::FileDatabase::Locations{location}, parameters);
+        database.SetMaxMemorySize(static_cast<unsigned>(std::max(0, GetLibraryContainerMaxMemorySize())));
+        return ODB::RefBase(DatabaseLibraryContainerRootId, space).IsLive();
+    } catch (const KL::KLException&) {
+        return false;
+    }
+}
+
+bool CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object> object) {
+    if (!object.Load())
+        return false;
+    return DLCOwnerRootAssociation.GetRight(object).IsLive();
+}
+
+} // namespace LM

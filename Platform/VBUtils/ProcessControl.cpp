@@ -1,0 +1,7 @@
+#include "VBUtils/ProcessControl.hpp"
+
+namespace OVFS {
+
+ProcessControl::~ProcessControl() = default;
+
+} // namespace OVFS

@@ -1,0 +1,272 @@
+// A database container mounted as a folder tree: it enumerates like the library it was made
+// from, and its entries read, seek and fail as a read-only file system's should.
+#include "support/Catalogue.hpp"
+
+#include <LibraryManager.hpp>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testsupport::CatalogueTest;
+using testsupport::TestId;
+
+// Builds a database container of the files below `folder`, as the packing of one library
+// does: the library's contents sit directly in the top folder.
+class ContainerBuilder {
+public:
+    explicit ContainerBuilder(const IO::Location& file) : space("builder") {
+        ODB::FileDatabase::Parameters parameters;
+        parameters.idSpace = &space;
+        parameters.errorHandler = &handler;
+        database = std::make_unique<ODB::FileDatabase>(ODB::FileDatabase::Locations{file}, parameters);
+    }
+
+    void Build(const std::filesystem::path& folder) {
+        ODB::Ref<LM::LibraryContainerFileRoot> fileRoot(new LM::LibraryContainerFileRoot);
+        database->SetRootObject(fileRoot);
+        ODB::Ref<LM::DatabaseLibraryContainerRoot> root(new LM::DatabaseLibraryContainerRoot);
+        root->SetId(LM::DatabaseLibraryContainerRootId);
+        LM::DLCOwnerRootAssociation.Connect(fileRoot, root);
+        ODB::Ref<LM::DatabaseLibraryContainerFolder> top(new LM::DatabaseLibraryContainerFolder);
+        LM::DLCRootFolderAssociation.Connect(root, top);
+        AddChildren(top, folder);
+        root->SetFileCount(fileCount);
+        database->Flush();
+    }
+
+private:
+    void AddChildren(const ODB::RefBase& parent, const std::filesystem::path& folder) {
+        std::vector<std::filesystem::path> entries;
+        for (const auto& entry : std::filesystem::directory_iterator(folder))
+            entries.push_back(entry.path());
+        std::sort(entries.begin(), entries.end());
+        for (const std::filesystem::path& path : entries) {
+            const KL::UniString name(path.filename().string().c_str());
+            if (std::filesystem::is_directory(path)) {
+                ODB::Ref<LM::DatabaseLibraryContainerFolder> child(
+                    new LM::DatabaseLibraryContainerFolder(name));
+                LM::DLCChildrenAssociation.Connect(parent, child);
+                AddChildren(child, path);
+                continue;
+            }
+            const IO::Location location(path.string());
+            const IO::File file(location);
+            TITime created = 0;
+            TITime modified = 0;
+            std::uint32_t type = 0;
+            std::uint32_t creator = 0;
+            file.GetCreationTime(&created);
+            file.GetModificationTime(&modified);
+            file.GetTypeInfo(&type, &creator);
+            ODB::Ref<LM::DatabaseLibraryContainerLibPartHeader> header(
+                path.extension() == ".klm" ? new LM::DatabaseLibraryContainerSymbolHeader(name)
+                                           : new LM::DatabaseLibraryContainerLibPartHeader(name));
+            ODB::Ref<LM::DatabaseLibraryContainerLibPartContent> content(
+                new LM::DatabaseLibraryContainerLibPartContent(
+                    name, KL::UniString(), OVFS::DateTime::CreateDateTime(created),
+                    OVFS::DateTime::CreateDateTime(modified), static_cast<std::int32_t>(type),
+                    static_cast<std::int32_t>(creator)));
+            content->SetLibEntry(location);
+            LM::DLCHeaderContentAssociation.Connect(header, content);
+            LM::DLCChildrenAssociation.Connect(parent, header);
+            ++fileCount;
+        }
+    }
+
+    ODB::IdSpace space;
+    LM::DatabaseLibraryContainerErrorHandler handler;
+    std::unique_ptr<ODB::FileDatabase> database;
+    std::uint32_t fileCount = 0;
+};
+
+class DatabaseContainerMount : public CatalogueTest {
+protected:
+    DatabaseContainerMount() {
+        SavePart("Lib/Templates/Furniture.klm", TestId(1), "Furniture", {}, true);
+        SavePart("Lib/Objects/Chair.klm", TestId(2), "Chair", {TestId(1)});
+        SavePart("Lib/Objects/Tables/Table.klm", TestId(3), "Table", {TestId(1)});
+        SavePart("Lib/Objects/Tables/Round Table.klm", TestId(4), "Round Table", {TestId(3)});
+        scratch.Write("Lib/Objects/readme.txt", "readme of the objects");
+        EnableDatabaseContainers(true);
+    }
+    ~DatabaseContainerMount() override { LM::ForgetDatabaseContainerPreferences(); }
+
+    void EnableDatabaseContainers(bool enabled) {
+        scratch.Write("preferences.json",
+                      std::string(R"({"FileFormat": {"DatabaseLibraryContainerFormat": )") +
+                          (enabled ? "true" : "false") + "}}");
+        ::setenv("LIBMGR_PREFERENCES", (scratch.Path() / "preferences.json").c_str(), 1);
+        LM::ForgetDatabaseContainerPreferences();
+    }
+
+    IO::Location MakeContainer(const std::string& relative) {
+        std::filesystem::create_directories((scratch.Path() / relative).parent_path());
+        ContainerBuilder(scratch.Location(relative)).Build(scratch.Path() / "Lib");
+        return scratch.Location(relative);
+    }
+
+    // One line per part: its place below its library root, its name, validity and ancestry.
+    std::vector<std::string> CatalogueBelow(const IO::Location& root) {
+        std::vector<std::string> lines;
+        for (int i = 0; i < Set().GetLibPartNumber(); ++i) {
+            const LM::LibPart* part = Set().GetLibPartByIndex(i);
+            if (part->GetState() == LM::LibPartStateDeleted)
+                continue;
+            LM::AncestryInfo ancestry;
+            std::string chain;
+            if (Set().GetSymbolAncestryInfo(part, &ancestry) == 0)
+                for (unsigned k = 1; k <= ancestry.GetAncestorsCount(); ++k)
+                    chain += " < " + ancestry.GetAncestorRef(k).mainGuid.ToString().substr(0, 8);
+            lines.push_back(part->GetLocation().ToString().substr(root.ToString().size()) + " " +
+                            part->GetDocumentName().ToUTF8() + (part->IsValid() ? "" : " (dummy)") + chain);
+        }
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    }
+};
+
+TEST_F(DatabaseContainerMount, ALibraryThatIsADatabaseContainerEnumeratesLikeItsFolder) {
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    const std::vector<std::string> asFolder = CatalogueBelow(scratch.Location("Lib"));
+    const int folders = Set().GetFolderNumber();
+    ASSERT_EQ(asFolder.size(), 5U);
+
+    const IO::Location container = MakeContainer("Shipped/Lib.lcf");
+    EXPECT_TRUE(LM::CheckIfFileDatabaseContainer(container));
+    EXPECT_FALSE(LM::CheckIfContainer(container));
+    Set().ResetActiveLibraries();
+    AddLibrary("Shipped/Lib.lcf");
+    ASSERT_TRUE(Set().IsExistActiveLibrary(0));
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(CatalogueBelow(container), asFolder);
+    EXPECT_EQ(Set().GetFolderNumber(), folders);
+    EXPECT_TRUE(LM::IsContainerFileSystem(LM::FindFileSystem(container)));
+    Set().ResetActiveLibraries();
+    EXPECT_FALSE(IO::fileSystem.IsMountPoint(container));
+
+    // With the format switched off, the same file is no library.
+    EnableDatabaseContainers(false);
+    AddLibrary("Shipped/Lib.lcf");
+    EXPECT_FALSE(Set().IsExistActiveLibrary(0));
+}
+
+// The names in a folder, sorted, folders marked with a slash.
+std::vector<std::string> Listing(const IO::Location& location) {
+    IO::Folder::Listing entries;
+    IO::Folder(location).List(&entries);
+    std::vector<std::string> names;
+    for (const auto& [name, type] : entries)
+        names.push_back(name.GetText().ToUTF8() + (type == IO::FolderEntryType ? "/" : ""));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string ReadAll(const IO::Location& location, int* error) {
+    IO::File file(location);
+    std::string bytes;
+    *error = file.Open(IO::File::ReadMode);
+    if (*error != 0)
+        return bytes;
+    char buffer[7];
+    std::uint64_t got = 0;
+    do {
+        *error = file.ReadUpTo(buffer, sizeof buffer, &got);
+        bytes.append(buffer, got);
+    } while (*error == 0 && got == sizeof buffer);
+    return bytes;
+}
+
+TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails) {
+    const IO::Location container = MakeContainer("Lib.lcf");
+    // The part's bytes are damaged in the file: its header lists, its content no longer reads.
+    sqlite3* connection = nullptr;
+    ASSERT_EQ(sqlite3_open(container.ToString().c_str(), &connection), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(connection,
+                           "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE rowid = "
+                           "(SELECT MIN(rowid) FROM odb_group_2)",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(connection);
+
+    LM::DatabaseLibraryContainerVFS fileSystem(container);
+    ASSERT_EQ(IO::fileSystem.Mount(&fileSystem, container), 0);
+    ASSERT_TRUE(fileSystem.IsMounted());
+    // The top folder is no level.
+    EXPECT_EQ(Listing(container), (std::vector<std::string>{"Objects/", "Templates/"}));
+    EXPECT_EQ(Listing(container + IO::Name("Objects")),
+              (std::vector<std::string>{"Chair.klm", "Tables/", "readme.txt"}));
+
+    const IO::Location readme = container + IO::Name("Objects") + IO::Name("readme.txt");
+    int error = 0;
+    EXPECT_EQ(ReadAll(readme, &error), "readme of the objects");
+    // The entry itself: a read past the end gives the rest and says so; seeks stay inside.
+    IO::Location at = readme;
+    IO::FileEntry* entry = nullptr;
+    ASSERT_EQ(fileSystem.Connect(&at, &entry), 0);
+    EXPECT_EQ(entry->Open(IO::FileEntry::WriteMode), IO::EntryStatus::TransferFailed);
+    ASSERT_EQ(entry->Open(IO::FileEntry::ReadMode), 0);
+    std::uint64_t position = 0;
+    ASSERT_EQ(entry->Seek(IO::FileEntry::FromEnd, -3, &position), 0);
+    EXPECT_EQ(position, 18u);
+    char tail[8] = {};
+    std::uint64_t got = 0;
+    EXPECT_EQ(entry->Read(tail, sizeof tail, &got), IO::EntryStatus::EndOfData);
+    EXPECT_EQ(std::string(tail, got), "cts");
+    EXPECT_EQ(entry->Seek(IO::FileEntry::FromStart, 22, &position), IO::EntryStatus::EndOfData);
+    EXPECT_EQ(entry->Seek(IO::FileEntry::FromCurrent, -21, &position), 0);
+    EXPECT_EQ(position, 0u);
+    std::uint64_t length = 0;
+    EXPECT_EQ(entry->GetDataLength(&length), 0);
+    EXPECT_EQ(length, 21u);
+    EXPECT_TRUE(entry->IsWriteProtected());
+    EXPECT_EQ(entry->SetDataLength(0), IO::EntryStatus::TransferFailed);
+    // The mount point itself connects, though no table holds it.
+    IO::Location mountPoint = container;
+    IO::FolderEntry* top = nullptr;
+    ASSERT_EQ(fileSystem.Connect(&mountPoint, &top), 0);
+    EXPECT_EQ(fileSystem.GetConnectedCount(), 2);
+    fileSystem.Disconnect(top);
+
+    // The first file of the first folder is the damaged one: its read fails, and from then on
+    // every entry of the file system does.
+    const IO::Location chair = container + IO::Name("Objects") + IO::Name("Chair.klm");
+    ReadAll(chair, &error);
+    EXPECT_NE(error, 0);
+    EXPECT_TRUE(fileSystem.ErrorOccured());
+    ReadAll(readme, &error);
+    EXPECT_NE(error, 0);
+    EXPECT_TRUE(Listing(container).empty());
+    EXPECT_EQ(entry->Read(tail, 1, &got), IO::EntryStatus::TransferFailed);
+    fileSystem.Disconnect(entry);
+    IO::fileSystem.Unmount(container);
+}
+
+TEST_F(DatabaseContainerMount, PreferencesDecideTheFormatAndTheMemoryLimit) {
+    // Absent, the switch is off, and the next call asks again.
+    ::setenv("LIBMGR_PREFERENCES", (scratch.Path() / "later.json").c_str(), 1);
+    LM::ForgetDatabaseContainerPreferences();
+    EXPECT_FALSE(LM::IsDatabaseLibraryContainerOpeningEnabled());
+    scratch.Write("later.json", R"({"FileFormat": {"DatabaseLibraryContainerFormat": true},
+                                    "LibraryManager": {"LibraryContainerMaxMemorySize": 0}})");
+    EXPECT_TRUE(LM::IsDatabaseLibraryContainerFormatEnabled());
+    EXPECT_EQ(LM::GetLibraryContainerMaxMemorySize(), 0);
+    scratch.Write("later.json", R"({"LibraryManager": {"LibraryContainerMaxMemorySize": -1}})");
+    LM::ForgetDatabaseContainerPreferences();
+    EXPECT_GE(LM::GetLibraryContainerMaxMemorySize(), 30) << "-1 is no value: the limit is computed";
+    EXPECT_EQ(LM::LibraryContainerMaxMemorySizeFor(std::uint64_t{255} << 20), 30);
+    EXPECT_EQ(LM::LibraryContainerMaxMemorySizeFor(std::uint64_t{256} << 20), 30);
+    EXPECT_EQ(LM::LibraryContainerMaxMemorySizeFor(std::uint64_t{200} << 20), 30);
+    EXPECT_EQ(LM::LibraryContainerMaxMemorySizeFor(std::uint64_t{8192} << 20), 163);
+}
+
+} // namespace
