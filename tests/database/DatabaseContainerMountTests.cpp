@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -249,6 +250,52 @@ TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails
     EXPECT_EQ(entry->Read(tail, 1, &got), IO::EntryStatus::TransferFailed);
     fileSystem.Disconnect(entry);
     IO::fileSystem.Unmount(container);
+}
+
+void RunSql(const IO::Location& file, const std::string& sql) {
+    sqlite3* connection = nullptr;
+    ASSERT_EQ(sqlite3_open(file.ToString().c_str(), &connection), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    sqlite3_close(connection);
+}
+
+TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnlyWhatIsDamaged) {
+    const IO::Location good = MakeContainer("good.lcf");
+    const auto size = std::filesystem::file_size(good.ToString());
+    const auto variant = [&](const std::string& name, const std::function<void(const IO::Location&)>& damage) {
+        const IO::Location copy = scratch.Location(name);
+        std::filesystem::copy_file(good.ToString(), copy.ToString());
+        damage(copy);
+        return name;
+    };
+    const std::vector<std::string> damaged = {
+        variant("half.lcf", [&](const IO::Location& at) { std::filesystem::resize_file(at.ToString(), size / 2); }),
+        variant("header-only.lcf", [&](const IO::Location& at) { std::filesystem::resize_file(at.ToString(), 100); }),
+        // Headers that claim to be folders, and folders whose streams were cut.
+        variant("classes.lcf",
+                [](const IO::Location& at) {
+                    RunSql(at, "UPDATE odb_object SET class = x'85E97D440DBF42C698C86A15DC4EDA93' "
+                               "WHERE class = x'5CC0B05DA11C4D62B29DA3897814A203'");
+                }),
+        variant("cut-folders.lcf",
+                [](const IO::Location& at) {
+                    RunSql(at, "UPDATE odb_object SET state = substr(state, 1, 50) "
+                               "WHERE class = x'85E97D440DBF42C698C86A15DC4EDA93'");
+                }),
+        // Contents whose byte counts lie.
+        variant("lying-contents.lcf",
+                [](const IO::Location& at) { RunSql(at, "UPDATE odb_group_2 SET state = substr(state, 1, 60)"); }),
+        variant("no-root.lcf", [](const IO::Location& at) { RunSql(at, "DELETE FROM odb_meta"); }),
+    };
+    // A damaged tree is no container; damaged bytes cost only the parts that read them.
+    for (const std::string& name : damaged) {
+        Set().ResetActiveLibraries();
+        AddLibrary(name);
+        EXPECT_NO_THROW(Set().Enumerate(process)) << name;
+        const bool treeIntact = name == "lying-contents.lcf";
+        EXPECT_EQ(Set().IsExistActiveLibrary(0), treeIntact) << name;
+        EXPECT_LT(CatalogueBelow(scratch.Location(name)).size(), treeIntact ? 5u : 1u) << name;
+    }
 }
 
 TEST_F(DatabaseContainerMount, PreferencesDecideTheFormatAndTheMemoryLimit) {
