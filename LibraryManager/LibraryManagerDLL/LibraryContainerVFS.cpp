@@ -84,14 +84,13 @@ int LibraryContainerVFS::Mounted(KL::ProcessControl& process, const IO::Location
     if (connectedCount == 0)
         CleanUp();
     containerFile = std::make_unique<IO::File>(location);
-    TITime time = 0;
-    if (containerFile->GetCreationTime(&time) == KL::NoError)
-        creationTime = time;
-    if (containerFile->GetModificationTime(&time) == KL::NoError)
-        modificationTime = time;
-    const IO::Folder parent(ParentOf(location));
-    onLocalVolume = parent.IsOnLocalVolume();
-    onFixedVolume = parent.IsOnFixedVolume();
+    const IO::BackingFileFacts facts = IO::ReadBackingFileFacts(*containerFile);
+    if (facts.creationTime != 0)
+        creationTime = facts.creationTime;
+    if (facts.modificationTime != 0)
+        modificationTime = facts.modificationTime;
+    onLocalVolume = facts.onLocalVolume;
+    onFixedVolume = facts.onFixedVolume;
     containerFile->Open(IO::File::ReadMode);
 
     ownLocation = location;

@@ -1,12 +1,24 @@
 #pragma once
 
 #include "KLRoot/KLExport.hpp"
+#include "KLRoot/Time.hpp"
 
 namespace IO {
 
+class File;
 class FileEntry;
 class FolderEntry;
 class Location;
+
+// What a file system mounted over a file tells of itself: the file's times, and the volume of the
+// folder that holds it. A time the file does not give stays 0.
+struct BackingFileFacts {
+    TITime creationTime = 0;
+    TITime modificationTime = 0;
+    bool onLocalVolume = false;
+    bool onFixedVolume = false;
+};
+LM_EXPORT BackingFileFacts ReadBackingFileFacts(const File& file);
 
 // A file system that can be mounted at a location of the process-wide IO::fileSystem. Below the
 // mount point, every file and folder is served by Connect; the caller gives each entry back with

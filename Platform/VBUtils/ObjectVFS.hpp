@@ -20,7 +20,6 @@
 #include "InputOutput/File.hpp"
 #include "InputOutput/FileEntry.hpp"
 #include "InputOutput/FixedVFS.hpp"
-#include "InputOutput/Folder.hpp"
 #include "InputOutput/FolderEntry.hpp"
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
@@ -368,16 +367,11 @@ private:
         if (probe.GetStatus() != KL::NoError)
             return;
         backingFile = std::make_unique<IO::File>(backingFileLocation);
-        TITime time = 0;
-        if (backingFile->GetCreationTime(&time) == KL::NoError)
-            creationTime = time;
-        if (backingFile->GetModificationTime(&time) == KL::NoError)
-            modificationTime = time;
-        IO::Location parentLocation = backingFileLocation;
-        parentLocation.DeleteLastLocalName();
-        const IO::Folder parent(parentLocation);
-        onLocalVolume = parent.IsOnLocalVolume();
-        onFixedVolume = parent.IsOnFixedVolume();
+        const IO::BackingFileFacts facts = IO::ReadBackingFileFacts(*backingFile);
+        creationTime = facts.creationTime;
+        modificationTime = facts.modificationTime;
+        onLocalVolume = facts.onLocalVolume;
+        onFixedVolume = facts.onFixedVolume;
         backingFile->Open(IO::File::ReadMode);
     }
 

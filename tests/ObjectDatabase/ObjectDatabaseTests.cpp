@@ -1,6 +1,7 @@
 // The object database as its users see it: objects and links that survive a reopen in another
 // process, ownership, the memory limit, damaged and foreign files, and a writer killed mid-way.
 #include "support/ScratchFolder.hpp"
+#include "support/Sqlite.hpp"
 
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/Frame.hpp"
@@ -9,7 +10,6 @@
 #include "ObjectDatabase/ObjectDatabase.hpp"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <chrono>
 #include <csignal>
@@ -24,6 +24,8 @@
 #include <vector>
 
 namespace {
+
+using testsupport::RunSql;
 
 // A small object: a text.
 class Note : public ODB::Object {
@@ -308,13 +310,6 @@ std::string ReadEverything(const IO::Location& file) {
     } catch (const ODB::DatabaseException& fault) {
         return "fault " + std::to_string(fault.GetError());
     }
-}
-
-void RunSql(const IO::Location& file, const std::string& sql) {
-    sqlite3* connection = nullptr;
-    ASSERT_EQ(sqlite3_open(file.ToString().c_str(), &connection), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-    sqlite3_close(connection);
 }
 
 TEST_F(ObjectDatabase, DamagedOrForeignFilesAreRefusedThroughTheDatabasesFaults) {

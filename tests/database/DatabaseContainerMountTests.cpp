@@ -1,11 +1,11 @@
 // A database container mounted as a folder tree: it enumerates like the library it was made
 // from, and its entries read, seek and fail as a read-only file system's should.
 #include "support/Catalogue.hpp"
+#include "support/Sqlite.hpp"
 
 #include <LibraryManager.hpp>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,6 +16,8 @@
 #include <vector>
 
 namespace {
+
+using testsupport::RunSql;
 
 using testsupport::CatalogueTest;
 using testsupport::TestId;
@@ -190,14 +192,9 @@ std::string ReadAll(const IO::Location& location, int* error) {
 TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails) {
     const IO::Location container = MakeContainer("Lib.lcf");
     // The part's bytes are damaged in the file: its header lists, its content no longer reads.
-    sqlite3* connection = nullptr;
-    ASSERT_EQ(sqlite3_open(container.ToString().c_str(), &connection), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(connection,
-                           "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE rowid = "
-                           "(SELECT MIN(rowid) FROM odb_group_2)",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(connection);
+    EXPECT_EQ(RunSql(container, "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE rowid = "
+                                "(SELECT MIN(rowid) FROM odb_group_2)"),
+              1);
 
     LM::DatabaseLibraryContainerVFS fileSystem(container);
     ASSERT_EQ(IO::fileSystem.Mount(&fileSystem, container), 0);
@@ -252,25 +249,21 @@ TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails
     IO::fileSystem.Unmount(container);
 }
 
-void RunSql(const IO::Location& file, const std::string& sql) {
-    sqlite3* connection = nullptr;
-    ASSERT_EQ(sqlite3_open(file.ToString().c_str(), &connection), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-    sqlite3_close(connection);
-}
-
 TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnlyWhatIsDamaged) {
     const IO::Location good = MakeContainer("good.lcf");
     const auto size = std::filesystem::file_size(good.ToString());
-    const auto variant = [&](const std::string& name, const std::function<void(const IO::Location&)>& damage) {
+    const auto variant = [&](const std::string& name,
+                             const std::function<void(const IO::Location&)>& damage) {
         const IO::Location copy = scratch.Location(name);
         std::filesystem::copy_file(good.ToString(), copy.ToString());
         damage(copy);
         return name;
     };
     const std::vector<std::string> damaged = {
-        variant("half.lcf", [&](const IO::Location& at) { std::filesystem::resize_file(at.ToString(), size / 2); }),
-        variant("header-only.lcf", [&](const IO::Location& at) { std::filesystem::resize_file(at.ToString(), 100); }),
+        variant("half.lcf",
+                [&](const IO::Location& at) { std::filesystem::resize_file(at.ToString(), size / 2); }),
+        variant("header-only.lcf",
+                [&](const IO::Location& at) { std::filesystem::resize_file(at.ToString(), 100); }),
         // Headers that claim to be folders, and folders whose streams were cut.
         variant("classes.lcf",
                 [](const IO::Location& at) {
@@ -284,7 +277,9 @@ TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnly
                 }),
         // Contents whose byte counts lie.
         variant("lying-contents.lcf",
-                [](const IO::Location& at) { RunSql(at, "UPDATE odb_group_2 SET state = substr(state, 1, 60)"); }),
+                [](const IO::Location& at) {
+                    RunSql(at, "UPDATE odb_group_2 SET state = substr(state, 1, 60)");
+                }),
         variant("no-root.lcf", [](const IO::Location& at) { RunSql(at, "DELETE FROM odb_meta"); }),
     };
     // A damaged tree is no container; damaged bytes cost only the parts that read them.

@@ -1,11 +1,11 @@
 // The objects of a database container: what each class stores and reads back through a real
 // file database, the stored forms' edges, and how database faults reach callers.
 #include "support/ScratchFolder.hpp"
+#include "support/Sqlite.hpp"
 
 #include <LibraryManager.hpp>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <filesystem>
 #include <memory>
@@ -13,6 +13,8 @@
 #include <vector>
 
 namespace {
+
+using testsupport::RunSql;
 
 using Folder = LM::DatabaseLibraryContainerFolder;
 using Header = LM::DatabaseLibraryContainerLibPartHeader;
@@ -306,16 +308,10 @@ TEST_F(DatabaseContainerObjects, DatabaseFaultsSurfaceAsTheContainersExceptions)
     EXPECT_THROW(ContainerDatabase(scratch.Location("not-a-database.lcf"), ODB::FileDatabase::ReadOnly),
                  LM::DatabaseLibraryContainerOpeningFailedException);
     WriteContainer();
-    sqlite3* connection = nullptr;
-    ASSERT_EQ(sqlite3_open(file.ToString().c_str(), &connection), SQLITE_OK);
     // Group 2 is the contents' table: the root's group was made first.
-    ASSERT_EQ(sqlite3_exec(connection,
-                           "UPDATE odb_group_2 SET state = substr(state, 1, length(state) - 100) "
-                           "WHERE length(state) > 5000",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    EXPECT_EQ(sqlite3_changes(connection), 1);
-    sqlite3_close(connection);
+    EXPECT_EQ(RunSql(file, "UPDATE odb_group_2 SET state = substr(state, 1, length(state) - 100) "
+                           "WHERE length(state) > 5000"),
+              1);
     ContainerDatabase db(file, ODB::FileDatabase::ReadOnly);
     ODB::ConstRef<Root> root(LM::DatabaseLibraryContainerRootId, db.space);
     KL::Array<ODB::Ref<Folder>> folders;
