@@ -33,18 +33,26 @@ public:
         database = std::make_unique<ODB::FileDatabase>(ODB::FileDatabase::Locations{file}, parameters);
     }
 
+    // In a file database of its own: under the database's root object.
     void Build(const std::filesystem::path& folder) {
         ODB::Ref<LM::LibraryContainerFileRoot> fileRoot(new LM::LibraryContainerFileRoot);
         database->SetRootObject(fileRoot);
+        BuildUnder(fileRoot, folder);
+    }
+
+    // Under any object of the database, as a host keeps one.
+    void BuildUnder(const ODB::RefBase& owner, const std::filesystem::path& folder) {
         ODB::Ref<LM::DatabaseLibraryContainerRoot> root(new LM::DatabaseLibraryContainerRoot);
         root->SetId(LM::DatabaseLibraryContainerRootId);
-        LM::DLCOwnerRootAssociation.Connect(fileRoot, root);
+        LM::DLCOwnerRootAssociation.Connect(owner, root);
         ODB::Ref<LM::DatabaseLibraryContainerFolder> top(new LM::DatabaseLibraryContainerFolder);
         LM::DLCRootFolderAssociation.Connect(root, top);
         AddChildren(top, folder);
         root->SetFileCount(fileCount);
         database->Flush();
     }
+
+    ODB::FileDatabase& Database() { return *database; }
 
 private:
     void AddChildren(const ODB::RefBase& parent, const std::filesystem::path& folder) {
@@ -291,6 +299,38 @@ TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnly
         EXPECT_EQ(Set().IsExistActiveLibrary(0), treeIntact) << name;
         EXPECT_LT(CatalogueBelow(scratch.Location(name)).size(), treeIntact ? 5u : 1u) << name;
     }
+}
+
+TEST_F(DatabaseContainerMount, AContainerUnderAHostsObjectMountsFromThatObject) {
+    ContainerBuilder host(scratch.Location("host.db"));
+    ODB::Ref<LM::LibraryContainerFileRoot> hostObject(new LM::LibraryContainerFileRoot);
+    host.Database().AddObject(hostObject);
+    host.BuildUnder(hostObject, scratch.Path() / "Lib");
+    EXPECT_TRUE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
+    EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(
+        ODB::Ref<LM::LibraryContainerFileRoot>(new LM::LibraryContainerFileRoot))));
+
+    const IO::Location mountPoint = scratch.Location("Mounted");
+    {
+        LM::DatabaseLibraryContainerVFS fileSystem(hostObject, hostObject);
+        EXPECT_EQ(fileSystem.GetContainerRoot()->GetFileCount(), 5u);
+        ASSERT_EQ(IO::fileSystem.Mount(&fileSystem, mountPoint), 0);
+        EXPECT_EQ(Listing(mountPoint + IO::Name("Objects") + IO::Name("Tables")),
+                  (std::vector<std::string>{"Round Table.klm", "Table.klm"}));
+        int error = 0;
+        EXPECT_EQ(ReadAll(mountPoint + IO::Name("Objects") + IO::Name("readme.txt"), &error),
+                  "readme of the objects");
+        EXPECT_EQ(fileSystem.GetDatabaseOwner(), hostObject);
+        fileSystem.DatabaseOwnerDeleted();
+        EXPECT_TRUE(fileSystem.GetDatabaseOwner().IsNull());
+        IO::fileSystem.Unmount(mountPoint);
+    }
+    // Deleting the container's root takes every object of the container with it.
+    ODB::RefBase root = LM::DLCOwnerRootAssociation.GetRight(hostObject);
+    const ODB::RefBase top = LM::DLCRootFolderAssociation.GetRight(root);
+    root.Delete();
+    EXPECT_FALSE(top.IsLive());
+    EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
 }
 
 TEST_F(DatabaseContainerMount, PreferencesDecideTheFormatAndTheMemoryLimit) {
