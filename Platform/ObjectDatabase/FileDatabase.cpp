@@ -299,7 +299,8 @@ void FileDatabase::Join(ObjectEntry* entry) {
     entry->pendingLinks.clear();
     for (const PendingLink& link : links) {
         ObjectEntry* right = link.right.GetEntry();
-        if (right->dead)
+        // A right side that joined another database meanwhile cannot be linked from this one.
+        if (right->dead || (right->database != nullptr && right->database != this))
             continue;
         if (right->database == nullptr)
             Join(right);
@@ -310,16 +311,16 @@ void FileDatabase::Join(ObjectEntry* entry) {
 void FileDatabase::Delete(ObjectEntry* entry) {
     if (readOnly)
         Fail(Operation::Delete, Subject::Object, ErrorCode::ReadOnly, 0);
+    RefList owned;
     for (const Association* association : Association::GetRegistered()) {
         if (!association->IsOwning())
             continue;
-        RefList owned;
-        EnumerateRight(*association, entry, &owned);
-        for (const RefBase& right : owned) {
-            if (right.GetDatabase() == this)
-                Delete(right.GetEntry());
-        }
+        RefList rights;
+        EnumerateRight(*association, entry, &rights);
+        owned.insert(owned.end(), rights.begin(), rights.end());
     }
+    // The object and its links go first, so that a damaged file whose links run in a circle
+    // leads back to nothing.
     Guarded(Operation::Delete, Subject::Object, [&] {
         store->RemoveLinksOf(entry->rowId);
         store->DeleteObject(entry->rowId, entry->storage);
@@ -327,6 +328,10 @@ void FileDatabase::Delete(ObjectEntry* entry) {
     entry->dirty = false;
     entry->dead = true;
     Forget(entry);
+    for (const RefBase& right : owned) {
+        if (right.IsLive() && right.GetDatabase() == this)
+            Delete(right.GetEntry());
+    }
 }
 
 void FileDatabase::AddLink(const Association& association, ObjectEntry* left, ObjectEntry* right) {

@@ -32,6 +32,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <unordered_set>
 
 namespace OVFS {
 
@@ -381,9 +382,12 @@ private:
         if (!rootFolder.IsLive())
             return KL::ErrStreamFormat;
         stopRequested = false;
+        walkedFolders.clear();
+        walkedFolders.insert(rootFolder.GetId());
         if (processControl != nullptr)
             processControl->Start(process, static_cast<int>(estimatedFileCount));
-        const int result = ProcessChildren(process, rootFolder, location);
+        const int result = ProcessChildren(process, rootFolder, location, 0);
+        walkedFolders.clear();
         if (stopRequested || result != KL::NoError)
             errorOccured = true;
         if (processControl != nullptr)
@@ -392,7 +396,8 @@ private:
     }
 
     // Files before subfolders; the top folder itself is no level.
-    int ProcessChildren(KL::ProcessControl& process, const FolderRef& folder, const IO::Location& location) {
+    int ProcessChildren(KL::ProcessControl& process, const FolderRef& folder, const IO::Location& location,
+                        int depth) {
         KL::Array<FileRef> files;
         folder->GetConnectedFileObjects(&files);
         for (const FileRef& file : files) {
@@ -405,17 +410,22 @@ private:
         for (const FolderRef& subfolder : folders) {
             if (stopRequested)
                 return KL::NoError;
-            if (const int result = ProcessFolderObject(process, subfolder, location); result != KL::NoError)
+            if (const int result = ProcessFolderObject(process, subfolder, location, depth + 1);
+                result != KL::NoError)
                 return result;
         }
         return KL::NoError;
     }
 
-    int ProcessFolderObject(KL::ProcessControl& process, const FolderRef& folder,
-                            const IO::Location& parent) {
+    // A folder met twice, or a tree deeper than any path can be, is a damaged database: a walk on
+    // would never end.
+    int ProcessFolderObject(KL::ProcessControl& process, const FolderRef& folder, const IO::Location& parent,
+                            int depth) {
+        if (depth > MaxFolderDepth || !walkedFolders.insert(folder.GetId()).second)
+            return KL::ErrStreamFormat;
         const IO::Location location = parent + folder->GetNameIO();
         folderTable.Put(location, folder);
-        return ProcessChildren(process, folder, location);
+        return ProcessChildren(process, folder, location, depth);
     }
 
     void ProcessFileObject(KL::ProcessControl& process, const FileRef& file, const IO::Location& parent) {
@@ -443,6 +453,8 @@ private:
         backingFile.reset();
     }
 
+    static constexpr int MaxFolderDepth = 512;
+
     KL::HashTable<IO::Location, FolderRef> folderTable;
     KL::HashTable<IO::Location, FileRef> fileTable;
     // Entries of script threads ask it while the owner's thread mounts and unmounts.
@@ -464,6 +476,7 @@ private:
     ProcessControl* processControl = nullptr;
     KL::ProcessControl* klProcessControl = nullptr;
     std::uint32_t estimatedFileCount = 0;
+    std::unordered_set<ODB::Id> walkedFolders;
     // Script threads connect and give back entries while the owner's thread works.
     std::mutex connectLock;
 };

@@ -238,6 +238,14 @@ TEST_F(ObjectDatabase, DeletingAnOwnerTakesWhatItOwnsAndOnlyFlushedWorkSurvives)
         ASSERT_TRUE(children.Release(root, kept));
         ASSERT_TRUE(children.Connect(root, kept));
         EXPECT_EQ(TextsOfChildren(root), (std::vector<std::string>{"late", "kept"}));
+        // Owners that own each other in a circle are deleted once each.
+        ODB::Ref<Note> first(new Note("first"));
+        ODB::Ref<Note> second(new Note("second"));
+        children.Connect(first, second);
+        children.Connect(second, first);
+        children.Connect(root, first);
+        first.Delete();
+        EXPECT_FALSE(second.IsLive());
         db.database->Flush();
         kept->text = "kept, renamed after the last flush";
         children.Connect(root, ODB::Ref<Note>(new Note("never flushed")));

@@ -289,6 +289,13 @@ TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnly
                     RunSql(at, "UPDATE odb_group_2 SET state = substr(state, 1, 60)");
                 }),
         variant("no-root.lcf", [](const IO::Location& at) { RunSql(at, "DELETE FROM odb_meta"); }),
+        // A folder that holds itself.
+        variant("circle.lcf",
+                [](const IO::Location& at) {
+                    RunSql(at, "INSERT INTO odb_link SELECT l.leftObject, l.association, 1000, l.leftObject "
+                               "FROM odb_link l JOIN odb_association a ON a.association = l.association "
+                               "WHERE a.id = x'8EFF21733DC54C948DEACA68FE12B2DD' LIMIT 1");
+                }),
     };
     // A damaged tree is no container; damaged bytes cost only the parts that read them.
     for (const std::string& name : damaged) {
