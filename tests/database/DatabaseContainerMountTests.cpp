@@ -332,11 +332,17 @@ TEST_F(DatabaseContainerMount, AContainerUnderAHostsObjectMountsFromThatObject) 
         EXPECT_TRUE(fileSystem.GetDatabaseOwner().IsNull());
         IO::fileSystem.Unmount(mountPoint);
     }
-    // Deleting the container's root takes every object of the container with it.
-    ODB::RefBase root = LM::DLCOwnerRootAssociation.GetRight(hostObject);
+    // Deleting the container takes every object of it, and leaves the host's object.
+    const ODB::RefBase root = LM::DLCOwnerRootAssociation.GetRight(hostObject);
     const ODB::RefBase top = LM::DLCRootFolderAssociation.GetRight(root);
-    root.Delete();
+    ODB::RefList firstLevel;
+    LM::DLCChildrenAssociation.EnumerateRight(top, &firstLevel);
+    ASSERT_FALSE(firstLevel.empty());
+    EXPECT_TRUE(LM::DeleteContainerFromFileDatabase(hostObject));
+    EXPECT_FALSE(root.IsLive());
     EXPECT_FALSE(top.IsLive());
+    EXPECT_FALSE(firstLevel.front().IsLive());
+    EXPECT_TRUE(hostObject.IsLive());
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
 }
 

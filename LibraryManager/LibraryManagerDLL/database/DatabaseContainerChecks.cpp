@@ -45,4 +45,13 @@ bool CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object> object) {
     return DLCOwnerRootAssociation.GetRight(object).IsLive();
 }
 
+bool DeleteContainerFromFileDatabase(ODB::Ref<ODB::Object> object) {
+    if (!object.Load())
+        return false;
+    // The associations own what hangs below the root: folders, headers and contents go with it.
+    if (ODB::RefBase root = DLCOwnerRootAssociation.GetRight(object); root.IsLive())
+        root.Delete();
+    return true;
+}
+
 } // namespace LM

@@ -1,7 +1,8 @@
 #pragma once
 
 // Whether something is a database container: a file by its content, or a host's object by the
-// container root linked to it. Neither test mounts anything.
+// container root linked to it. Neither test mounts anything. And the removal of a container from
+// a host's database.
 #include "ObjectDatabase/Ref.hpp"
 
 #include "InputOutput/Location.hpp"
@@ -13,5 +14,7 @@ namespace LM {
 // including a damaged database.
 LM_EXPORT bool CheckIfFileDatabaseContainer(const IO::Location& location);
 LM_EXPORT bool CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object> object);
+// Deletes the container under `object`, all its objects with it; false only for a dead object.
+LM_EXPORT bool DeleteContainerFromFileDatabase(ODB::Ref<ODB::Object> object);
 
 } // namespace LM
