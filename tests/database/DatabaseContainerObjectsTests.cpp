@@ -60,7 +60,7 @@ struct ContainerDatabase {
 
 class DatabaseContainerObjects : public ::testing::Test {
 protected:
-    // root → top folder → { "Doors" (sub-container) → { door.gsm (symbol), readme.txt }, orphan }
+    // root → top folder → { "Doors" (sub-container) → { door.klm (symbol), readme.txt }, orphan }
     void WriteContainer() {
         ContainerDatabase db(file, ODB::FileDatabase::ReadWrite);
         ODB::Ref<LM::LibraryContainerFileRoot> fileRoot(new LM::LibraryContainerFileRoot);
@@ -78,12 +78,12 @@ protected:
         KL::Array<LM::InfoData*> items = Items({{0x454D4248, std::string(24, 'h')}, {7, "seven"}});
         doors->SetInfoData(items);
         DeleteItems(items);
-        ODB::Ref<SymbolHeader> door(new SymbolHeader(KL::UniString("door.gsm")));
+        ODB::Ref<SymbolHeader> door(new SymbolHeader(KL::UniString("door.klm")));
         ODB::Ref<Content> doorContent(
-            new Content(KL::UniString("door.gsm"), KL::UniString("application/x-part"),
-                        OVFS::DateTime(0, 1000), OVFS::DateTime(1, 2000), 0x47534D20, 0x4B4C5458));
-        scratch.Write("door.gsm", doorBytes);
-        ASSERT_EQ(doorContent->SetLibEntry(scratch.Location("door.gsm")), 0);
+            new Content(KL::UniString("door.klm"), KL::UniString("application/x-part"),
+                        OVFS::DateTime(0, 1000), OVFS::DateTime(1, 2000), 0x4B4C4D20, 0x4B4C5458));
+        scratch.Write("door.klm", doorBytes);
+        ASSERT_EQ(doorContent->SetLibEntry(scratch.Location("door.klm")), 0);
         items = Items({{9, "nine"}});
         doorContent->SetInfoData(items);
         DeleteItems(items);
@@ -156,7 +156,7 @@ TEST_F(DatabaseContainerObjects, EveryClassComesBackAsItWasWrittenAndHeadersRead
     std::vector<std::string> names;
     for (LM::DLCChildrenConstIterator child(doors); !child.IsEnd(); ++child)
         names.push_back(ODB::ConstRef<Header>::Cast(*child)->GetName().ToUTF8());
-    EXPECT_EQ(names, (std::vector<std::string>{"door.gsm", "readme.txt"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"door.klm", "readme.txt"}));
     doors->GetConnectedFileObjects(&files);
     ASSERT_EQ(files.GetSize(), 2u);
     EXPECT_FALSE(ODB::ConstRef<SymbolHeader>::Cast(files[0]).IsNull());
@@ -166,7 +166,7 @@ TEST_F(DatabaseContainerObjects, EveryClassComesBackAsItWasWrittenAndHeadersRead
     EXPECT_EQ(door->GetDataSize(), doorBytes.size());
     EXPECT_EQ(door->GetCreationTime(), OVFS::DateTime(0, 1000));
     EXPECT_EQ(door->GetModificationTime(), OVFS::DateTime(1, 2000));
-    EXPECT_EQ(door->GetMacType(), 0x47534D20);
+    EXPECT_EQ(door->GetMacType(), 0x4B4C4D20);
     EXPECT_EQ(door->GetMacCreator(), 0x4B4C5458);
     const ODB::ConstRef<Content> doorContent = door->GetContent();
     EXPECT_EQ(doorContent->GetMime(), KL::UniString("application/x-part"));
@@ -319,7 +319,7 @@ TEST_F(DatabaseContainerObjects, DatabaseFaultsSurfaceAsTheContainersExceptions)
     folders[0]->GetConnectedFolderObjects(&folders);
     KL::Array<ODB::Ref<Header>> files;
     folders[0]->GetConnectedFileObjects(&files);
-    ASSERT_EQ(files[0]->GetName(), KL::UniString("door.gsm")) << "headers list without their contents";
+    ASSERT_EQ(files[0]->GetName(), KL::UniString("door.klm")) << "headers list without their contents";
     EXPECT_THROW(files[0]->GetDataSize(), LM::DatabaseLibraryContainerException);
     EXPECT_EQ(files[1]->GetDataSize(), 5u);
 }
