@@ -118,8 +118,7 @@ int LibraryContainerVFS::ProcessFolder(KL::IChannel&, IO::File* file, const Fold
     folder->location = location;
     folder->isSubContainer = subContainer;
     if (infos != nullptr)
-        for (const InfoData* info : *infos)
-            folder->infos.Push(*info);
+        folder->infos.PushAll(*infos);
     FolderData* entered = folder.get();
     if (!folderTable.ContainsKey(location)) {
         const std::unique_ptr<FolderData>* parent = folderTable.GetPtr(ParentOf(location));
@@ -161,8 +160,7 @@ int LibraryContainerVFS::ProcessFile(KL::IChannel&, IO::File* file, const FileEn
     data->modificationTime = entry.modificationTime.ConvertToKLTime();
     data->isZipped = (entry.flags & CompressedFileFlag) != 0;
     if (infos != nullptr)
-        for (const InfoData* info : *infos)
-            data->infos.Push(*info);
+        data->infos.PushAll(*infos);
     if (const int err = file->GetPosition(&data->contentPosition); err != KL::NoError)
         return LibPartFileError;
     data->owner = subContainerStack.GetLast();

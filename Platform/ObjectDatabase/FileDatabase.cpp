@@ -281,7 +281,8 @@ void FileDatabase::Join(ObjectEntry* entry) {
     const ClassRecord* record = FindClass(entry->object->GetClassInfo()->GetGuid());
     if (record == nullptr)
         Fail(Operation::Store, Subject::Object, ErrorCode::UnknownClass, 0);
-    if (idSpace->entries.contains(entry->id) || FindStored(entry->id) != nullptr)
+    // An id another database of the space holds; the file's own ids are kept unique by the store.
+    if (idSpace->entries.contains(entry->id))
         Fail(Operation::Store, Subject::Object, ErrorCode::DuplicateId, 0);
     Guarded(Operation::Store, Subject::Object, [&] {
         entry->storage =

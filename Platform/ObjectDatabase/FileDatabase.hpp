@@ -94,7 +94,6 @@ public:
 
     // In MiB; 0 keeps in memory only what references hold.
     void SetMaxMemorySize(unsigned mebibytes);
-    std::uint64_t GetMaxMemoryBytes() const { return maxMemoryBytes; }
     // What the loaded objects hold by their own count.
     std::uint64_t GetLoadedSize() const { return loadedSize; }
 
@@ -109,7 +108,6 @@ public:
     void CompactToMinimum();
 
     const IO::Location& GetLocation() const { return location; }
-    bool IsReadOnly() const { return readOnly; }
     IdSpace& GetIdSpace() const { return *idSpace; }
 
     // By content: a SQLite file that carries this database's application id. `newer`, if given,

@@ -2,6 +2,8 @@
 
 #include "KLRoot/Channel.hpp"
 
+#include <sqlite3.h>
+
 #include <array>
 #include <filesystem>
 
@@ -146,7 +148,13 @@ std::optional<ObjectStore::Row> ObjectStore::Find(const Id& id) {
 std::int64_t ObjectStore::Insert(const Id& id, const KL::Guid& classGuid, int storage) {
     const IdBlob idBlob = ToBlob(id);
     const IdBlob classBlob = ToBlob(classGuid);
-    insert.Bind(AsSpan(idBlob), AsSpan(classBlob), storage).Run();
+    try {
+        insert.Bind(AsSpan(idBlob), AsSpan(classBlob), storage).Run();
+    } catch (const StoreFailure& failure) {
+        if (failure.code == SQLITE_CONSTRAINT_UNIQUE)
+            throw StoreFailure{FileDatabase::ErrorCode::DuplicateId, failure.code};
+        throw;
+    }
     return connection.LastInsertRowId();
 }
 

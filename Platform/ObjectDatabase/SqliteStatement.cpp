@@ -61,9 +61,9 @@ bool SqliteStatement::ColumnIsNull(int column) const {
     return sqlite3_column_type(statement, column) == SQLITE_NULL;
 }
 
+// Every statement binds all its parameters each time, so old bindings need no clearing.
 void SqliteStatement::Reset() {
     sqlite3_reset(statement);
-    sqlite3_clear_bindings(statement);
 }
 
 void SqliteStatement::BindValue(int index, std::int64_t value) {

@@ -27,7 +27,8 @@ public:
     SqliteStatement& operator=(SqliteStatement&& other) noexcept;
     ~SqliteStatement();
 
-    // Resets the statement and binds the values in order, starting at parameter 1.
+    // Resets the statement and binds the values in order, starting at parameter 1; a statement
+    // gets all its parameters on every call.
     template <class... Values>
     SqliteStatement& Bind(const Values&... values) {
         Reset();

@@ -32,6 +32,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unordered_set>
 
 namespace OVFS {
@@ -155,8 +156,8 @@ public:
     int Read(void* buffer, std::uint64_t size, std::uint64_t* read) override {
         *read = 0;
         return HeaderStep(IO::EntryStatus::TransferFailed, [&] {
-            const std::uint64_t length = header->GetDataSize();
-            const std::uint64_t wanted = std::min(size, length - std::min(position, length));
+            const std::uint64_t total = Length();
+            const std::uint64_t wanted = std::min(size, total - std::min(position, total));
             std::uint32_t got = 0;
             if (wanted > 0 && header->GetBinData(static_cast<char*>(buffer), position,
                                                  static_cast<std::uint32_t>(wanted), &got) != KL::NoError) {
@@ -174,7 +175,7 @@ public:
             return IO::EntryStatus::TransferFailed;
         return HeaderStep(IO::EntryStatus::TransferFailed, [&] {
             std::uint64_t target = 0;
-            if (!IO::FindSeekTarget(origin, offset, position, header->GetDataSize(), &target))
+            if (!IO::FindSeekTarget(origin, offset, position, Length(), &target))
                 return IO::EntryStatus::EndOfData;
             position = target;
             if (result != nullptr)
@@ -192,7 +193,7 @@ public:
         if (fileSystem->IsUsable() && !header.IsLive())
             return IO::EntryStatus::EndOfData;
         return HeaderStep(IO::EntryStatus::NotAvailable, [&] {
-            *length = header->GetDataSize();
+            *length = Length();
             return IO::EntryStatus::Ok;
         });
     }
@@ -215,6 +216,14 @@ public:
     std::uint64_t GetHighWater() const { return highWater; }
 
 private:
+    // A file's length asks the database for its content; a container never changes, so once is
+    // enough.
+    std::uint64_t Length() const {
+        if (!knownLength)
+            knownLength = header->GetDataSize();
+        return *knownLength;
+    }
+
     // Every operation needs a usable file system and a live header.
     template <class Step>
     int HeaderStep(int failure, Step&& step) const {
@@ -228,6 +237,7 @@ private:
     bool readOnly;
     std::uint64_t position = 0;
     std::uint64_t highWater = 0;
+    mutable std::optional<std::uint64_t> knownLength;
 };
 
 template <class FileObject, class FolderObject, class RootObject>
@@ -364,10 +374,10 @@ private:
     void OpenBackingFile() {
         if (backingFileLocation.IsEmpty())
             return;
-        IO::File probe(backingFileLocation);
-        if (probe.GetStatus() != KL::NoError)
+        auto file = std::make_unique<IO::File>(backingFileLocation);
+        if (file->GetStatus() != KL::NoError)
             return;
-        backingFile = std::make_unique<IO::File>(backingFileLocation);
+        backingFile = std::move(file);
         const IO::BackingFileFacts facts = IO::ReadBackingFileFacts(*backingFile);
         creationTime = facts.creationTime;
         modificationTime = facts.modificationTime;

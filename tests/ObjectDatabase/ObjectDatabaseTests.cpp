@@ -180,6 +180,15 @@ TEST_F(ObjectDatabase, ObjectsAndLinksComeBackInAnotherProcessAsTheyWereFlushed)
         // One left side per right side, one right side per left side of a one-to-one link.
         EXPECT_FALSE(children.Connect(root, branch));
         EXPECT_FALSE(attachment.Connect(branch, ODB::Ref<Blob>(new Blob(std::vector<char>()))));
+        // An id is the database's once.
+        ODB::Ref<Note> twin(new Note("twin"));
+        twin->SetId(rootId);
+        try {
+            db.database->AddObject(twin);
+            ADD_FAILURE() << "a second object took the root's id";
+        } catch (const ODB::DatabaseException& refused) {
+            EXPECT_EQ(refused.GetError(), ODB::FileDatabase::ErrorCode::DuplicateId);
+        }
         db.database->Flush();
     }
 

@@ -228,6 +228,7 @@ TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails
     std::uint64_t got = 0;
     EXPECT_EQ(entry->Read(tail, sizeof tail, &got), IO::EntryStatus::EndOfData);
     EXPECT_EQ(std::string(tail, got), "cts");
+    EXPECT_EQ(static_cast<LM::DatabaseLibraryContainerObjectVFS::FileEntry*>(entry)->GetHighWater(), 21u);
     EXPECT_EQ(entry->Seek(IO::FileEntry::FromStart, 22, &position), IO::EntryStatus::EndOfData);
     EXPECT_EQ(entry->Seek(IO::FileEntry::FromCurrent, -21, &position), 0);
     EXPECT_EQ(position, 0u);
@@ -344,6 +345,45 @@ TEST_F(DatabaseContainerMount, AContainerUnderAHostsObjectMountsFromThatObject) 
     EXPECT_FALSE(firstLevel.front().IsLive());
     EXPECT_TRUE(hostObject.IsLive());
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
+}
+
+// Breaks when asked, and counts how often it was.
+class BreakingProcess : public KL::ProcessControl {
+public:
+    bool BreakRequested() override {
+        ++asked;
+        return true;
+    }
+    int asked = 0;
+};
+
+TEST_F(DatabaseContainerMount, AMountsProgressOwnsItsProcessAndAsksForABreakEveryEighthFile) {
+    BreakingProcess process;
+    LM::DatabaseLibraryProcessControl progress(KL::UniString("Reading"));
+    progress.Start(process, 10);
+    EXPECT_TRUE(progress.IsActive());
+    EXPECT_EQ(progress.GetTotal(), 10);
+    EXPECT_TRUE(process.IsProcessRunning());
+    EXPECT_EQ(process.GetProcessId(), 84);
+    EXPECT_EQ(process.GetTitle(), KL::UniString("Reading"));
+    for (int file = 1; file < 8; ++file)
+        progress.Step(process);
+    EXPECT_EQ(process.asked, 0);
+    EXPECT_FALSE(progress.IsCancelled());
+    progress.Step(process);
+    EXPECT_EQ(process.asked, 1);
+    EXPECT_TRUE(progress.IsCancelled());
+    progress.Finish(process);
+    EXPECT_FALSE(progress.IsActive());
+    EXPECT_FALSE(process.IsProcessRunning()) << "the process it started ends with it";
+
+    // A process that ran already is left running.
+    process.StartProcess(7);
+    progress.Start(process, 1);
+    EXPECT_FALSE(progress.IsCancelled());
+    progress.Finish(process);
+    EXPECT_TRUE(process.IsProcessRunning());
+    EXPECT_EQ(process.GetProcessId(), 7);
 }
 
 TEST_F(DatabaseContainerMount, PreferencesDecideTheFormatAndTheMemoryLimit) {

@@ -6,7 +6,6 @@
 #include "catalogue/LibrarySet.hpp"
 #include "containers/ContainerExtraction.hpp"
 #include "database/DatabaseContainerChecks.hpp"
-#include "database/DatabaseContainerPreferences.hpp"
 #include "hierarchy/AncestryHierarchy.hpp"
 #include "lists/FolderSet.hpp"
 #include "lists/LibraryItem.hpp"
@@ -68,7 +67,7 @@ void LibrarySet::ReadVersionInformation(LibraryItem* item) const {
         return;
     const IO::Location& location = item->GetLocation();
     if (IO::fileSystem.IsMountPoint(location) || CheckIfContainer(location) ||
-        (IsDatabaseLibraryContainerOpeningEnabled() && CheckIfFileDatabaseContainer(location)))
+        IsOpenableDatabaseContainer(location))
         return;
     if (!collapsedLibraryLocation.IsEmpty() && collapsedLibraryLocation == location) {
         item->SetCollapseLongBranches(true);

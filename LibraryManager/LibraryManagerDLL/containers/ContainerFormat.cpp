@@ -157,17 +157,20 @@ int InfoData::Write(KL::OChannel& channel) const {
 }
 
 InfoArray::InfoArray(const InfoArray& other) {
-    for (const InfoData* item : other.items)
-        Push(*item);
+    PushAll(other.items);
 }
 
 InfoArray& InfoArray::operator=(const InfoArray& other) {
     if (this != &other) {
         Clear();
-        for (const InfoData* item : other.items)
-            Push(*item);
+        PushAll(other.items);
     }
     return *this;
+}
+
+void InfoArray::PushAll(const KL::Array<InfoData*>& source) {
+    for (const InfoData* item : source)
+        Push(*item);
 }
 
 InfoArray::~InfoArray() {

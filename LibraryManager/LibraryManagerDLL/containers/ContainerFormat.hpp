@@ -156,6 +156,8 @@ public:
     // The bytes WriteBlock puts.
     std::uint64_t GetBlockSize() const;
     void Push(const InfoData& item);
+    // Appends deep copies of every item.
+    void PushAll(const KL::Array<InfoData*>& source);
     void Clear();
     const KL::Array<InfoData*>& Get() const { return items; }
 

@@ -70,8 +70,7 @@ InfoArray NestedContainerInfos(const IO::Location& location) {
     char bytes[ContainerHeader::Size];
     std::memcpy(bytes, &header, sizeof bytes);
     infos.Push(InfoData(EmbeddedHeaderTag, ContainerHeader::Size, bytes));
-    for (const InfoData* item : reader.GetHeaderInfos())
-        infos.Push(*item);
+    infos.PushAll(reader.GetHeaderInfos());
     return infos;
 }
 
@@ -193,10 +192,8 @@ ContainerFolderRecord& ContainerWriter::AddSubfolder(ContainerFolderRecord& fold
         // Database containers are not served here yet: only container files are asked.
         if (const LibraryContainerVFS* container = ServingContainer(subfolder->location)) {
             subfolder->isSubContainer = container->IsFolderSubContainer(subfolder->location);
-            if (const KL::Array<InfoData*>* infos = container->GetInfoForLocation(subfolder->location)) {
-                for (const InfoData* item : *infos)
-                    subfolder->infos.Push(*item);
-            }
+            if (const KL::Array<InfoData*>* infos = container->GetInfoForLocation(subfolder->location))
+                subfolder->infos.PushAll(*infos);
         }
     }
     subfolder->parent = &folder;

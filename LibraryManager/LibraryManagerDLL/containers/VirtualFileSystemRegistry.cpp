@@ -3,7 +3,6 @@
 #include "LibraryContainerVFS.hpp"
 #include "containers/ContainerExtraction.hpp"
 #include "database/DatabaseContainerChecks.hpp"
-#include "database/DatabaseContainerPreferences.hpp"
 #include "database/DatabaseLibraryContainerVFS.hpp"
 
 #include "InputOutput/FileSystem.hpp"
@@ -41,7 +40,7 @@ std::optional<ContainerView> ViewOf(const IO::FixedVFS* fileSystem) {
 std::optional<bool> ContainerKind(const IO::Location& location) {
     if (CheckIfContainer(location))
         return false;
-    if (IsDatabaseLibraryContainerOpeningEnabled() && CheckIfFileDatabaseContainer(location))
+    if (IsOpenableDatabaseContainer(location))
         return true;
     return std::nullopt;
 }

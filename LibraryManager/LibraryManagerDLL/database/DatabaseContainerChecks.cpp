@@ -39,6 +39,11 @@ bool CheckIfFileDatabaseContainer(const IO::Location& location) {
     }
 }
 
+bool IsOpenableDatabaseContainer(const IO::Location& location) {
+    return ODB::FileDatabase::IsOwnFile(location) && IsDatabaseLibraryContainerOpeningEnabled() &&
+           CheckIfFileDatabaseContainer(location);
+}
+
 bool CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object> object) {
     if (!object.Load())
         return false;

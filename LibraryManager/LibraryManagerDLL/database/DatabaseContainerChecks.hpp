@@ -14,6 +14,10 @@ namespace LM {
 // including a damaged database.
 LM_EXPORT bool CheckIfFileDatabaseContainer(const IO::Location& location);
 LM_EXPORT bool CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object> object);
+// A database container file while they may be opened. The file's first bytes are looked at before
+// the preference is read and before the database is opened, so that folders and other files,
+// which most locations are, cost one failed read.
+LM_EXPORT bool IsOpenableDatabaseContainer(const IO::Location& location);
 // Deletes the container under `object`, all its objects with it; false only for a dead object.
 LM_EXPORT bool DeleteContainerFromFileDatabase(ODB::Ref<ODB::Object> object);
 

@@ -202,7 +202,8 @@ int DatabaseLibraryContainerLibPartContent::WriteToChannel(KL::OChannel& channel
 }
 
 void DatabaseLibraryContainerLibPartContent::SetInfoData(const KL::Array<InfoData*>& items) {
-    ReplaceItems(infos, items);
+    infos.Clear();
+    infos.PushAll(items);
 }
 
 unsigned DatabaseLibraryContainerLibPartContent::GetInfoData(KL::Array<InfoData*>& items) const {

@@ -183,7 +183,8 @@ void DatabaseLibraryContainerFolder::SetNameIO(const IO::Name& newName) {
 }
 
 void DatabaseLibraryContainerFolder::SetInfoData(const KL::Array<InfoData*>& items) {
-    ReplaceItems(infos, items);
+    infos.Clear();
+    infos.PushAll(items);
 }
 
 unsigned DatabaseLibraryContainerFolder::GetInfoData(KL::Array<InfoData*>& items) const {

@@ -40,10 +40,4 @@ unsigned AppendItemCopies(const InfoArray& items, KL::Array<InfoData*>& target) 
     return static_cast<unsigned>(items.Get().GetSize());
 }
 
-void ReplaceItems(InfoArray& items, const KL::Array<InfoData*>& source) {
-    items.Clear();
-    for (const InfoData* item : source)
-        items.Push(*item);
-}
-
 } // namespace LM

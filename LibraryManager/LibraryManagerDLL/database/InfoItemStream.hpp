@@ -23,6 +23,5 @@ int ReadInfoItems(KL::IChannel& channel, InfoArray& items);
 std::uint64_t SumOfItemSizes(const InfoArray& items);
 // Appends deep copies that the caller owns; returns how many.
 unsigned AppendItemCopies(const InfoArray& items, KL::Array<InfoData*>& target);
-void ReplaceItems(InfoArray& items, const KL::Array<InfoData*>& source);
 
 } // namespace LM
