@@ -6,9 +6,11 @@
 // ".", ".." or separator-bearing, and a link that stands where a folder or file is to go is
 // removed instead of followed, so nothing that the destination already holds can lead outside.
 // Paths that would pass the system's length limit go to numbered side folders of the destination.
+#include "containers/ExtractionPaths.hpp"
 #include "containers/ILibraryContainerProcessor.hpp"
 
-#include "InputOutput/Folder.hpp"
+#include "ObjectDatabase/Ref.hpp"
+
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/KLExport.hpp"
@@ -40,13 +42,6 @@ public:
 // Writes every folder and file a walk delivers below the walk's base.
 class LM_EXPORT LibraryContainerExtractor : public ILibraryContainerProcessor {
 public:
-    // A folder path from this length on is not made; its files go to side folders.
-    static constexpr int MaxFolderPathLength = 248;
-    // A file path from this length on goes to a side folder.
-    static constexpr int MaxFilePathLength = 260;
-    // Files per side folder; the next one opens at this count.
-    static constexpr int SideFolderCapacity = 500;
-
     explicit LibraryContainerExtractor(KL::PlatformSign platform = KL::LittleEndianSign);
     ~LibraryContainerExtractor() override;
 
@@ -70,25 +65,12 @@ public:
     int GetDroppedFileCount() const { return droppedFileCount; }
 
 private:
-    void MeasureBase(const IO::Location& base);
-    int FolderNameLength(const IO::RelativeLocation& relative) const;
-    int SideFolderTarget(const IO::Location& base, const IO::Name& name, IO::Location* target);
-    // Makes an empty file at `target`, in place of whatever stood there.
-    int MakeTarget(const IO::Location& target);
     int CopyContent(KL::IChannel& channel, IO::File* container, const FileEntry& entry, IO::File& target);
-    void ConvertText(IO::Location target, const FileEntry& entry) const;
 
     KL::PlatformSign platform;
-    int basePathLength = 0;
-    int folderPathLength = 0;
-    int specFileCount = 0;
-    std::int16_t specFolderIndex = 0;
-    bool inSpecFolder = false;
-    char specFolderName[16] = {};
+    ExtractionPaths paths;
     int extractedFileCount = 0;
     int droppedFileCount = 0;
-    // The folder files were last written to: files come grouped by folder.
-    IO::Folder targetFolder;
 };
 
 // Writes the container read from `channel` below `destination`, made if missing. `callerFlag`
@@ -97,10 +79,16 @@ private:
 LM_EXPORT int ExtractContainer(KL::ProcessControl& process, KL::IChannel& channel,
                                const IO::Location& destination, bool callerFlag, bool skipTopFolder,
                                KL::PlatformSign* platform, bool flattenFolders);
-// The same from a container file; a source that cannot be opened gives 0, and nothing is made.
+// The same from a container file of either kind; a source that cannot be opened gives 0, and
+// nothing is made. A database container is written out while the format is enabled, and the
+// three flags do not apply to it.
 LM_EXPORT int ExtractContainer(KL::ProcessControl& process, const IO::Location& source,
                                const IO::Location& destination, bool callerFlag, bool skipTopFolder,
                                KL::PlatformSign* platform, bool flattenFolders);
+// The database container under `owner` in a host's database, into the existing folder
+// `destination`: 0, or -7003 when there is no container or no such folder.
+LM_EXPORT int ExtractContainer(KL::ProcessControl& process, ODB::ConstRef<ODB::Object> owner,
+                               const IO::Location& destination, KL::PlatformSign* platform);
 
 // True when the file at `location` begins with a container header of a version this reader
 // knows. Only the header and its INFO block are read; a file that cannot be opened is no container.

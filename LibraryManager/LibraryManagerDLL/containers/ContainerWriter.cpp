@@ -1,18 +1,16 @@
 #include "containers/ContainerWriter.hpp"
 
-#include "LibraryContainerVFS.hpp"
 #include "LibraryManagerErrors.hpp"
 #include "catalogue/LibPart.hpp"
 #include "catalogue/LibrarySet.hpp"
-#include "containers/ContainerExtraction.hpp"
-#include "containers/ContainerReader.hpp"
 #include "containers/ContainerSource.hpp"
+#include "containers/PackingFacts.hpp"
+#include "database/DatabaseContainerBuilder.hpp"
+#include "database/DatabaseContainerPreferences.hpp"
 #include "lists/LibItemIterator.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 
 #include "InputOutput/File.hpp"
-#include "InputOutput/FileSystem.hpp"
-#include "InputOutput/FileTypeManager.hpp"
 #include "InputOutput/Name.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/Exceptions.hpp"
@@ -20,7 +18,6 @@
 #include "KLRoot/ProcessControl.hpp"
 #include "KLUtils/ScratchFile.hpp"
 
-#include <cstring>
 #include <limits>
 
 namespace LM {
@@ -28,22 +25,10 @@ namespace LM {
 namespace {
 
 constexpr int ContainerCreationProcessId = 84;
-constexpr std::uint32_t ContainerFileType = 0x2E4C4346; // ".LCF"
-constexpr std::uint32_t ContainerCreator = 0x4B4C5458;  // "KLTX"
 constexpr std::uint32_t FileFlags = 2;
 constexpr std::int32_t FolderFlags = 2;
 constexpr std::uint32_t CancelPollMask = 0xF;
 constexpr std::uint64_t MaxContainerSize = std::numeric_limits<std::uint32_t>::max();
-
-static_assert(sizeof(ContainerHeader) == ContainerHeader::Size,
-              "EMBH carries the header as it lies in memory");
-
-bool IsSelected(const KL::HashTable<const LibPart*, bool>* selection, const LibPart* part) {
-    if (selection == nullptr)
-        return true;
-    bool selected = false;
-    return selection->Get(part, &selected) && selected;
-}
 
 // A name as the format stores it: the IO::Name stream form, big-endian.
 std::vector<char> NameField(const IO::Name& name) {
@@ -52,55 +37,16 @@ std::vector<char> NameField(const IO::Name& name) {
     return field.TakeData();
 }
 
-// The header of a nested container and its own info items, when `location` is one that is
-// mounted; an empty array otherwise.
-InfoArray NestedContainerInfos(const IO::Location& location) {
-    InfoArray infos;
-    if (!IO::fileSystem.IsMountPoint(location))
-        return infos;
-    IO::File nested(location);
-    if (nested.Open(IO::File::ReadMode) != KL::NoError)
-        return infos;
-    nested.SetReadAhead(ContainerReader::RecordReadAhead);
-    DummyProcessor nothing;
-    ContainerReader reader(&nothing, false, false, nullptr, false);
-    if (!reader.ReadHeader(nested))
-        return infos;
-    const ContainerHeader& header = reader.GetHeader();
-    char bytes[ContainerHeader::Size];
-    std::memcpy(bytes, &header, sizeof bytes);
-    infos.Push(InfoData(EmbeddedHeaderTag, ContainerHeader::Size, bytes));
-    infos.PushAll(reader.GetHeaderInfos());
-    return infos;
-}
-
-// The mounted container that serves a folder inside it, or null.
-const LibraryContainerVFS* ServingContainer(const IO::Location& location) {
-    return dynamic_cast<const LibraryContainerVFS*>(IO::fileSystem.GetServingVFS(location, false));
-}
-
 // An embedded library goes under the process's name for them; a folder without a usable one, under
 // its own.
 IO::Name FolderName(const ContainerFolderRecord& folder) {
-    if (folder.isEmbedded && DefaultContainerWriteOptions != nullptr) {
-        const IO::Name embedded(DefaultContainerWriteOptions->GetEmbeddedName());
-        if (embedded.IsValid())
+    if (folder.isEmbedded) {
+        if (IO::Name embedded = DefaultEmbeddedFolderName(); embedded.IsValid())
             return embedded;
     }
     IO::Name name;
     folder.location.GetLastLocalName(&name);
     return name;
-}
-
-// The type a record names: groups are resolved, the group of part files by its first type.
-FTM::TypeID RecordType(const ContainerFileRecord& record) {
-    const FTM::GeneralID id = record.libPart->GetGeneralFileType();
-    FTM::FileTypeManager& types = FTM::FileTypeManager::GetCurrent();
-    if (!id.IsGroup())
-        return FTM::TypeID(id.GetValue());
-    const FTM::GroupID group(id.GetValue());
-    return id == GetSymbolFileGroup() ? types.GetFirstTypeChild(group)
-                                      : types.Identify(record.location, group);
 }
 
 } // namespace
@@ -119,8 +65,7 @@ void ContainerWriter::BuildTree(const KL::HashTable<const LibPart*, bool>* selec
     if (roots.empty())
         return;
     for (LibItemIterator part(*librarySet, LibItemIterator::AllItems); part != nullptr; ++part) {
-        if (IsSelected(selection, part.Get()) && part->IsValid() &&
-            librarySet->IsSymbolArchivable(part.Get()))
+        if (IsPackedPart(*librarySet, selection, part.Get()))
             PlacePart(part.Get());
     }
     HoistSingleContainerLibrary();
@@ -129,8 +74,7 @@ void ContainerWriter::BuildTree(const KL::HashTable<const LibPart*, bool>* selec
 void ContainerWriter::AddRoots() {
     for (int i = 0; i < librarySet->GetActiveLibraryNum(); ++i) {
         IO::Location location;
-        if (!librarySet->IsExistActiveLibrary(i) || librarySet->IsBuiltInActiveLibrary(i) ||
-            librarySet->GetActiveLibraryLocation(i, &location) != KL::NoError || location.IsEmpty())
+        if (!GetPackedLibraryLocation(*librarySet, i, &location))
             continue;
         auto root = std::make_unique<ContainerFolderRecord>();
         root->location = location;
@@ -189,12 +133,8 @@ ContainerFolderRecord& ContainerWriter::AddSubfolder(ContainerFolderRecord& fold
     subfolder->location = folder.location + name;
     subfolder->infos = NestedContainerInfos(subfolder->location);
     if (subfolder->infos.Get().IsEmpty()) {
-        // Database containers are not served here yet: only container files are asked.
-        if (const LibraryContainerVFS* container = ServingContainer(subfolder->location)) {
-            subfolder->isSubContainer = container->IsFolderSubContainer(subfolder->location);
-            if (const KL::Array<InfoData*>* infos = container->GetInfoForLocation(subfolder->location))
-                subfolder->infos.PushAll(*infos);
-        }
+        subfolder->isSubContainer = IsMountedSubContainer(subfolder->location);
+        AddMountedFolderInfos(subfolder->location, &subfolder->infos);
     }
     subfolder->parent = &folder;
     folderTable.Put(subfolder->location, subfolder.get());
@@ -364,14 +304,10 @@ int ContainerWriter::WriteFileRecord(const ContainerFileRecord& record, const st
     entry.flags = static_cast<std::int32_t>(flags);
     entry.recordSize = static_cast<std::int32_t>(FileEntry::Size);
     entry.nameLength = static_cast<std::uint32_t>(nameField.size());
-    std::string mime;
-    const FTM::TypeID type = RecordType(record);
-    if (type != FTM::UnknownType) {
-        const FTM::FileTypeManager& types = FTM::FileTypeManager::GetCurrent();
-        mime = types.GetMime(type);
-        entry.macType = static_cast<std::int32_t>(types.GetMacType(type));
-        entry.macCreator = static_cast<std::int32_t>(types.GetMacCreator(type));
-    }
+    const FileTypeFacts type = FileTypeFactsOf(*record.libPart, record.location);
+    const std::string& mime = type.mime;
+    entry.macType = type.macType;
+    entry.macCreator = type.macCreator;
     entry.mimeLength = static_cast<std::uint32_t>(mime.size());
     entry.mimeOffset = mime.empty() ? 0 : static_cast<std::int32_t>(FileEntry::Size + entry.nameLength);
     entry.creationTime = OVFS::DateTime::CreateDateTime(facts.creationTime);
@@ -446,7 +382,7 @@ int ContainerWriter::EndBlock() {
 }
 
 int ContainerWriter::WriteToLocation(KL::ProcessControl& process, const IO::Location& location) {
-    IOUtil::ScratchFile scratch(location, ContainerFileType, ContainerCreator);
+    IOUtil::ScratchFile scratch(location, ContainerMacType, ContainerMacCreator);
     if (const int err = scratch.Open(IO::File::WriteMode); err != KL::NoError)
         return err;
     if (Write(process, scratch) != 0)
@@ -461,7 +397,10 @@ int CreateContainer(KL::ProcessControl& process, const IO::Location& location, c
                     const ContainerWriteOptions& options) {
     if (location.IsEmpty() || librarySet == nullptr)
         return LibPartFileError;
-    // Database containers take this job over once they are served.
+    if (IsDatabaseLibraryContainerFormatEnabled())
+        return CreateDatabaseLibraryContainer(process, librarySet, location, selection, options.CreateTopFolder())
+                   ? 0
+                   : LibPartFileError;
     ContainerWriter writer(librarySet, options);
     writer.BuildTree(selection);
     return writer.WriteToLocation(process, location);

@@ -1,6 +1,7 @@
 #include "database/DatabaseContainerChecks.hpp"
 
 #include "DatabaseLibraryContainerErrorHandler.hpp"
+#include "database/ContainerDatabase.hpp"
 #include "database/DatabaseContainerPreferences.hpp"
 #include "database/DatabaseLibraryContainerAssociations.hpp"
 
@@ -10,7 +11,6 @@
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/Exceptions.hpp"
 
-#include <algorithm>
 #include <filesystem>
 
 namespace LM {
@@ -24,15 +24,9 @@ bool CheckIfFileDatabaseContainer(const IO::Location& location) {
         return false;
     ODB::IdSpace space("tmpIdSpace");
     DatabaseLibraryContainerErrorHandler handler;
-    ODB::FileDatabase::Parameters parameters;
-    parameters.idSpace = &space;
-    parameters.idSpaceName = space.GetName();
-    parameters.errorHandler = &handler;
-    parameters.openMode = ODB::FileDatabase::ReadOnly;
     // A database that cannot be read holds no container a caller could use.
     try {
-        ODB::FileDatabase database(ODB::FileDatabase::Locations{location}, parameters);
-        database.SetMaxMemorySize(static_cast<unsigned>(std::max(0, GetLibraryContainerMaxMemorySize())));
+        const auto database = OpenContainerDatabase(location, space, handler, ODB::FileDatabase::ReadOnly);
         return ODB::RefBase(DatabaseLibraryContainerRootId, space).IsLive();
     } catch (const KL::KLException&) {
         return false;

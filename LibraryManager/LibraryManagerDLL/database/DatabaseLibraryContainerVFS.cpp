@@ -1,12 +1,10 @@
 #include "database/DatabaseLibraryContainerVFS.hpp"
 
-#include "database/DatabaseContainerPreferences.hpp"
+#include "database/ContainerDatabase.hpp"
 #include "database/DatabaseLibraryContainerAssociations.hpp"
 #include "database/DatabaseLibraryContainerContent.hpp"
 #include "database/DatabaseLibraryProcessControl.hpp"
 #include "services/LibraryManagerGlobals.hpp"
-
-#include <algorithm>
 
 namespace LM {
 
@@ -22,13 +20,7 @@ IO::Location DatabaseLocationOf(const ODB::RefBase& object) {
 DatabaseLibraryContainerVFS::DatabaseLibraryContainerVFS(const IO::Location& location)
     : DatabaseLibraryContainerObjectVFS(location), idSpace(std::make_unique<ODB::IdSpace>("dlcIdSpace")),
       errorHandler(std::make_unique<DatabaseLibraryContainerErrorHandler>()) {
-    ODB::FileDatabase::Parameters parameters;
-    parameters.idSpace = idSpace.get();
-    parameters.idSpaceName = idSpace->GetName();
-    parameters.errorHandler = errorHandler.get();
-    parameters.openMode = ODB::FileDatabase::ReadOnly;
-    fileDatabase = std::make_unique<ODB::FileDatabase>(ODB::FileDatabase::Locations{location}, parameters);
-    fileDatabase->SetMaxMemorySize(static_cast<unsigned>(std::max(0, GetLibraryContainerMaxMemorySize())));
+    fileDatabase = OpenContainerDatabase(location, *idSpace, *errorHandler, ODB::FileDatabase::ReadOnly);
     InitContainerRoot(fileDatabase->GetRootObject());
 }
 

@@ -1,0 +1,147 @@
+#include "database/DatabaseLibraryContainerExtractor.hpp"
+
+#include "LibraryManagerErrors.hpp"
+#include "database/ContainerDatabase.hpp"
+#include "database/DatabaseLibraryContainerAssociations.hpp"
+#include "database/DatabaseLibraryContainerContent.hpp"
+#include "database/DatabaseLibraryContainerRoot.hpp"
+#include "services/LibraryManagerGlobals.hpp"
+
+#include "InputOutput/File.hpp"
+#include "InputOutput/FileSystem.hpp"
+#include "InputOutput/IOErrors.hpp"
+#include "KLRoot/ErrorCodes.hpp"
+#include "KLRoot/ProcessControl.hpp"
+#include "KLRoot/Thread.hpp"
+
+namespace LM {
+
+namespace {
+
+constexpr int ExtractionProcessId = 84;
+// No path of a file system is this deep; a tree that is has a damaged link.
+constexpr int MaxFolderDepth = 512;
+
+} // namespace
+
+DatabaseLibraryContainerExtractor::DatabaseLibraryContainerExtractor(const IO::Location& location,
+                                                                     KL::PlatformSign sign)
+    : idSpace(std::make_unique<ODB::IdSpace>("dlcExtractorIdSpace")),
+      errorHandler(std::make_unique<DatabaseLibraryContainerErrorHandler>()), platform(sign) {
+    fileDatabase = OpenContainerDatabase(location, *idSpace, *errorHandler, ODB::FileDatabase::ReadOnly);
+    owner = ODB::ConstRef<ODB::Object>::Cast(fileDatabase->GetRootObject());
+}
+
+DatabaseLibraryContainerExtractor::DatabaseLibraryContainerExtractor(ODB::ConstRef<ODB::Object> object,
+                                                                     KL::PlatformSign sign)
+    : platform(sign), owner(std::move(object)) {}
+
+// References go before the database they point into.
+DatabaseLibraryContainerExtractor::~DatabaseLibraryContainerExtractor() {
+    owner.Clear();
+    fileDatabase.reset();
+}
+
+int DatabaseLibraryContainerExtractor::Extract(KL::ProcessControl& process, const IO::Location& target) {
+    IO::EntryType type = IO::FileEntryType;
+    if (IO::fileSystem.GetType(target, &type) != KL::NoError || type != IO::FolderEntryType)
+        return LibPartFileError;
+    destination = target;
+    return ProcessDatabaseLibraryContainer(process);
+}
+
+int DatabaseLibraryContainerExtractor::ProcessDatabaseLibraryContainer(KL::ProcessControl& process) {
+    if (!owner.IsLive())
+        return LibPartFileError;
+    const bool ownsProgress = KL::Thread::IsMain() && !process.IsProcessRunning();
+    if (ownsProgress) {
+        process.StartProcess(ExtractionProcessId);
+        process.SetTitle(GetLibraryManagerStrings().containerExtractionTitle);
+    }
+    int result = LibPartFileError;
+    const auto root = ODB::ConstRef<DatabaseLibraryContainerRoot>::Cast(DLCOwnerRootAssociation.GetRight(owner));
+    if (root.IsLive()) {
+        // The platform the container was written on wins over the caller's guess.
+        platform = static_cast<KL::PlatformSign>(root->GetPlatform());
+        const auto top = ODB::ConstRef<DatabaseLibraryContainerEntry>::Cast(DLCRootFolderAssociation.GetRight(root));
+        if (!ODB::ConstRef<DatabaseLibraryContainerFolder>::Cast(top).IsNull()) {
+            paths.MeasureBase(destination);
+            walkedFolders.clear();
+            result = ProcessDLCEntry(top, destination, 0);
+        }
+    }
+    if (ownsProgress)
+        process.EndProcess();
+    return result;
+}
+
+// Failures show in HasFailed and WasAccessDenied; the walk itself always ends with 0.
+int DatabaseLibraryContainerExtractor::ProcessDLCEntry(const ODB::ConstRef<DatabaseLibraryContainerEntry>& entry,
+                                                       const IO::Location& location, int depth) {
+    if (depth > MaxFolderDepth || !walkedFolders.insert(entry.GetId()).second)
+        return 0;
+    for (DLCChildrenConstIterator child(entry); !child.IsEnd(); ++child) {
+        const ODB::ConstRef<DatabaseLibraryContainerEntry> current = *child;
+        const auto folder = ODB::ConstRef<DatabaseLibraryContainerFolder>::Cast(current);
+        if (folder.IsNull()) {
+            const auto header = ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>::Cast(current);
+            if (!header.IsNull() && header->GetNameIO().IsValid())
+                ExtractFile(location + header->GetNameIO(), header);
+            continue;
+        }
+        const IO::Name name = folder->GetNameIO();
+        // An empty folder is not made.
+        if (!name.IsValid() || !DLCChildrenAssociation.IsConnectedAsLeft(folder))
+            continue;
+        const IO::Location folderLocation = location + name;
+        paths.EnterFolder(name);
+        ExtractFolder(folderLocation);
+        ProcessDLCEntry(current, folderLocation, depth + 1);
+        paths.ExitFolder(name);
+    }
+    return 0;
+}
+
+int DatabaseLibraryContainerExtractor::ExtractFolder(const IO::Location& location) {
+    if (paths.MakeFolder(location) != KL::NoError)
+        failed = true;
+    return 1;
+}
+
+int DatabaseLibraryContainerExtractor::ExtractFile(const IO::Location& location,
+                                                   const ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>& header) {
+    IO::Location target;
+    if (paths.FileTarget(destination, location, header->GetNameIO(), &target) != KL::NoError)
+        failed = true;
+    IO::File out(target);
+    int status = paths.MakeTarget(target);
+    if (status == KL::NoError)
+        status = out.Open(IO::File::WriteMode);
+    if (status != KL::NoError) {
+        failed = true;
+        accessDenied = accessDenied || status == IO::AccessDeniedError;
+        return status;
+    }
+    const auto content = header->GetContent();
+    const int written = content.IsLive() ? content->WriteToChannel(out.GetOutputChannel()) : LibPartFileError;
+    const int closed = out.Close();
+    if (written != KL::NoError || closed != KL::NoError) {
+        paths.DropTarget(target);
+        ++droppedFileCount;
+        return written != KL::NoError ? written : closed;
+    }
+    if (content->GetMacType() != 0 || content->GetMacCreator() != 0)
+        out.SetTypeInfo(static_cast<std::uint32_t>(content->GetMacType()),
+                        static_cast<std::uint32_t>(content->GetMacCreator()));
+    out.SetCreationTime(content->GetCreationTime().ConvertToKLTime());
+    out.SetModificationTime(content->GetModificationTime().ConvertToKLTime());
+    ++extractedFileCount;
+    if (const int converted = ConvertExtractedText(target, content->GetMacType(), platform);
+        converted != KL::NoError) {
+        failed = true;
+        return converted;
+    }
+    return KL::NoError;
+}
+
+} // namespace LM
