@@ -145,7 +145,8 @@ int Session::Open(const Arguments& arguments, const Options& options) {
         const std::optional<IO::Location> location = PathToLocation(path);
         if (!location || !std::filesystem::exists(path, error))
             return Complain(arguments, path + ": no such folder or file", ExitFailure);
-        if (!std::filesystem::is_directory(path, error) && !LM::CheckIfContainer(*location))
+        if (!std::filesystem::is_directory(path, error) && !LM::CheckIfContainer(*location) &&
+            !LM::IsOpenableDatabaseContainer(*location))
             return Complain(arguments, path + ": neither a folder nor a container file", ExitFailure);
         libraries.Push(*location);
     }

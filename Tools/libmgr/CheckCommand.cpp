@@ -182,7 +182,8 @@ int RunCheckCommand(const Arguments& arguments) {
         std::vector<Finding> findings;
         for (int i = 0; i < session.Set().GetActiveLibraryNum(); ++i) {
             IO::Location location;
-            if (session.Set().GetActiveLibraryLocation(i, &location) == 0 && LM::CheckIfContainer(location))
+            if (session.Set().GetActiveLibraryLocation(i, &location) == 0 &&
+                (LM::CheckIfContainer(location) || LM::IsOpenableDatabaseContainer(location)))
                 CheckEntries(session, location, &findings);
         }
         AddMissingMacros(session, &findings);

@@ -19,10 +19,12 @@ namespace libmgr {
 
 namespace {
 
-// A line on a terminal that counts files as the work polls (once per 16 files).
+// A line on a terminal that counts files as the work polls: container files once per 16 files,
+// database containers once per 8.
 class FileProgress : public KL::ProcessControl {
 public:
-    FileProgress(const char* verb, int total, bool enabled) : verb(verb), total(total), enabled(enabled) {}
+    FileProgress(const char* verb, int total, bool enabled, int filesPerStep = 16)
+        : verb(verb), total(total), filesPerStep(filesPerStep), enabled(enabled) {}
     ~FileProgress() override {
         if (enabled && shown)
             std::cerr << "\r\x1b[K" << std::flush;
@@ -33,7 +35,7 @@ protected:
     void ProgressChanged() override {
         if (!enabled || GetStep() == 0)
             return;
-        std::cerr << "\r\x1b[K" << verb << "  " << GetStep() * 16;
+        std::cerr << "\r\x1b[K" << verb << "  " << GetStep() * filesPerStep;
         if (total > 0)
             std::cerr << " of " << total;
         std::cerr << " files" << std::flush;
@@ -43,6 +45,7 @@ protected:
 private:
     const char* verb;
     int total;
+    int filesPerStep;
     bool enabled;
     bool shown = false;
 };
@@ -116,26 +119,87 @@ KL::HashTable<const LM::LibPart*, bool> SelectParts(Session& session, const std:
     return selection;
 }
 
-void PrintPackSummary(const Options& options, const std::string& target, const LM::ContainerWriter& writer,
+struct PackCounts {
+    int parts = 0;
+    int folders = 0;
+    std::uint64_t bytesIn = 0;
+    std::uint64_t bytesOut = 0;
+};
+
+void PrintPackSummary(const Options& options, const std::string& target, const PackCounts& counts,
                       double seconds) {
-    const std::uint64_t in = writer.GetBytesRead();
-    const std::uint64_t out = writer.GetBytesWritten();
     PrintSummary(options,
                  {{"container", target},
-                  {"parts", writer.GetPartCount()},
-                  {"files", writer.GetFilesWritten()},
-                  {"folders", writer.GetFoldersWritten()},
-                  {"bytesIn", in},
-                  {"bytesOut", out},
+                  {"parts", counts.parts},
+                  {"files", counts.parts},
+                  {"folders", counts.folders},
+                  {"bytesIn", counts.bytesIn},
+                  {"bytesOut", counts.bytesOut},
                   {"compressed", options.Has("--compress")},
+                  {"database", options.Has("--database")},
                   {"seconds", seconds}},
                  {{"container", target},
-                  {"parts", std::to_string(writer.GetPartCount()) + " in " +
-                                std::to_string(writer.GetFoldersWritten()) + " folders"},
-                  {"bytes in", Size(in)},
-                  {"bytes out", Size(out) + " (" +
-                                    std::to_string(out * 100 / std::max<std::uint64_t>(in, 1)) + " % of in)"},
+                  {"parts", std::to_string(counts.parts) + " in " + std::to_string(counts.folders) + " folders"},
+                  {"bytes in", Size(counts.bytesIn)},
+                  {"bytes out", Size(counts.bytesOut) + " (" +
+                                    std::to_string(counts.bytesOut * 100 / std::max<std::uint64_t>(counts.bytesIn, 1)) +
+                                    " % of in)"},
                   {"time", Seconds(seconds)}});
+}
+
+int NoPartToPack(const Arguments& arguments, bool selected) {
+    return Complain(arguments, "no part to pack" + std::string(selected ? " matches --only" : ""), ExitFailure);
+}
+
+int PackFailed(const Arguments& arguments, const IO::Location& target, const std::string& why) {
+    if (Interrupted())
+        return Complain(arguments, "interrupted; " + target.ToString() + " was left as it was", ExitFailure);
+    return Complain(arguments, "could not write " + target.ToString() + ": " + why, ExitFailure);
+}
+
+int PackContainerFile(const Arguments& arguments, const Options& options, Session& session,
+                      const KL::HashTable<const LM::LibPart*, bool>* selection, const IO::Location& target,
+                      const LM::ContainerWriteOptions& writeOptions, PackCounts* counts) {
+    LM::ContainerWriter writer(&session.Set(), writeOptions);
+    writer.BuildTree(selection);
+    if (writer.GetPartCount() == 0)
+        return NoPartToPack(arguments, selection != nullptr);
+    FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
+    if (const int written = writer.WriteToLocation(progress, target); written != 0 || Interrupted())
+        return PackFailed(arguments, target, ErrorText(written));
+    *counts = {writer.GetPartCount(), writer.GetFoldersWritten(), writer.GetBytesRead(), writer.GetBytesWritten()};
+    return ExitSuccess;
+}
+
+int CountPackedParts(Session& session, const KL::HashTable<const LM::LibPart*, bool>* selection) {
+    int count = 0;
+    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr; ++part) {
+        bool chosen = true;
+        if (selection != nullptr && !selection->Get(part.Get(), &chosen))
+            chosen = false;
+        count += chosen && session.Set().IsSymbolArchivable(part.Get()) ? 1 : 0;
+    }
+    return count;
+}
+
+int PackDatabase(const Arguments& arguments, const Options& options, Session& session,
+                 const KL::HashTable<const LM::LibPart*, bool>* selection, const IO::Location& target,
+                 bool createTopFolder, PackCounts* counts) {
+    const int parts = CountPackedParts(session, selection);
+    if (parts == 0)
+        return NoPartToPack(arguments, selection != nullptr);
+    LM::DatabaseContainerBuilder builder(&session.Set(), selection);
+    FileProgress progress("packing", parts, ShowsProgress(options), 8);
+    try {
+        if (!LM::WriteDatabaseContainerFile(progress, builder, target, createTopFolder) || Interrupted())
+            return PackFailed(arguments, target, "the database could not be written");
+    } catch (const KL::KLException& fault) {
+        return PackFailed(arguments, target, fault.GetMessage());
+    }
+    std::error_code error;
+    *counts = {builder.GetPartCount(), builder.GetFolderCount(), builder.GetBytesRead(),
+               static_cast<std::uint64_t>(std::filesystem::file_size(target.ToString(), error))};
+    return ExitSuccess;
 }
 
 int Pack(const Arguments& arguments, const Options& options, const IO::Location& target,
@@ -149,21 +213,15 @@ int Pack(const Arguments& arguments, const Options& options, const IO::Location&
     const auto* chosen = selection ? &*selection : nullptr;
 
     const auto start = std::chrono::steady_clock::now();
-    LM::ContainerWriter writer(&session.Set(), writeOptions);
-    writer.BuildTree(chosen);
-    if (writer.GetPartCount() == 0)
-        return Complain(arguments,
-                        "no part to pack" + std::string(chosen != nullptr ? " matches --only" : ""),
-                        ExitFailure);
     InterruptGuard guard;
-    FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
-    const int written = writer.WriteToLocation(progress, target);
-    if (Interrupted())
-        return Complain(arguments, "interrupted; " + target.ToString() + " was left as it was", ExitFailure);
-    if (written != 0)
-        return Complain(arguments, "could not write " + target.ToString() + ": " + ErrorText(written),
-                        ExitFailure);
-    PrintPackSummary(options, target.ToString(), writer, SecondsSince(start));
+    PackCounts counts;
+    const int packed = options.Has("--database")
+                           ? PackDatabase(arguments, options, session, chosen, target,
+                                          writeOptions.CreateTopFolder(), &counts)
+                           : PackContainerFile(arguments, options, session, chosen, target, writeOptions, &counts);
+    if (packed != ExitSuccess)
+        return packed;
+    PrintPackSummary(options, target.ToString(), counts, SecondsSince(start));
     return ExitSuccess;
 }
 
@@ -174,16 +232,66 @@ bool IsEmptyFolder(const std::string& path) {
     return std::filesystem::is_empty(path, error) && !error;
 }
 
-void PrintUnpackSummary(const Options& options, const std::string& destination,
-                        const LM::LibraryContainerExtractor& extractor, double seconds) {
+struct UnpackCounts {
+    int extracted = 0;
+    int dropped = 0;
+    bool accessDenied = false;
+    bool failed = false; // a folder or file that could not be made
+};
+
+void PrintUnpackSummary(const Options& options, const std::string& destination, const UnpackCounts& counts,
+                        double seconds) {
     PrintSummary(options,
                  {{"destination", destination},
-                  {"files", extractor.GetExtractedFileCount()},
-                  {"unreadable", extractor.GetDroppedFileCount()},
+                  {"files", counts.extracted},
+                  {"unreadable", counts.dropped},
                   {"seconds", seconds}},
-                 {{"folder", destination},
-                  {"files", std::to_string(extractor.GetExtractedFileCount())},
-                  {"time", Seconds(seconds)}});
+                 {{"folder", destination}, {"files", std::to_string(counts.extracted)}, {"time", Seconds(seconds)}});
+}
+
+int UnpackContainerFile(const Arguments& arguments, const Options& options, const IO::Location& from,
+                        const IO::Location& to, UnpackCounts* counts) {
+    IO::File file(from);
+    if (const int err = file.Open(IO::File::ReadMode); err != KL::NoError)
+        return Complain(arguments, from.ToString() + ": " + ErrorText(err), ExitFailure);
+    LM::LibraryContainerExtractor extractor;
+    int result = 0;
+    {
+        FileProgress progress("unpacking", 0, ShowsProgress(options));
+        result = extractor.Extract(progress, file, to, false, options.Has("--skip-top-folder"),
+                                   options.Has("--flatten"));
+    }
+    *counts = {extractor.GetExtractedFileCount(), extractor.GetDroppedFileCount(),
+               result == LM::ContainerWalkSoftFailure, false};
+    if (result == LM::LibPartFileError && !Interrupted())
+        return Complain(arguments,
+                        from.ToString() + ": damaged container; " + to.ToString() + " holds what could be read",
+                        ExitFailure);
+    return ExitSuccess;
+}
+
+int UnpackDatabase(const Arguments& arguments, const Options& options, const IO::Location& from,
+                   const IO::Location& to, UnpackCounts* counts) {
+    if (options.Has("--flatten") || options.Has("--skip-top-folder"))
+        std::cerr << "libmgr unpack: --flatten and --skip-top-folder do not apply to a database container\n";
+    std::error_code error;
+    std::filesystem::create_directories(to.ToString(), error);
+    try {
+        LM::DatabaseLibraryContainerExtractor extractor(from, KL::LittleEndianSign);
+        FileProgress progress("unpacking", 0, false);
+        if (extractor.Extract(progress, to) != 0)
+            return Complain(arguments, from.ToString() + ": no container in this database, or " + to.ToString() +
+                                           " is no folder",
+                            ExitFailure);
+        *counts = {extractor.GetExtractedFileCount(), extractor.GetDroppedFileCount(), extractor.WasAccessDenied(),
+                   extractor.HasFailed() && !extractor.WasAccessDenied()};
+    } catch (const KL::KLException& fault) {
+        return Complain(arguments,
+                        from.ToString() + ": damaged container (" + fault.GetMessage() + "); " + to.ToString() +
+                            " holds what could be read",
+                        ExitFailure);
+    }
+    return ExitSuccess;
 }
 
 int Unpack(const Arguments& arguments, const Options& options, const std::string& source,
@@ -196,38 +304,30 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
     std::error_code error;
     if (!std::filesystem::is_regular_file(source, error))
         return Complain(arguments, source + ": no such file", ExitFailure);
-    if (!LM::CheckIfContainer(*from))
+    const bool isDatabase = !LM::CheckIfContainer(*from);
+    if (isDatabase && !LM::IsOpenableDatabaseContainer(*from))
         return Complain(arguments, source + ": not a container file", ExitFailure);
     if (std::filesystem::exists(destination, error) && !IsEmptyFolder(destination) && !options.Has("--force"))
         return Complain(arguments, destination + " is not empty; use --force to unpack into it anyway",
                         ExitFailure);
 
-    IO::File file(*from);
-    if (const int err = file.Open(IO::File::ReadMode); err != KL::NoError)
-        return Complain(arguments, source + ": " + ErrorText(err), ExitFailure);
     const auto start = std::chrono::steady_clock::now();
-    LM::LibraryContainerExtractor extractor;
     InterruptGuard guard;
-    int result = 0;
-    {
-        FileProgress progress("unpacking", 0, ShowsProgress(options));
-        result = extractor.Extract(progress, file, *to, false, options.Has("--skip-top-folder"),
-                                   options.Has("--flatten"));
-    }
+    UnpackCounts counts;
+    const int unpacked = isDatabase ? UnpackDatabase(arguments, options, *from, *to, &counts)
+                                    : UnpackContainerFile(arguments, options, *from, *to, &counts);
     if (Interrupted())
         return Complain(arguments, "interrupted; " + destination + " holds what was unpacked so far",
                         ExitFailure);
-    if (result == LM::LibPartFileError)
-        return Complain(arguments,
-                        source + ": damaged container; " + destination + " holds what could be read",
-                        ExitFailure);
-    PrintUnpackSummary(options, destination, extractor, SecondsSince(start));
-    if (result == LM::ContainerWalkSoftFailure)
+    if (unpacked != ExitSuccess)
+        return unpacked;
+    PrintUnpackSummary(options, destination, counts, SecondsSince(start));
+    if (counts.accessDenied)
         return Complain(arguments, "some files could not be made for want of permission", ExitFailure);
-    if (extractor.GetDroppedFileCount() > 0)
-        return Complain(arguments,
-                        std::to_string(extractor.GetDroppedFileCount()) +
-                            " files of the container could not be read",
+    if (counts.failed)
+        return Complain(arguments, "some folders or files could not be made in " + destination, ExitFailure);
+    if (counts.dropped > 0)
+        return Complain(arguments, std::to_string(counts.dropped) + " files of the container could not be read",
                         ExitFailure);
     return ExitSuccess;
 }
@@ -236,13 +336,16 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
 
 int RunPackCommand(const Arguments& arguments) {
     const CommandHelp help{
-        "pack LIB... -o OUT.lcf [--compress[=LEVEL]] [--no-top-folder] [--only PATTERN] [--json] [-q]",
+        "pack LIB... -o OUT.lcf [--compress[=LEVEL] | --database] [--no-top-folder] [--only PATTERN] [--json] [-q]",
         "Packs the parts of libraries into one container file, to ship them. The container is\n"
         "written beside OUT.lcf and takes its place only when complete: an interrupted or failed\n"
         "pack leaves an older OUT.lcf as it was.\n"
         "\n"
         "  -o OUT.lcf         the container file to write\n"
         "  --compress[=N]     compress every file, level 0 to 9 (default 1: fast)\n"
+        "  --database         write a database container instead: one SQLite file whose files\n"
+        "                     a host reads object by object; never compressed. Without the top\n"
+        "                     folder it holds the first library only\n"
         "  --no-top-folder    readers show the libraries' contents without their top folder\n"
         "  --only PATTERN     only parts whose place inside their library or file name matches\n"
         "                     the shell pattern, e.g. 'Doors/*' or '*.klm'\n"
@@ -254,7 +357,7 @@ int RunPackCommand(const Arguments& arguments) {
     }
     int exitCode = ExitSuccess;
     const std::optional<Options> options =
-        ParseOptions(arguments, {"-o", "--only"}, &exitCode, {"--compress", "--no-top-folder"});
+        ParseOptions(arguments, {"-o", "--only"}, &exitCode, {"--compress", "--no-top-folder", "--database"});
     if (!options)
         return exitCode;
     const std::string* output = options->Value("-o");
@@ -267,6 +370,9 @@ int RunPackCommand(const Arguments& arguments) {
     std::optional<IO::ZipOChannelOptions> zip;
     if (!ReadCompression(*options, &zip))
         return Complain(arguments, "--compress takes a level from 0 to 9", ExitUsage);
+    if (zip && options->Has("--database"))
+        return Complain(arguments, "a database container is not compressed: give --compress or --database",
+                        ExitUsage);
     const LM::ContainerWriteOptions writeOptions(zip ? &*zip : nullptr, !options->Has("--no-top-folder"));
     return Pack(arguments, *options, *target, writeOptions);
 }
@@ -277,14 +383,16 @@ int RunUnpackCommand(const Arguments& arguments) {
             << "Usage: libmgr unpack CONTAINER -o DIR [--flatten] [--skip-top-folder] [--force] [--json] "
                "[-q]\n"
                "\n"
-               "Unpacks a container file into a folder, with every file's modification time. Nothing\n"
-               "is written outside DIR, whatever names the container holds; paths too long for the\n"
-               "system go to side folders 0000-1, 0000-2, ... of DIR.\n"
+               "Unpacks a container file or a database container into a folder, with every file's\n"
+               "modification time. Nothing is written outside DIR, whatever names the container\n"
+               "holds; paths too long for the system go to side folders 0000-1, 0000-2, ... of DIR.\n"
+               "A database container keeps no empty folder.\n"
                "\n"
                "  -o DIR             the folder to unpack into; made if missing, and it must be\n"
                "                     empty unless --force is given\n"
-               "  --flatten          leave out folders that only wrap a single folder\n"
-               "  --skip-top-folder  leave out the container's top folder\n"
+               "  --flatten          leave out folders that only wrap a single folder (container\n"
+               "                     files only)\n"
+               "  --skip-top-folder  leave out the container's top folder (container files only)\n"
                "  --force            unpack into a folder that is not empty, replacing same-named files\n"
                "  --json             print the summary as JSON\n"
                "  -q, --quiet        print nothing on success\n";

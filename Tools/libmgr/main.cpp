@@ -155,6 +155,8 @@ int main(int argc, char** argv) {
         return ExitUsage;
     }
     values.insert(values.end(), globals.begin(), globals.end());
+    // Every command reads containers of either kind, whatever the host's preference says.
+    LM::SetDatabaseLibraryContainerFormatEnabled(true);
     const libmgr::Arguments arguments{command->name, std::move(values)};
     return FinishOutput(arguments, command->run(arguments));
 }

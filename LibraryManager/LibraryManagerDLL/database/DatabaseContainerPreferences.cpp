@@ -37,6 +37,10 @@ bool IsDatabaseLibraryContainerOpeningEnabled() {
     return IsDatabaseLibraryContainerFormatEnabled();
 }
 
+void SetDatabaseLibraryContainerFormatEnabled(bool enabled) {
+    formatEnabled = enabled ? 1 : 0;
+}
+
 int GetLibraryContainerMaxMemorySize() {
     if (maxMemorySize != -1)
         return maxMemorySize;

@@ -12,6 +12,9 @@ namespace LM {
 // "FileFormat" / "DatabaseLibraryContainerFormat", false when absent.
 LM_EXPORT bool IsDatabaseLibraryContainerFormatEnabled();
 LM_EXPORT bool IsDatabaseLibraryContainerOpeningEnabled();
+// Decides the format switch for this process, whatever the preference says: for a host that
+// knows its own mind, as the command-line tool, which reads either kind of container.
+LM_EXPORT void SetDatabaseLibraryContainerFormatEnabled(bool enabled);
 // In MiB: "LibraryManager" / "LibraryContainerMaxMemorySize" unless absent or -1, else a share of
 // the machine's memory, at least 30.
 LM_EXPORT int GetLibraryContainerMaxMemorySize();

@@ -113,8 +113,8 @@ int DatabaseLibraryContainerExtractor::ExtractFile(const IO::Location& location,
     IO::Location target;
     if (paths.FileTarget(destination, location, header->GetNameIO(), &target) != KL::NoError)
         failed = true;
-    IO::File out(target);
     int status = paths.MakeTarget(target);
+    IO::File out(target);
     if (status == KL::NoError)
         status = out.Open(IO::File::WriteMode);
     if (status != KL::NoError) {
