@@ -29,6 +29,8 @@ const char* DescribeError(int error) {
         return "no such file or folder";
     case IO::AccessDeniedError:
         return "permission denied";
+    case IO::FolderAccessDeniedError:
+        return "the folder cannot be read";
     case IO::WrongKindError:
         return "a folder where a file is wanted, or the reverse";
     case IO::EndOfFileError:

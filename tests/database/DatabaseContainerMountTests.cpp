@@ -17,87 +17,11 @@
 
 namespace {
 
+using testsupport::QueryInt;
 using testsupport::RunSql;
 
 using testsupport::CatalogueTest;
 using testsupport::TestId;
-
-// Builds a database container of the files below `folder`, as the packing of one library
-// does: the library's contents sit directly in the top folder.
-class ContainerBuilder {
-public:
-    explicit ContainerBuilder(const IO::Location& file) : space("builder") {
-        ODB::FileDatabase::Parameters parameters;
-        parameters.idSpace = &space;
-        parameters.errorHandler = &handler;
-        database = std::make_unique<ODB::FileDatabase>(ODB::FileDatabase::Locations{file}, parameters);
-    }
-
-    // In a file database of its own: under the database's root object.
-    void Build(const std::filesystem::path& folder) {
-        ODB::Ref<LM::LibraryContainerFileRoot> fileRoot(new LM::LibraryContainerFileRoot);
-        database->SetRootObject(fileRoot);
-        BuildUnder(fileRoot, folder);
-    }
-
-    // Under any object of the database, as a host keeps one.
-    void BuildUnder(const ODB::RefBase& owner, const std::filesystem::path& folder) {
-        ODB::Ref<LM::DatabaseLibraryContainerRoot> root(new LM::DatabaseLibraryContainerRoot);
-        root->SetId(LM::DatabaseLibraryContainerRootId);
-        LM::DLCOwnerRootAssociation.Connect(owner, root);
-        ODB::Ref<LM::DatabaseLibraryContainerFolder> top(new LM::DatabaseLibraryContainerFolder);
-        LM::DLCRootFolderAssociation.Connect(root, top);
-        AddChildren(top, folder);
-        root->SetFileCount(fileCount);
-        database->Flush();
-    }
-
-    ODB::FileDatabase& Database() { return *database; }
-
-private:
-    void AddChildren(const ODB::RefBase& parent, const std::filesystem::path& folder) {
-        std::vector<std::filesystem::path> entries;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-            entries.push_back(entry.path());
-        std::sort(entries.begin(), entries.end());
-        for (const std::filesystem::path& path : entries) {
-            const KL::UniString name(path.filename().string().c_str());
-            if (std::filesystem::is_directory(path)) {
-                ODB::Ref<LM::DatabaseLibraryContainerFolder> child(
-                    new LM::DatabaseLibraryContainerFolder(name));
-                LM::DLCChildrenAssociation.Connect(parent, child);
-                AddChildren(child, path);
-                continue;
-            }
-            const IO::Location location(path.string());
-            const IO::File file(location);
-            TITime created = 0;
-            TITime modified = 0;
-            std::uint32_t type = 0;
-            std::uint32_t creator = 0;
-            file.GetCreationTime(&created);
-            file.GetModificationTime(&modified);
-            file.GetTypeInfo(&type, &creator);
-            ODB::Ref<LM::DatabaseLibraryContainerLibPartHeader> header(
-                path.extension() == ".klm" ? new LM::DatabaseLibraryContainerSymbolHeader(name)
-                                           : new LM::DatabaseLibraryContainerLibPartHeader(name));
-            ODB::Ref<LM::DatabaseLibraryContainerLibPartContent> content(
-                new LM::DatabaseLibraryContainerLibPartContent(
-                    name, KL::UniString(), OVFS::DateTime::CreateDateTime(created),
-                    OVFS::DateTime::CreateDateTime(modified), static_cast<std::int32_t>(type),
-                    static_cast<std::int32_t>(creator)));
-            content->SetLibEntry(location);
-            LM::DLCHeaderContentAssociation.Connect(header, content);
-            LM::DLCChildrenAssociation.Connect(parent, header);
-            ++fileCount;
-        }
-    }
-
-    ODB::IdSpace space;
-    LM::DatabaseLibraryContainerErrorHandler handler;
-    std::unique_ptr<ODB::FileDatabase> database;
-    std::uint32_t fileCount = 0;
-};
 
 class DatabaseContainerMount : public CatalogueTest {
 protected:
@@ -119,9 +43,14 @@ protected:
         LM::ForgetDatabaseContainerPreferences();
     }
 
+    // Packs the library "Lib" without a top folder: its contents sit directly in the container.
     IO::Location MakeContainer(const std::string& relative) {
         std::filesystem::create_directories((scratch.Path() / relative).parent_path());
-        ContainerBuilder(scratch.Location(relative)).Build(scratch.Path() / "Lib");
+        Set().ResetActiveLibraries();
+        AddLibrary("Lib");
+        EXPECT_EQ(Set().Enumerate(process), 0);
+        EXPECT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location(relative), nullptr, false));
+        Set().ResetActiveLibraries();
         return scratch.Location(relative);
     }
 
@@ -199,10 +128,10 @@ std::string ReadAll(const IO::Location& location, int* error) {
 
 TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails) {
     const IO::Location container = MakeContainer("Lib.lcf");
-    // The part's bytes are damaged in the file: its header lists, its content no longer reads.
-    EXPECT_EQ(RunSql(container, "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE rowid = "
-                                "(SELECT MIN(rowid) FROM odb_group_2)"),
-              1);
+    // The parts' bytes are damaged in the file, not the short text's: their headers list, their
+    // contents no longer read.
+    EXPECT_EQ(RunSql(container, "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE length(state) > 200"),
+              4);
 
     LM::DatabaseLibraryContainerVFS fileSystem(container);
     ASSERT_EQ(IO::fileSystem.Mount(&fileSystem, container), 0);
@@ -244,8 +173,7 @@ TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails
     EXPECT_EQ(fileSystem.GetConnectedCount(), 2);
     fileSystem.Disconnect(top);
 
-    // The first file of the first folder is the damaged one: its read fails, and from then on
-    // every entry of the file system does.
+    // A part's read fails, and from then on every entry of the file system does.
     const IO::Location chair = container + IO::Name("Objects") + IO::Name("Chair.klm");
     ReadAll(chair, &error);
     EXPECT_NE(error, 0);
@@ -309,11 +237,21 @@ TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnly
     }
 }
 
-TEST_F(DatabaseContainerMount, AContainerUnderAHostsObjectMountsFromThatObject) {
-    ContainerBuilder host(scratch.Location("host.db"));
+TEST_F(DatabaseContainerMount, AContainerInAHostsDatabaseIsBuiltMountedWrittenOutAndDeletedWhole) {
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    ODB::IdSpace space("host");
+    LM::DatabaseLibraryContainerErrorHandler handler;
+    ODB::FileDatabase::Parameters parameters;
+    parameters.idSpace = &space;
+    parameters.errorHandler = &handler;
+    ODB::FileDatabase host(ODB::FileDatabase::Locations{scratch.Location("host.db")}, parameters);
     ODB::Ref<LM::LibraryContainerFileRoot> hostObject(new LM::LibraryContainerFileRoot);
-    host.Database().AddObject(hostObject);
-    host.BuildUnder(hostObject, scratch.Path() / "Lib");
+    host.AddObject(hostObject);
+    ODB::Ref<ODB::Object> built;
+    ASSERT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), hostObject, nullptr, false, &built));
+    EXPECT_EQ(built, LM::DLCOwnerRootAssociation.GetRight(hostObject));
+    host.Flush();
     EXPECT_TRUE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(
         ODB::Ref<LM::LibraryContainerFileRoot>(new LM::LibraryContainerFileRoot))));
@@ -333,6 +271,13 @@ TEST_F(DatabaseContainerMount, AContainerUnderAHostsObjectMountsFromThatObject) 
         EXPECT_TRUE(fileSystem.GetDatabaseOwner().IsNull());
         IO::fileSystem.Unmount(mountPoint);
     }
+    // Written out from the object as from a file; only into a folder that exists.
+    EXPECT_EQ(LM::ExtractContainer(process, hostObject, scratch.Location("out"), nullptr), LM::LibPartFileError);
+    std::filesystem::create_directory(scratch.Path() / "out");
+    EXPECT_EQ(LM::ExtractContainer(process, hostObject, scratch.Location("out"), nullptr), 0);
+    EXPECT_EQ(scratch.Read("out/Objects/readme.txt"), "readme of the objects");
+    EXPECT_EQ(scratch.Read("out/Objects/Tables/Table.klm"), scratch.Read("Lib/Objects/Tables/Table.klm"));
+
     // Deleting the container takes every object of it, and leaves the host's object.
     const ODB::RefBase root = LM::DLCOwnerRootAssociation.GetRight(hostObject);
     const ODB::RefBase top = LM::DLCRootFolderAssociation.GetRight(root);
@@ -345,6 +290,9 @@ TEST_F(DatabaseContainerMount, AContainerUnderAHostsObjectMountsFromThatObject) 
     EXPECT_FALSE(firstLevel.front().IsLive());
     EXPECT_TRUE(hostObject.IsLive());
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
+    host.Flush();
+    EXPECT_EQ(QueryInt(scratch.Location("host.db"), "SELECT COUNT(*) FROM odb_object"), 1);
+    EXPECT_EQ(QueryInt(scratch.Location("host.db"), "SELECT COUNT(*) FROM odb_link"), 0);
 }
 
 // Breaks when asked, and counts how often it was.

@@ -1,9 +1,11 @@
-// libmgr pack and unpack as a library author runs them: a library packed and unpacked again gives
-// back every file of its catalogue byte for byte with its time, the container enumerates to the
-// same catalogue as the folder, and bad requests get one clear line.
+// libmgr pack and unpack as a library author runs them: a library packed, as a container file or
+// a database container, and unpacked again gives back every file of its catalogue byte for byte
+// with its time, the container enumerates to the same catalogue as the folder, and bad requests
+// get one clear line.
 #include "libmgr/ToolRun.hpp"
 #include "support/ContainerBytes.hpp"
 #include "support/ScratchFolder.hpp"
+#include "support/Sqlite.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -53,23 +55,28 @@ std::map<std::string, std::string> FilesWithTimes(const fs::path& root) {
     return files;
 }
 
-void ExpectRoundTrip(const ScratchFolder& scratch, const fs::path& library, bool compress) {
-    SCOPED_TRACE(library.string() + (compress ? ", compressed" : ""));
+enum class Kind { File, Compressed, Database };
+
+void ExpectRoundTrip(const ScratchFolder& scratch, const fs::path& library, Kind kind) {
+    const bool compress = kind == Kind::Compressed;
+    const std::string flag = kind == Kind::File ? "" : compress ? "--compress" : "--database";
+    SCOPED_TRACE(library.string() + " " + flag);
     const std::string name = library.filename().string();
-    const fs::path container = scratch.Path() / (name + (compress ? "-z" : "") + ".lcf");
-    const fs::path unpacked = scratch.Path() / (name + (compress ? "-z" : "") + "-unpacked");
+    const fs::path container = scratch.Path() / (name + flag + ".lcf");
+    const fs::path unpacked = scratch.Path() / (name + flag + "-unpacked");
     const std::map<std::string, std::string> catalogue =
         Catalogue(scratch, library.string(), library.string());
     ASSERT_FALSE(catalogue.empty());
 
     std::vector<std::string> pack = {"pack", library.string(), "-o", container.string(), "--json"};
-    if (compress)
-        pack.push_back("--compress");
+    if (!flag.empty())
+        pack.push_back(flag);
     const ToolRun packed = RunLibmgr(scratch, pack);
     ASSERT_EQ(packed.exitCode, 0) << packed.err;
     const nlohmann::json summary = nlohmann::json::parse(packed.out);
     EXPECT_EQ(summary["parts"], catalogue.size());
     EXPECT_EQ(summary["compressed"], compress);
+    EXPECT_EQ(summary["database"], kind == Kind::Database);
     EXPECT_EQ(summary["bytesOut"], fs::file_size(container));
 
     // The container, mounted as a library, holds the same catalogue below its top folder.
@@ -93,8 +100,8 @@ TEST(ContainerCommand, PackThenUnpackGivesBackEveryPartOfTheCatalogue) {
         RunLibmgr(scratch, {"gen", generated.string(), "--parts", "2000", "--seed", "5", "-q"});
     ASSERT_EQ(gen.exitCode, 0) << gen.err;
     for (const fs::path& library : {fs::path(LM_SAMPLE_LIBRARY_DIR), generated}) {
-        ExpectRoundTrip(scratch, library, false);
-        ExpectRoundTrip(scratch, library, true);
+        for (const Kind kind : {Kind::File, Kind::Compressed, Kind::Database})
+            ExpectRoundTrip(scratch, library, kind);
     }
 }
 
@@ -135,6 +142,8 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
                   "libmgr pack: where to? give the container file with -o OUT.lcf\n");
     expectRefusal({"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container, "--compress=12"}, 2,
                   "libmgr pack: --compress takes a level from 0 to 9\n");
+    expectRefusal({"pack", LM_SAMPLE_LIBRARY_DIR, "-o", container, "--compress", "--database"}, 2,
+                  "libmgr pack: a database container is not compressed: give --compress or --database\n");
     expectRefusal({"unpack", container}, 2, "libmgr unpack: where to? give the folder with -o DIR\n");
     expectRefusal({"unpack", container, "-o", out}, 1, "libmgr unpack: " + container + ": no such file\n");
 
@@ -156,6 +165,15 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
     const std::string cutOut = (scratch.Path() / "cut-out").string();
     expectRefusal({"unpack", cut, "-o", cutOut}, 1,
                   "libmgr unpack: " + cut + ": damaged container; " + cutOut + " holds what could be read\n");
+
+    // A database container cut short is no container at all; one whose tree reads but whose
+    // bytes do not says so in one line.
+    const std::string database = (scratch.Path() / "db.lcf").string();
+    ASSERT_EQ(RunLibmgr(scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", database, "--database", "-q"}).exitCode, 0);
+    const std::string stored = ReadAll(database);
+    scratch.Write("db.lcf", stored.substr(0, stored.size() / 2));
+    expectRefusal({"unpack", database, "-o", (scratch.Path() / "db-out").string()}, 1,
+                  "libmgr unpack: " + database + ": not a container file\n");
 }
 
 TEST(ContainerCommand, CheckReadsEveryEntryOfAContainerAndSaysWhatFails) {
@@ -177,6 +195,20 @@ TEST(ContainerCommand, CheckReadsEveryEntryOfAContainerAndSaysWhatFails) {
         RunLibmgr(scratch, {"check", "--no-cache", (scratch.Path() / "clean.lcf").string()});
     EXPECT_EQ(clean.exitCode, 0) << clean.err;
     EXPECT_EQ(clean.out, "no findings\n");
+
+    // A database container is read through its mount just the same.
+    scratch.Write("Small/good.txt", "readable");
+    scratch.Write("Small/broken.txt", std::string(300, 'b'));
+    const std::string database = (scratch.Path() / "small.lcf").string();
+    ASSERT_EQ(RunLibmgr(scratch, {"pack", (scratch.Path() / "Small").string(), "-o", database, "--database", "-q"})
+                  .exitCode,
+              0);
+    testsupport::RunSql(IO::Location(database), "UPDATE odb_group_2 SET state = substr(state, 1, 60) "
+                                                "WHERE length(state) > 300");
+    const ToolRun checkedDatabase = RunLibmgr(scratch, {"check", "--no-cache", database});
+    // Its first damaged read, here in the catalogue's walk, leaves the whole container unreadable.
+    EXPECT_EQ(checkedDatabase.exitCode, 1) << checkedDatabase.err;
+    EXPECT_EQ(checkedDatabase.out, "unreadable  small.lcf: the folder cannot be read\n");
 }
 
 } // namespace

@@ -21,4 +21,16 @@ inline int RunSql(const IO::Location& file, const std::string& sql) {
     return changed;
 }
 
+// The first column of the first row, as an integer.
+inline long long QueryInt(const IO::Location& file, const std::string& sql) {
+    sqlite3* connection = nullptr;
+    EXPECT_EQ(sqlite3_open(file.ToString().c_str(), &connection), SQLITE_OK);
+    sqlite3_stmt* statement = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(connection, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sql;
+    const long long value = sqlite3_step(statement) == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : -1;
+    sqlite3_finalize(statement);
+    sqlite3_close(connection);
+    return value;
+}
+
 } // namespace testsupport
