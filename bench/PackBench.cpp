@@ -1,5 +1,6 @@
 // libmgr pack and unpack beside the archivers an author would otherwise use, on the same library:
-// pack against `tar cf`, compressed pack against `zip -qr -1`, unpack against `tar xf`. Each is
+// pack against `tar cf`, compressed pack against `zip -qr -1`, unpack against `tar xf`, and a
+// database container packed and unpacked against an SQLite archive (`sqlite3 -A -c` and `-x`). Each is
 // the whole command as a user runs it, the pack replaying its library from the cache as a second
 // run does. Before each timed run, outside the timing, the outputs are removed and written data
 // synced, so that no run pays for the write-back of the one before. Median of three rounds.
@@ -79,6 +80,20 @@ int main(int argc, char** argv) {
             "mkdir " + Quote(work / "x") + " && tar xf " + Quote(work / "lib.tar") + " -C " +
                 Quote(work / "x"),
             Quote(libmgr) + " unpack -q " + Quote(work / "lib.lcf") + " -o " + Quote(work / "y"),
+            "rm -rf " + Quote(work / "x") + " " + Quote(work / "y"));
+
+    Compare("`libmgr pack --database`", "`sqlite3 -A -c`",
+            inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name,
+            cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " + Quote(work / "libdb.lcf"),
+            "rm -f " + Quote(work / "lib.sqlar") + " " + Quote(work / "libdb.lcf"));
+    std::system((inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name).c_str());
+    std::system((cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " +
+                 Quote(work / "libdb.lcf"))
+                    .c_str());
+    Compare("`libmgr unpack` of a database", "`sqlite3 -A -x`",
+            "mkdir " + Quote(work / "x") + " && sqlite3 -A -x -f " + Quote(work / "lib.sqlar") + " -C " +
+                Quote(work / "x"),
+            Quote(libmgr) + " unpack -q " + Quote(work / "libdb.lcf") + " -o " + Quote(work / "y"),
             "rm -rf " + Quote(work / "x") + " " + Quote(work / "y"));
     fs::remove_all(work);
     return 0;

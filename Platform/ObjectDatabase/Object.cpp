@@ -11,7 +11,13 @@ const KL::ClassInfo Object::classInfo("ODB::Object", KL::Guid("77608F83-E45D-4C9
 
 IsolatedState::~IsolatedState() = default;
 
-Object::Object() : id(Id::Generate()) {}
+Object::Object() = default;
+
+const Id& Object::GetId() const {
+    if (id.IsNull())
+        id = Id::Generate();
+    return id;
+}
 
 Object::~Object() = default;
 

@@ -49,7 +49,9 @@ public:
     // What the object holds in memory, for the database's memory limit.
     virtual std::uint64_t GetIsolatedSize() const;
 
-    const Id& GetId() const { return id; }
+    // A new object draws its id on first use; one the database loads gets its stored id, and
+    // draws none.
+    const Id& GetId() const;
     // Only before the object joins a database; false, and nothing changes, afterwards.
     bool SetId(const Id& newId);
     // A reference to this object; null for an object that no reference holds.
@@ -62,7 +64,7 @@ private:
     friend class FileDatabase;
     friend class RefBase;
 
-    Id id;
+    mutable Id id;
     ObjectEntry* entry = nullptr;
 };
 

@@ -66,7 +66,7 @@ RefBase::RefBase(Object* object) {
         return;
     }
     entry = new ObjectEntry;
-    entry->id = object->id;
+    entry->id = object->GetId();
     entry->object.reset(object);
     entry->classInfo = object->GetClassInfo();
     object->entry = entry;
