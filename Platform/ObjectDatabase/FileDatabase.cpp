@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <utility>
 
 namespace ODB {
 
@@ -113,6 +114,8 @@ RefBase FileDatabase::GetRootObject() {
 
 void FileDatabase::Flush() {
     std::lock_guard lock(idSpace->lock);
+    if (deferredFault != nullptr)
+        std::rethrow_exception(std::exchange(deferredFault, nullptr));
     if (readOnly)
         return;
     for (ObjectEntry* entry : loaded) {
@@ -212,7 +215,21 @@ void FileDatabase::Unpinned(ObjectEntry* entry) {
     Charge(entry);
     entry->lruPosition = lru.insert(lru.end(), entry);
     entry->inLru = true;
-    EvictOverLimit();
+    // A reference goes here, often in a destructor, where a fault must not be thrown: a store that
+    // fails while making room is reported by the next Flush, and nothing more is evicted until then.
+    if (deferredFault != nullptr)
+        return;
+    try {
+        EvictOverLimit();
+    } catch (...) {
+        deferredFault = std::current_exception();
+    }
+}
+
+void FileDatabase::Unreferenced(ObjectEntry* entry) {
+    if (entry->object != nullptr)
+        Unload(entry);
+    Forget(entry);
 }
 
 void FileDatabase::Repinned(ObjectEntry* entry) {

@@ -18,6 +18,7 @@
 #include "KLRoot/UniString.hpp"
 
 #include <cstdint>
+#include <exception>
 #include <list>
 #include <memory>
 #include <unordered_set>
@@ -102,7 +103,8 @@ public:
     void SetRootObject(const RefBase& object);
     // A null reference when no root was set.
     RefBase GetRootObject();
-    // Stores every changed object and commits.
+    // Stores every changed object and commits. A fault met earlier while unloading objects, as a
+    // reference went, is thrown here first.
     void Flush();
     // Gives the file's free pages back, after a Flush.
     void CompactToMinimum();
@@ -118,6 +120,8 @@ public:
     ObjectEntry* FindStored(const Id& id);
     void Load(ObjectEntry* entry);
     void Unpinned(ObjectEntry* entry);
+    // The last reference went, with no use foreseen: unloaded and let go at once.
+    void Unreferenced(ObjectEntry* entry);
     void Repinned(ObjectEntry* entry);
     void MarkChanged(ObjectEntry* entry);
     void Join(ObjectEntry* entry);
@@ -148,6 +152,7 @@ private:
     std::unique_ptr<ObjectStore> store;
     std::uint64_t maxMemoryBytes = UINT64_MAX;
     std::uint64_t loadedSize = 0;
+    std::exception_ptr deferredFault;
     std::unordered_set<ObjectEntry*> loaded;
     // Loaded entries that no reference holds, the least recently released first.
     std::list<ObjectEntry*> lru;

@@ -110,6 +110,20 @@ void RefBase::Clear() {
         std::exchange(entry, nullptr)->Release();
 }
 
+void RefBase::ClearAndUnload() {
+    if (entry == nullptr)
+        return;
+    ObjectEntry* held = std::exchange(entry, nullptr);
+    FileDatabase* database = held->database;
+    if (database == nullptr) {
+        held->Release();
+        return;
+    }
+    std::lock_guard lock(database->GetIdSpace().GetLock());
+    if (held->refCount.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        database->Unreferenced(held);
+}
+
 RefBase RefBase::FromEntry(ObjectEntry* entry) {
     RefBase result;
     result.entry = entry;

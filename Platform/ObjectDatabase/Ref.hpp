@@ -54,6 +54,9 @@ public:
     // Deletes the object from memory and its database, with what it owns through associations.
     void Delete();
     void Clear();
+    // Clears the reference; when it was the last, the object is written out if changed and leaves
+    // memory at once rather than when the memory limit reaches it: for objects used once.
+    void ClearAndUnload();
 
     bool operator==(const RefBase& other) const { return entry == other.entry; }
 

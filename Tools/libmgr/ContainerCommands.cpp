@@ -165,7 +165,7 @@ int PackContainerFile(const Arguments& arguments, const Options& options, Sessio
     if (writer.GetPartCount() == 0)
         return NoPartToPack(arguments, selection != nullptr);
     FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
-    if (const int written = writer.WriteToLocation(progress, target); written != 0 || Interrupted())
+    if (const int written = writer.WriteToLocation(progress, target); written != 0)
         return PackFailed(arguments, target, ErrorText(written));
     *counts = {writer.GetPartCount(), writer.GetFoldersWritten(), writer.GetBytesRead(), writer.GetBytesWritten()};
     return ExitSuccess;
@@ -191,7 +191,7 @@ int PackDatabase(const Arguments& arguments, const Options& options, Session& se
     LM::DatabaseContainerBuilder builder(&session.Set(), selection);
     FileProgress progress("packing", parts, ShowsProgress(options), 8);
     try {
-        if (!LM::WriteDatabaseContainerFile(progress, builder, target, createTopFolder) || Interrupted())
+        if (!LM::WriteDatabaseContainerFile(progress, builder, target, createTopFolder))
             return PackFailed(arguments, target, "the database could not be written");
     } catch (const KL::KLException& fault) {
         return PackFailed(arguments, target, fault.GetMessage());

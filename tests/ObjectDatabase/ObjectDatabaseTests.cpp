@@ -37,7 +37,12 @@ public:
     explicit Note(std::string text) : text(std::move(text)) {}
 
     const KL::ClassInfo* GetClassInfo() const override { return &classInfo; }
+    // A note of this text cannot be stored, as a full disk would refuse it.
+    static constexpr const char* Unstorable = "unstorable";
+
     int WriteIsolatedState(KL::OChannel& channel) const override {
+        if (text == Unstorable)
+            return KL::ErrIO;
         KL::OutputFrame frame(channel, classInfo);
         ODB::Object::WriteIsolatedState(channel);
         channel.Write(static_cast<std::uint32_t>(text.size()));
@@ -302,6 +307,18 @@ TEST_F(ObjectDatabase, MemoryStaysNearTheLimitWhateverTheDatabaseHolds) {
         EXPECT_EQ(wrong, 0);
     }
     EXPECT_LE(mostLoaded, Limit + BlobSize + 4096);
+
+    // An object used once leaves memory with its last reference, whatever room is left.
+    {
+        Database db(file, ODB::FileDatabase::ReadWrite);
+        ODB::Ref<Blob> blob(new Blob(Pattern(7, BlobSize)));
+        const ODB::Id id = blob->GetId();
+        db.database->AddObject(blob);
+        ASSERT_GE(db.database->GetLoadedSize(), BlobSize);
+        blob.ClearAndUnload();
+        EXPECT_EQ(db.database->GetLoadedSize(), 0U);
+        EXPECT_EQ(ODB::ConstRef<Blob>(id, db.space)->bytes, Pattern(7, BlobSize)) << "written out first";
+    }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // 200 MiB went through; the process never held more than a small part of it.
     rusage usage{};
@@ -327,6 +344,20 @@ std::string ReadEverything(const IO::Location& file) {
     } catch (const ODB::DatabaseException& fault) {
         return "fault " + std::to_string(fault.GetError());
     }
+}
+
+TEST_F(ObjectDatabase, AStoreThatFailsAsAReferenceGoesIsReportedByTheNextFlush) {
+    Database db(file, ODB::FileDatabase::ReadWrite);
+    db.database->SetMaxMemorySize(0);
+    ODB::Ref<Note> root(new Note("root"));
+    db.database->SetRootObject(root);
+    // The last reference goes in a destructor, where the eviction's fault cannot be thrown.
+    EXPECT_NO_THROW(children.Connect(root, ODB::Ref<Note>(new Note(Note::Unstorable))));
+    EXPECT_THROW(db.database->Flush(), ODB::DatabaseException);
+    // Used once and let go on purpose, the fault is thrown at once.
+    ODB::Ref<Note> again(new Note(Note::Unstorable));
+    children.Connect(root, again);
+    EXPECT_THROW(again.ClearAndUnload(), ODB::DatabaseException);
 }
 
 TEST_F(ObjectDatabase, DamagedOrForeignFilesAreRefusedThroughTheDatabasesFaults) {

@@ -155,19 +155,17 @@ TEST_F(DatabaseContainerBuild, EmbeddedLibrariesAndNestedContainersKeepWhatReade
     EXPECT_EQ(files.count("Project Parts/Doors/Door.klm"), 1U);
     EXPECT_EQ(files.count("Lib/Inner.lcf/Doors/Door.txt"), 1U);
 
-    // Mounted as a library and packed again into a container file, the nested container's
-    // header and its items come along from the database folder.
+    // Mounted as a library and packed again, as a database while the format is on, and by the
+    // container file writer: the nested container's header and its items come along from the
+    // database folder.
     UseLibraries({"db.lcf"});
-    ASSERT_EQ(LM::CreateContainer(process, scratch.Location("again.lcf"), &Set(), nullptr,
-                                  LM::ContainerWriteOptions(nullptr, true)) == 0 &&
-                  !LM::CheckIfContainer(scratch.Location("again.lcf")),
-              true)
-        << "with the format on, containers are written as databases";
-    LM::SetDatabaseLibraryContainerFormatEnabled(false);
-    ASSERT_EQ(LM::CreateContainer(process, scratch.Location("again.lcf"), &Set(), nullptr,
+    ASSERT_EQ(LM::CreateContainer(process, scratch.Location("again-db.lcf"), &Set(), nullptr,
                                   LM::ContainerWriteOptions(nullptr, true)),
               0);
-    LM::SetDatabaseLibraryContainerFormatEnabled(true);
+    EXPECT_TRUE(LM::CheckIfFileDatabaseContainer(scratch.Location("again-db.lcf")));
+    LM::ContainerWriter writer(&Set(), LM::ContainerWriteOptions(nullptr, true));
+    writer.BuildTree(nullptr);
+    ASSERT_EQ(writer.WriteToLocation(process, scratch.Location("again.lcf")), 0);
     IO::File again(scratch.Location("again.lcf"));
     ASSERT_EQ(again.Open(IO::File::ReadMode), 0);
     struct Infos : LM::DummyProcessor {

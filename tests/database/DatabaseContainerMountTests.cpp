@@ -251,6 +251,11 @@ TEST_F(DatabaseContainerMount, AContainerInAHostsDatabaseIsBuiltMountedWrittenOu
     ODB::Ref<ODB::Object> built;
     ASSERT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), hostObject, nullptr, false, &built));
     EXPECT_EQ(built, LM::DLCOwnerRootAssociation.GetRight(hostObject));
+    // An object holds one container, and only an object of a database holds one.
+    EXPECT_FALSE(LM::CreateDatabaseLibraryContainer(process, &Set(), hostObject, nullptr, false, nullptr));
+    EXPECT_FALSE(LM::CreateDatabaseLibraryContainer(
+        process, &Set(), ODB::Ref<LM::LibraryContainerFileRoot>(new LM::LibraryContainerFileRoot), nullptr, false,
+        nullptr));
     host.Flush();
     EXPECT_TRUE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(

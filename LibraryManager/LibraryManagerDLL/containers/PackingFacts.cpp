@@ -6,6 +6,7 @@
 #include "catalogue/LibrarySet.hpp"
 #include "containers/ContainerExtraction.hpp"
 #include "containers/ContainerReader.hpp"
+#include "database/DatabaseContainerPreferences.hpp"
 #include "database/DatabaseLibraryContainerVFS.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 
@@ -66,9 +67,9 @@ bool IsMountedSubContainer(const IO::Location& location) {
     const IO::FixedVFS* served = ServingFileSystem(location);
     if (const auto* container = dynamic_cast<const LibraryContainerVFS*>(served))
         return container->IsFolderSubContainer(location);
-    if (const auto* database = dynamic_cast<const DatabaseLibraryContainerVFS*>(served))
-        return database->IsFolderSubContainer(location);
-    return false;
+    const auto* database = dynamic_cast<const DatabaseLibraryContainerVFS*>(served);
+    return database != nullptr && IsDatabaseLibraryContainerOpeningEnabled() &&
+           database->IsFolderSubContainer(location);
 }
 
 void AddMountedFolderInfos(const IO::Location& location, InfoArray* infos) {
@@ -76,7 +77,8 @@ void AddMountedFolderInfos(const IO::Location& location, InfoArray* infos) {
     if (const auto* container = dynamic_cast<const LibraryContainerVFS*>(served)) {
         if (const KL::Array<InfoData*>* items = container->GetInfoForLocation(location))
             infos->PushAll(*items);
-    } else if (const auto* database = dynamic_cast<const DatabaseLibraryContainerVFS*>(served)) {
+    } else if (const auto* database = dynamic_cast<const DatabaseLibraryContainerVFS*>(served);
+               database != nullptr && IsDatabaseLibraryContainerOpeningEnabled()) {
         if (const auto folder = database->GetFolderObject(location); folder.IsLive())
             infos->PushAll(folder->GetInfos().Get());
     }

@@ -21,6 +21,7 @@
 #include "KLUtils/ScratchFile.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <string>
 #include <unordered_map>
@@ -46,6 +47,22 @@ private:
     DatabaseContainerBuilder& builder;
 };
 
+// A progress that ends however the build does, a database fault included.
+class ProgressRun {
+public:
+    ProgressRun(KL::ProcessControl& process, OVFS::ProcessControl& progress, int total)
+        : process(process), progress(progress) {
+        progress.Start(process, total);
+    }
+    ~ProgressRun() { progress.Finish(process); }
+    ProgressRun(const ProgressRun&) = delete;
+    ProgressRun& operator=(const ProgressRun&) = delete;
+
+private:
+    KL::ProcessControl& process;
+    OVFS::ProcessControl& progress;
+};
+
 } // namespace
 
 DatabaseContainerBuilder::DatabaseContainerBuilder(const LibrarySet* set,
@@ -67,15 +84,15 @@ bool DatabaseContainerBuilder::Build(KL::ProcessControl& process, OVFS::ProcessC
         return false;
     if (fileCount == 0)
         fileCount = EstimateFileCount();
-    progress.Start(process, static_cast<int>(std::min<std::uint32_t>(fileCount, std::numeric_limits<int>::max())));
-    CreateContainerRoot(owner);
+    if (!CreateContainerRoot(owner))
+        return false;
+    const ProgressRun run(process, progress, static_cast<int>(std::min<std::uint32_t>(fileCount, INT32_MAX)));
     const std::vector<IO::Location> embedded = AddRoots(createTopFolder);
     AddParts(process, progress);
     if (!cancelled) {
         RenameEmbedded(embedded);
         MergeFolders(topFolder);
     }
-    progress.Finish(process);
     return !cancelled;
 }
 
@@ -89,13 +106,20 @@ std::uint32_t DatabaseContainerBuilder::EstimateFileCount() const {
     return count;
 }
 
-void DatabaseContainerBuilder::CreateContainerRoot(const ODB::Ref<ODB::Object>& owner) {
+// False when the owner is no live object of a database, or holds a container already.
+bool DatabaseContainerBuilder::CreateContainerRoot(const ODB::Ref<ODB::Object>& owner) {
+    if (!owner.IsLive() || owner.GetDatabase() == nullptr)
+        return false;
     containerRoot = ODB::Ref<DatabaseLibraryContainerRoot>(new DatabaseLibraryContainerRoot);
     containerRoot->SetId(DatabaseLibraryContainerRootId);
     containerRoot->SetFileCount(fileCount);
-    DLCOwnerRootAssociation.Connect(owner, containerRoot);
+    if (!DLCOwnerRootAssociation.Connect(owner, containerRoot)) {
+        containerRoot.Clear();
+        return false;
+    }
     topFolder = FolderRef(new DatabaseLibraryContainerFolder);
     DLCRootFolderAssociation.Connect(containerRoot, topFolder);
+    return true;
 }
 
 // A container can hold a single library without a top folder of its own: without
@@ -160,11 +184,14 @@ void DatabaseContainerBuilder::AddPart(const LibPart& part) {
     auto [folder, folderLocation] = FindStartFolder(placement);
     if (folder.IsNull())
         return;
-    ODB::Ref<DatabaseLibraryContainerLibPartHeader> header = CreateFileObjects(part);
-    if (PlaceUnder(folder, folderLocation, placement, header))
-        ++partCount;
-    else
+    auto [header, content] = CreateFileObjects(part);
+    if (!PlaceUnder(folder, folderLocation, placement, header)) {
         header.Delete();
+        return;
+    }
+    ++partCount;
+    // The bytes are needed again only when they are written out.
+    content.ClearAndUnload();
 }
 
 std::pair<DatabaseContainerBuilder::FolderRef, IO::Location>
@@ -181,7 +208,8 @@ DatabaseContainerBuilder::FindStartFolder(const IO::Location& placement) const {
 }
 
 // A file that cannot be read still gets its objects, with no bytes: the container lists it.
-ODB::Ref<DatabaseLibraryContainerLibPartHeader> DatabaseContainerBuilder::CreateFileObjects(const LibPart& part) {
+std::pair<ODB::Ref<DatabaseLibraryContainerLibPartHeader>, ODB::Ref<DatabaseLibraryContainerLibPartContent>>
+DatabaseContainerBuilder::CreateFileObjects(const LibPart& part) {
     const IO::Location& location = part.GetLocation();
     IO::Name name;
     location.GetLastLocalName(&name);
@@ -189,11 +217,15 @@ ODB::Ref<DatabaseLibraryContainerLibPartHeader> DatabaseContainerBuilder::Create
     SourceFacts facts;
     const bool opened = OpenSource(file, &facts) == KL::NoError;
     FileTypeFacts type;
-    if (opened)
+    OVFS::DateTime created;
+    OVFS::DateTime modified;
+    if (opened) {
         type = FileTypeFactsOf(part, location);
+        created = OVFS::DateTime::CreateDateTime(facts.creationTime);
+        modified = OVFS::DateTime::CreateDateTime(facts.modificationTime);
+    }
     ODB::Ref<DatabaseLibraryContainerLibPartContent> content(new DatabaseLibraryContainerLibPartContent(
-        name.GetText(), KL::UniString(type.mime.c_str()), OVFS::DateTime::CreateDateTime(facts.creationTime),
-        OVFS::DateTime::CreateDateTime(facts.modificationTime), type.macType, type.macCreator));
+        name.GetText(), KL::UniString(type.mime.c_str()), created, modified, type.macType, type.macCreator));
     if (opened && facts.dataLength != 0 && facts.dataLength <= std::numeric_limits<std::uint32_t>::max() &&
         content->SetLibEntry(file, static_cast<std::uint32_t>(facts.dataLength)) == KL::NoError)
         bytesRead += facts.dataLength;
@@ -201,7 +233,7 @@ ODB::Ref<DatabaseLibraryContainerLibPartHeader> DatabaseContainerBuilder::Create
         part.IsSymbol() ? new DatabaseLibraryContainerSymbolHeader(name.GetText())
                         : new DatabaseLibraryContainerLibPartHeader(name.GetText()));
     DLCHeaderContentAssociation.Connect(header, content);
-    return header;
+    return {header, content};
 }
 
 bool DatabaseContainerBuilder::PlaceUnder(FolderRef folder, IO::Location folderLocation,

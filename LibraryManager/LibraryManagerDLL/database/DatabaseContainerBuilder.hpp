@@ -6,9 +6,8 @@
 // embedded libraries renamed), but its tree is made of database objects, and it ends by merging
 // folders of equal name, where several libraries meet under the top folder.
 //
-// A part's whole content is read into its content object; the builder lets go of each content at
-// once and keeps only folders, so what stays in memory is the database's concern: its memory limit
-// writes contents out as the build goes on.
+// A part's whole content is read into its content object, which is written to the database and
+// leaves memory as soon as the part is placed; the builder keeps only folders.
 #include "database/DatabaseLibraryContainerEntries.hpp"
 #include "database/DatabaseLibraryContainerRoot.hpp"
 
@@ -31,6 +30,7 @@ class ProcessControl;
 
 namespace LM {
 
+class DatabaseLibraryContainerLibPartContent;
 class LibPart;
 class LibrarySet;
 
@@ -43,8 +43,9 @@ public:
     DatabaseContainerBuilder& operator=(const DatabaseContainerBuilder&) = delete;
 
     // Builds the container under `owner`, whose database the new objects join. False with no
-    // library, or when the user stopped it; what was built stays for the caller to drop. Database
-    // faults pass out as the container exceptions.
+    // library, an owner that is no live object of a database or holds a container already, or
+    // when the user stopped it; what was built stays for the caller to drop. Database faults pass
+    // out as the container exceptions.
     bool Build(KL::ProcessControl& process, OVFS::ProcessControl& progress, const ODB::Ref<ODB::Object>& owner,
                bool createTopFolder);
     // Lets go of every object held, as must happen before the database closes.
@@ -59,7 +60,7 @@ private:
     using FolderRef = ODB::Ref<DatabaseLibraryContainerFolder>;
 
     std::uint32_t EstimateFileCount() const;
-    void CreateContainerRoot(const ODB::Ref<ODB::Object>& owner);
+    bool CreateContainerRoot(const ODB::Ref<ODB::Object>& owner);
     // Adds the libraries as roots; returns the locations of the embedded ones.
     std::vector<IO::Location> AddRoots(bool createTopFolder);
     void AddRoot(const IO::Location& location, bool useTopFolder);
@@ -68,7 +69,8 @@ private:
     // The folder a part at `placement` is placed from, with that folder's location; null when it
     // lies outside every library.
     std::pair<FolderRef, IO::Location> FindStartFolder(const IO::Location& placement) const;
-    ODB::Ref<DatabaseLibraryContainerLibPartHeader> CreateFileObjects(const LibPart& part);
+    std::pair<ODB::Ref<DatabaseLibraryContainerLibPartHeader>, ODB::Ref<DatabaseLibraryContainerLibPartContent>>
+    CreateFileObjects(const LibPart& part);
     // Walks down from `folder`, making the folders that are missing; false when `placement` is not
     // below it.
     bool PlaceUnder(FolderRef folder, IO::Location folderLocation, const IO::Location& placement,

@@ -14,6 +14,8 @@
 #include "KLRoot/ProcessControl.hpp"
 #include "KLRoot/Thread.hpp"
 
+#include <filesystem>
+
 namespace LM {
 
 namespace {
@@ -21,6 +23,29 @@ namespace {
 constexpr int ExtractionProcessId = 84;
 // No path of a file system is this deep; a tree that is has a damaged link.
 constexpr int MaxFolderDepth = 512;
+
+// The progress of an extraction on the main thread, when no process runs yet: it shows a title
+// and ends however the extraction does.
+class MainThreadProgress {
+public:
+    explicit MainThreadProgress(KL::ProcessControl& process)
+        : process(process), owned(KL::Thread::IsMain() && !process.IsProcessRunning()) {
+        if (!owned)
+            return;
+        process.StartProcess(ExtractionProcessId);
+        process.SetTitle(GetLibraryManagerStrings().containerExtractionTitle);
+    }
+    ~MainThreadProgress() {
+        if (owned)
+            process.EndProcess();
+    }
+    MainThreadProgress(const MainThreadProgress&) = delete;
+    MainThreadProgress& operator=(const MainThreadProgress&) = delete;
+
+private:
+    KL::ProcessControl& process;
+    bool owned;
+};
 
 } // namespace
 
@@ -43,8 +68,9 @@ DatabaseLibraryContainerExtractor::~DatabaseLibraryContainerExtractor() {
 }
 
 int DatabaseLibraryContainerExtractor::Extract(KL::ProcessControl& process, const IO::Location& target) {
-    IO::EntryType type = IO::FileEntryType;
-    if (IO::fileSystem.GetType(target, &type) != KL::NoError || type != IO::FolderEntryType)
+    // The caller's destination may be a link to a folder; only what lies below it is guarded.
+    std::error_code error;
+    if (!std::filesystem::is_directory(target.ToString(), error))
         return LibPartFileError;
     destination = target;
     return ProcessDatabaseLibraryContainer(process);
@@ -53,11 +79,7 @@ int DatabaseLibraryContainerExtractor::Extract(KL::ProcessControl& process, cons
 int DatabaseLibraryContainerExtractor::ProcessDatabaseLibraryContainer(KL::ProcessControl& process) {
     if (!owner.IsLive())
         return LibPartFileError;
-    const bool ownsProgress = KL::Thread::IsMain() && !process.IsProcessRunning();
-    if (ownsProgress) {
-        process.StartProcess(ExtractionProcessId);
-        process.SetTitle(GetLibraryManagerStrings().containerExtractionTitle);
-    }
+    const MainThreadProgress progress(process);
     int result = LibPartFileError;
     const auto root = ODB::ConstRef<DatabaseLibraryContainerRoot>::Cast(DLCOwnerRootAssociation.GetRight(owner));
     if (root.IsLive()) {
@@ -66,20 +88,16 @@ int DatabaseLibraryContainerExtractor::ProcessDatabaseLibraryContainer(KL::Proce
         const auto top = ODB::ConstRef<DatabaseLibraryContainerEntry>::Cast(DLCRootFolderAssociation.GetRight(root));
         if (!ODB::ConstRef<DatabaseLibraryContainerFolder>::Cast(top).IsNull()) {
             paths.MeasureBase(destination);
-            walkedFolders.clear();
+            walkedFolders = {top.GetId()};
             result = ProcessDLCEntry(top, destination, 0);
         }
     }
-    if (ownsProgress)
-        process.EndProcess();
     return result;
 }
 
 // Failures show in HasFailed and WasAccessDenied; the walk itself always ends with 0.
 int DatabaseLibraryContainerExtractor::ProcessDLCEntry(const ODB::ConstRef<DatabaseLibraryContainerEntry>& entry,
                                                        const IO::Location& location, int depth) {
-    if (depth > MaxFolderDepth || !walkedFolders.insert(entry.GetId()).second)
-        return 0;
     for (DLCChildrenConstIterator child(entry); !child.IsEnd(); ++child) {
         const ODB::ConstRef<DatabaseLibraryContainerEntry> current = *child;
         const auto folder = ODB::ConstRef<DatabaseLibraryContainerFolder>::Cast(current);
@@ -90,8 +108,9 @@ int DatabaseLibraryContainerExtractor::ProcessDLCEntry(const ODB::ConstRef<Datab
             continue;
         }
         const IO::Name name = folder->GetNameIO();
-        // An empty folder is not made.
-        if (!name.IsValid() || !DLCChildrenAssociation.IsConnectedAsLeft(folder))
+        // An empty folder is not made, nor one met before or deeper than any path.
+        if (!name.IsValid() || !DLCChildrenAssociation.IsConnectedAsLeft(folder) || depth >= MaxFolderDepth ||
+            !walkedFolders.insert(folder.GetId()).second)
             continue;
         const IO::Location folderLocation = location + name;
         paths.EnterFolder(name);
@@ -122,7 +141,7 @@ int DatabaseLibraryContainerExtractor::ExtractFile(const IO::Location& location,
         accessDenied = accessDenied || status == IO::AccessDeniedError;
         return status;
     }
-    const auto content = header->GetContent();
+    auto content = header->GetContent();
     const int written = content.IsLive() ? content->WriteToChannel(out.GetOutputChannel()) : LibPartFileError;
     const int closed = out.Close();
     if (written != KL::NoError || closed != KL::NoError) {
@@ -136,8 +155,10 @@ int DatabaseLibraryContainerExtractor::ExtractFile(const IO::Location& location,
     out.SetCreationTime(content->GetCreationTime().ConvertToKLTime());
     out.SetModificationTime(content->GetModificationTime().ConvertToKLTime());
     ++extractedFileCount;
-    if (const int converted = ConvertExtractedText(target, content->GetMacType(), platform);
-        converted != KL::NoError) {
+    const std::int32_t macType = content->GetMacType();
+    // Each content is read once.
+    content.ClearAndUnload();
+    if (const int converted = ConvertExtractedText(target, macType, platform); converted != KL::NoError) {
         failed = true;
         return converted;
     }
