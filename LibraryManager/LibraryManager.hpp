@@ -6,10 +6,10 @@
 #include "KLProfiler/ProfilerStep.hpp"
 #include "KLRoot/KLRoot.hpp"
 #include "KLUtils/KLUtils.hpp"
-#include "ObjectDatabase/ObjectDatabase.hpp"
-#include "TWRoot/NonTWClass.hpp"
 #include "LibPartFile/LibPartFile.hpp"
+#include "ObjectDatabase/ObjectDatabase.hpp"
 #include "QDL/QDL.hpp"
+#include "TWRoot/NonTWClass.hpp"
 #include "VBUtils/VBUtils.hpp"
 #include "VectorImage/VectorImage.hpp"
 

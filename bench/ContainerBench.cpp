@@ -116,7 +116,8 @@ int main(int argc, char** argv) {
     if (std::system(tar.c_str()) != 0)
         return 1;
 
-    std::vector<double> tarList, mountSmall, mountDatabase, mountLarge, folderEnum, containerEnum, mountFewSmall;
+    std::vector<double> tarList, mountSmall, mountDatabase, mountLarge, folderEnum, containerEnum,
+        mountFewSmall;
     MakeTree(work / "few", 10, 200, 64);
     WriteContainer(work / "few", work / "few.lcf");
     for (int round = 0; round < Rounds; ++round) {

@@ -84,12 +84,13 @@ int main(int argc, char** argv) {
 
     Compare("`libmgr pack --database`", "`sqlite3 -A -c`",
             inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name,
-            cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " + Quote(work / "libdb.lcf"),
+            cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " +
+                Quote(work / "libdb.lcf"),
             "rm -f " + Quote(work / "lib.sqlar") + " " + Quote(work / "libdb.lcf"));
     std::system((inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name).c_str());
-    std::system((cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " +
-                 Quote(work / "libdb.lcf"))
-                    .c_str());
+    std::system(
+        (cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " + Quote(work / "libdb.lcf"))
+            .c_str());
     Compare("`libmgr unpack` of a database", "`sqlite3 -A -x`",
             "mkdir " + Quote(work / "x") + " && sqlite3 -A -x -f " + Quote(work / "lib.sqlar") + " -C " +
                 Quote(work / "x"),

@@ -128,27 +128,30 @@ struct PackCounts {
 
 void PrintPackSummary(const Options& options, const std::string& target, const PackCounts& counts,
                       double seconds) {
-    PrintSummary(options,
-                 {{"container", target},
-                  {"parts", counts.parts},
-                  {"files", counts.parts},
-                  {"folders", counts.folders},
-                  {"bytesIn", counts.bytesIn},
-                  {"bytesOut", counts.bytesOut},
-                  {"compressed", options.Has("--compress")},
-                  {"database", options.Has("--database")},
-                  {"seconds", seconds}},
-                 {{"container", target},
-                  {"parts", std::to_string(counts.parts) + " in " + std::to_string(counts.folders) + " folders"},
-                  {"bytes in", Size(counts.bytesIn)},
-                  {"bytes out", Size(counts.bytesOut) + " (" +
-                                    std::to_string(counts.bytesOut * 100 / std::max<std::uint64_t>(counts.bytesIn, 1)) +
-                                    " % of in)"},
-                  {"time", Seconds(seconds)}});
+    PrintSummary(
+        options,
+        {{"container", target},
+         {"parts", counts.parts},
+         {"files", counts.parts},
+         {"folders", counts.folders},
+         {"bytesIn", counts.bytesIn},
+         {"bytesOut", counts.bytesOut},
+         {"compressed", options.Has("--compress")},
+         {"database", options.Has("--database")},
+         {"seconds", seconds}},
+        {{"container", target},
+         {"parts", std::to_string(counts.parts) + " in " + std::to_string(counts.folders) + " folders"},
+         {"bytes in", Size(counts.bytesIn)},
+         {"bytes out",
+          Size(counts.bytesOut) + " (" +
+              std::to_string(counts.bytesOut * 100 / std::max<std::uint64_t>(counts.bytesIn, 1)) +
+              " % of in)"},
+         {"time", Seconds(seconds)}});
 }
 
 int NoPartToPack(const Arguments& arguments, bool selected) {
-    return Complain(arguments, "no part to pack" + std::string(selected ? " matches --only" : ""), ExitFailure);
+    return Complain(arguments, "no part to pack" + std::string(selected ? " matches --only" : ""),
+                    ExitFailure);
 }
 
 int PackFailed(const Arguments& arguments, const IO::Location& target, const std::string& why) {
@@ -167,13 +170,15 @@ int PackContainerFile(const Arguments& arguments, const Options& options, Sessio
     FileProgress progress("packing", writer.GetPartCount(), ShowsProgress(options));
     if (const int written = writer.WriteToLocation(progress, target); written != 0)
         return PackFailed(arguments, target, ErrorText(written));
-    *counts = {writer.GetPartCount(), writer.GetFoldersWritten(), writer.GetBytesRead(), writer.GetBytesWritten()};
+    *counts = {writer.GetPartCount(), writer.GetFoldersWritten(), writer.GetBytesRead(),
+               writer.GetBytesWritten()};
     return ExitSuccess;
 }
 
 int CountPackedParts(Session& session, const KL::HashTable<const LM::LibPart*, bool>* selection) {
     int count = 0;
-    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr; ++part) {
+    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr;
+         ++part) {
         bool chosen = true;
         if (selection != nullptr && !selection->Get(part.Get(), &chosen))
             chosen = false;
@@ -215,10 +220,10 @@ int Pack(const Arguments& arguments, const Options& options, const IO::Location&
     const auto start = std::chrono::steady_clock::now();
     InterruptGuard guard;
     PackCounts counts;
-    const int packed = options.Has("--database")
-                           ? PackDatabase(arguments, options, session, chosen, target,
-                                          writeOptions.CreateTopFolder(), &counts)
-                           : PackContainerFile(arguments, options, session, chosen, target, writeOptions, &counts);
+    const int packed = options.Has("--database") ? PackDatabase(arguments, options, session, chosen, target,
+                                                                writeOptions.CreateTopFolder(), &counts)
+                                                 : PackContainerFile(arguments, options, session, chosen,
+                                                                     target, writeOptions, &counts);
     if (packed != ExitSuccess)
         return packed;
     PrintPackSummary(options, target.ToString(), counts, SecondsSince(start));
@@ -241,12 +246,13 @@ struct UnpackCounts {
 
 void PrintUnpackSummary(const Options& options, const std::string& destination, const UnpackCounts& counts,
                         double seconds) {
-    PrintSummary(options,
-                 {{"destination", destination},
-                  {"files", counts.extracted},
-                  {"unreadable", counts.dropped},
-                  {"seconds", seconds}},
-                 {{"folder", destination}, {"files", std::to_string(counts.extracted)}, {"time", Seconds(seconds)}});
+    PrintSummary(
+        options,
+        {{"destination", destination},
+         {"files", counts.extracted},
+         {"unreadable", counts.dropped},
+         {"seconds", seconds}},
+        {{"folder", destination}, {"files", std::to_string(counts.extracted)}, {"time", Seconds(seconds)}});
 }
 
 int UnpackContainerFile(const Arguments& arguments, const Options& options, const IO::Location& from,
@@ -265,7 +271,8 @@ int UnpackContainerFile(const Arguments& arguments, const Options& options, cons
                result == LM::ContainerWalkSoftFailure, false};
     if (result == LM::LibPartFileError && !Interrupted())
         return Complain(arguments,
-                        from.ToString() + ": damaged container; " + to.ToString() + " holds what could be read",
+                        from.ToString() + ": damaged container; " + to.ToString() +
+                            " holds what could be read",
                         ExitFailure);
     return ExitSuccess;
 }
@@ -280,15 +287,16 @@ int UnpackDatabase(const Arguments& arguments, const Options& options, const IO:
         LM::DatabaseLibraryContainerExtractor extractor(from, KL::LittleEndianSign);
         FileProgress progress("unpacking", 0, false);
         if (extractor.Extract(progress, to) != 0)
-            return Complain(arguments, from.ToString() + ": no container in this database, or " + to.ToString() +
-                                           " is no folder",
+            return Complain(arguments,
+                            from.ToString() + ": no container in this database, or " + to.ToString() +
+                                " is no folder",
                             ExitFailure);
-        *counts = {extractor.GetExtractedFileCount(), extractor.GetDroppedFileCount(), extractor.WasAccessDenied(),
-                   extractor.HasFailed() && !extractor.WasAccessDenied()};
+        *counts = {extractor.GetExtractedFileCount(), extractor.GetDroppedFileCount(),
+                   extractor.WasAccessDenied(), extractor.HasFailed() && !extractor.WasAccessDenied()};
     } catch (const KL::KLException& fault) {
         return Complain(arguments,
-                        from.ToString() + ": damaged container (" + fault.GetMessage() + "); " + to.ToString() +
-                            " holds what could be read",
+                        from.ToString() + ": damaged container (" + fault.GetMessage() + "); " +
+                            to.ToString() + " holds what could be read",
                         ExitFailure);
     }
     return ExitSuccess;
@@ -327,7 +335,8 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
     if (counts.failed)
         return Complain(arguments, "some folders or files could not be made in " + destination, ExitFailure);
     if (counts.dropped > 0)
-        return Complain(arguments, std::to_string(counts.dropped) + " files of the container could not be read",
+        return Complain(arguments,
+                        std::to_string(counts.dropped) + " files of the container could not be read",
                         ExitFailure);
     return ExitSuccess;
 }
@@ -336,7 +345,8 @@ int Unpack(const Arguments& arguments, const Options& options, const std::string
 
 int RunPackCommand(const Arguments& arguments) {
     const CommandHelp help{
-        "pack LIB... -o OUT.lcf [--compress[=LEVEL] | --database] [--no-top-folder] [--only PATTERN] [--json] [-q]",
+        "pack LIB... -o OUT.lcf [--compress[=LEVEL] | --database] [--no-top-folder] [--only PATTERN] "
+        "[--json] [-q]",
         "Packs the parts of libraries into one container file, to ship them. The container is\n"
         "written beside OUT.lcf and takes its place only when complete: an interrupted or failed\n"
         "pack leaves an older OUT.lcf as it was.\n"

@@ -4,6 +4,7 @@
 // its destination and the path rules whatever the database holds.
 #include "support/Catalogue.hpp"
 #include "support/ContainerBytes.hpp"
+#include "support/ContainerDatabase.hpp"
 #include "support/Sqlite.hpp"
 
 #include <LibraryManager.hpp>
@@ -59,8 +60,9 @@ protected:
     }
 
     // Builds `name` and writes it out again below "out-<name>"; the files written.
-    std::set<std::string> BuildAndExtract(const std::string& name, bool createTopFolder,
-                                          const KL::HashTable<const LM::LibPart*, bool>* selection = nullptr) {
+    std::set<std::string>
+    BuildAndExtract(const std::string& name, bool createTopFolder,
+                    const KL::HashTable<const LM::LibPart*, bool>* selection = nullptr) {
         EXPECT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location(name), selection,
                                                        createTopFolder));
         return Extract(name);
@@ -84,9 +86,10 @@ protected:
 TEST_F(DatabaseContainerBuild, LibrariesBecomeFoldersAsTheTopFolderOptionAndTheirNamesSay) {
     UseLibraries({"Lib", "Other"});
     // Each library in a folder of its own; the file is a container of the same type as a file's.
-    EXPECT_EQ(BuildAndExtract("both.lcf", true),
-              (std::set<std::string>{"Lib/readme.txt", "Lib/Objects/Chair.klm", "Lib/Objects/Tables/Table.klm",
-                                     "Other/Objects/Lamp.klm", "Other/Doors/Door.klm"}));
+    EXPECT_EQ(
+        BuildAndExtract("both.lcf", true),
+        (std::set<std::string>{"Lib/readme.txt", "Lib/Objects/Chair.klm", "Lib/Objects/Tables/Table.klm",
+                               "Other/Objects/Lamp.klm", "Other/Doors/Door.klm"}));
     std::uint32_t type = 0;
     std::uint32_t creator = 0;
     EXPECT_EQ(IO::File(scratch.Location("both.lcf")).GetTypeInfo(&type, &creator), 0);
@@ -103,7 +106,8 @@ TEST_F(DatabaseContainerBuild, LibrariesBecomeFoldersAsTheTopFolderOptionAndThei
     KL::HashTable<const LM::LibPart*, bool> selection;
     selection.Put(Part("Lib/Objects/Chair.klm"), true);
     selection.Put(Part("Other/Doors/Door.klm"), false);
-    EXPECT_EQ(BuildAndExtract("chosen.lcf", true, &selection), (std::set<std::string>{"Lib/Objects/Chair.klm"}));
+    EXPECT_EQ(BuildAndExtract("chosen.lcf", true, &selection),
+              (std::set<std::string>{"Lib/Objects/Chair.klm"}));
     EXPECT_EQ(QueryInt(scratch.Location("chosen.lcf"),
                        "SELECT COUNT(*) FROM odb_object WHERE class = x'5CC0B05DA11C4D62B29DA3897814A203'"),
               1);
@@ -131,24 +135,29 @@ TEST_F(DatabaseContainerBuild, LibrariesMeetingInTheTopFolderMergeFoldersOfEqual
                                      "Objects/Lamp.klm", "Doors/Door.klm"}));
     const IO::Location merged = scratch.Location("merged.lcf");
     // Folders: top, Objects, Tables, Doors; nothing else is left in the file.
-    EXPECT_EQ(QueryInt(merged, "SELECT COUNT(*) FROM odb_object WHERE class = x'85E97D440DBF42C698C86A15DC4EDA93'"),
-              4);
-    EXPECT_EQ(QueryInt(merged, "SELECT COUNT(*) FROM odb_link WHERE rightObject NOT IN (SELECT rowid FROM odb_object)"),
-              0);
+    EXPECT_EQ(
+        QueryInt(merged, "SELECT COUNT(*) FROM odb_object WHERE class = x'85E97D440DBF42C698C86A15DC4EDA93'"),
+        4);
+    EXPECT_EQ(
+        QueryInt(merged,
+                 "SELECT COUNT(*) FROM odb_link WHERE rightObject NOT IN (SELECT rowid FROM odb_object)"),
+        0);
 }
 
 TEST_F(DatabaseContainerBuild, EmbeddedLibrariesAndNestedContainersKeepWhatReadersNeed) {
     LcfBytes inner;
     inner.headerInfos = {LcfInfo{LcfBytes::Tag("VERS"), "2.5"}};
-    scratch.Write("Lib/Inner.lcf", inner.Build({LcfNode::Folder("Doors", {LcfNode::File("Door.txt", "door")})}));
+    scratch.Write("Lib/Inner.lcf",
+                  inner.Build({LcfNode::Folder("Doors", {LcfNode::File("Door.txt", "door")})}));
     Set().ResetActiveLibraries();
     AddLibrary("Lib");
-    Set().AddActiveLibrary(process, scratch.Location("Other"), LM::EmbeddedLibrary, LM::NotVital, KL::NULLGuid,
-                           KL::UniString(), false);
+    Set().AddActiveLibrary(process, scratch.Location("Other"), LM::EmbeddedLibrary, LM::NotVital,
+                           KL::NULLGuid, KL::UniString(), false);
     ASSERT_EQ(Set().Enumerate(process), 0);
     const KL::UniString previous = LM::DefaultContainerWriteOptions->GetEmbeddedName();
     LM::DefaultContainerWriteOptions->SetEmbeddedName(KL::UniString("Project Parts"));
-    const bool built = LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location("db.lcf"), nullptr, true);
+    const bool built =
+        LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location("db.lcf"), nullptr, true);
     LM::DefaultContainerWriteOptions->SetEmbeddedName(previous);
     ASSERT_TRUE(built);
     const std::set<std::string> files = Extract("db.lcf");
@@ -170,7 +179,8 @@ TEST_F(DatabaseContainerBuild, EmbeddedLibrariesAndNestedContainersKeepWhatReade
     ASSERT_EQ(again.Open(IO::File::ReadMode), 0);
     struct Infos : LM::DummyProcessor {
         int ProcessFolder(KL::IChannel&, IO::File*, const LM::FolderEntry&, const IO::Location&,
-                          const IO::RelativeLocation& relative, bool, const KL::Array<LM::InfoData*>* items) override {
+                          const IO::RelativeLocation& relative, bool,
+                          const KL::Array<LM::InfoData*>* items) override {
             if (relative.ToString().ends_with("Inner.lcf"))
                 count = static_cast<int>(items->GetSize());
             return 0;
@@ -190,16 +200,21 @@ public:
 
 TEST_F(DatabaseContainerBuild, ABuildThatDoesNotFinishLeavesTheOldFileOrNone) {
     for (int i = 0; i < 200; ++i)
-        scratch.Write("Lib/Many/Text " + std::to_string(i) + ".txt", std::string(64 * 1024, char('a' + i % 26)));
+        scratch.Write("Lib/Many/Text " + std::to_string(i) + ".txt",
+                      std::string(64 * 1024, char('a' + i % 26)));
     UseLibraries({"Lib"});
-    EXPECT_FALSE(LM::CreateDatabaseLibraryContainer(process, nullptr, scratch.Location("none.lcf"), nullptr, true));
-    ASSERT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location("old.lcf"), nullptr, true));
+    EXPECT_FALSE(
+        LM::CreateDatabaseLibraryContainer(process, nullptr, scratch.Location("none.lcf"), nullptr, true));
+    ASSERT_TRUE(
+        LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location("old.lcf"), nullptr, true));
     const std::string old = scratch.Read("old.lcf");
     const std::size_t fileCount = Extract("old.lcf").size();
     BreakingProcess breaking;
-    EXPECT_FALSE(LM::CreateDatabaseLibraryContainer(breaking, &Set(), scratch.Location("old.lcf"), nullptr, true));
+    EXPECT_FALSE(
+        LM::CreateDatabaseLibraryContainer(breaking, &Set(), scratch.Location("old.lcf"), nullptr, true));
     EXPECT_EQ(scratch.Read("old.lcf"), old);
-    EXPECT_EQ(LM::CreateContainer(breaking, scratch.Location("new.lcf"), &Set(), nullptr, LM::ContainerWriteOptions()),
+    EXPECT_EQ(LM::CreateContainer(breaking, scratch.Location("new.lcf"), &Set(), nullptr,
+                                  LM::ContainerWriteOptions()),
               LM::LibPartFileError);
     EXPECT_EQ(FilesBelow(scratch.Path()).count("new.lcf"), 0U);
 
@@ -215,7 +230,8 @@ TEST_F(DatabaseContainerBuild, ABuildThatDoesNotFinishLeavesTheOldFileOrNone) {
         const pid_t child = ::fork();
         if (child == 0) {
             for (;;)
-                LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location("target.lcf"), nullptr, false);
+                LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location("target.lcf"), nullptr,
+                                                   false);
         }
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 150000));
         ::kill(child, SIGKILL);
@@ -235,16 +251,11 @@ TEST_F(DatabaseContainerBuild, ABuildThatDoesNotFinishLeavesTheOldFileOrNone) {
 // A container made by hand, as a hostile sender would: names that climb, separators, a folder
 // inside itself, and files whose paths are too long for the system.
 TEST_F(DatabaseContainerBuild, ExtractionKeepsToTheDestinationAndThePathRules) {
-    ODB::IdSpace space("hostile");
-    LM::DatabaseLibraryContainerErrorHandler handler;
     {
-        ODB::FileDatabase::Parameters parameters;
-        parameters.idSpace = &space;
-        parameters.errorHandler = &handler;
-        ODB::FileDatabase database(ODB::FileDatabase::Locations{scratch.Location("hostile.lcf")}, parameters);
+        testsupport::ContainerDatabase database(scratch.Location("hostile.lcf"));
         ODB::Ref<LM::LibraryContainerFileRoot> fileRoot(new LM::LibraryContainerFileRoot);
-        database.AddObject(fileRoot);
-        database.SetRootObject(fileRoot);
+        database->AddObject(fileRoot);
+        database->SetRootObject(fileRoot);
         ODB::Ref<LM::DatabaseLibraryContainerRoot> root(new LM::DatabaseLibraryContainerRoot);
         root->SetId(LM::DatabaseLibraryContainerRootId);
         LM::DLCOwnerRootAssociation.Connect(fileRoot, root);
@@ -253,8 +264,9 @@ TEST_F(DatabaseContainerBuild, ExtractionKeepsToTheDestinationAndThePathRules) {
         const auto file = [](const ODB::RefBase& folder, const std::string& name, const std::string& bytes) {
             ODB::Ref<LM::DatabaseLibraryContainerLibPartHeader> header(
                 new LM::DatabaseLibraryContainerLibPartHeader(KL::UniString(name.c_str())));
-            ODB::Ref<LM::DatabaseLibraryContainerLibPartContent> content(new LM::DatabaseLibraryContainerLibPartContent(
-                KL::UniString(name.c_str()), KL::UniString(), {}, {}, 0, 0));
+            ODB::Ref<LM::DatabaseLibraryContainerLibPartContent> content(
+                new LM::DatabaseLibraryContainerLibPartContent(KL::UniString(name.c_str()), KL::UniString(),
+                                                               {}, {}, 0, 0));
             KL::MemoryIChannel channel(bytes.data(), bytes.size());
             content->SetLibEntry(channel, static_cast<std::uint32_t>(bytes.size()));
             LM::DLCHeaderContentAssociation.Connect(header, content);
@@ -282,7 +294,7 @@ TEST_F(DatabaseContainerBuild, ExtractionKeepsToTheDestinationAndThePathRules) {
         const auto deeper = folder(folder(kept, std::string(121, 'z')), std::string(121, 'w'));
         file(deeper, "a.txt", "second");
         file(deeper, "noext", "plain too");
-        database.Flush();
+        database->Flush();
     }
     // A folder that holds itself.
     testsupport::RunSql(scratch.Location("hostile.lcf"),
@@ -293,8 +305,8 @@ TEST_F(DatabaseContainerBuild, ExtractionKeepsToTheDestinationAndThePathRules) {
     fs::create_directories(scratch.Path() / "dest/Kept");
     fs::create_symlink(scratch.Path() / "outside.txt", scratch.Path() / "dest/Kept/ok.txt");
 
-    const int status = LM::ExtractContainer(process, scratch.Location("hostile.lcf"), scratch.Location("dest"),
-                                            false, false, nullptr, false);
+    const int status = LM::ExtractContainer(process, scratch.Location("hostile.lcf"),
+                                            scratch.Location("dest"), false, false, nullptr, false);
     EXPECT_EQ(status, 0);
     EXPECT_FALSE(fs::exists(scratch.Path() / "outside.txt"));
     EXPECT_FALSE(fs::exists(scratch.Path() / "escaped.txt"));

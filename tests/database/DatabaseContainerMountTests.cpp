@@ -1,6 +1,7 @@
 // A database container mounted as a folder tree: it enumerates like the library it was made
 // from, and its entries read, seek and fail as a read-only file system's should.
 #include "support/Catalogue.hpp"
+#include "support/ContainerDatabase.hpp"
 #include "support/Sqlite.hpp"
 
 #include <LibraryManager.hpp>
@@ -49,7 +50,8 @@ protected:
         Set().ResetActiveLibraries();
         AddLibrary("Lib");
         EXPECT_EQ(Set().Enumerate(process), 0);
-        EXPECT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location(relative), nullptr, false));
+        EXPECT_TRUE(
+            LM::CreateDatabaseLibraryContainer(process, &Set(), scratch.Location(relative), nullptr, false));
         Set().ResetActiveLibraries();
         return scratch.Location(relative);
     }
@@ -130,8 +132,9 @@ TEST_F(DatabaseContainerMount, EntriesReadSeekAndAfterAFailedReadEveryEntryFails
     const IO::Location container = MakeContainer("Lib.lcf");
     // The parts' bytes are damaged in the file, not the short text's: their headers list, their
     // contents no longer read.
-    EXPECT_EQ(RunSql(container, "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE length(state) > 200"),
-              4);
+    EXPECT_EQ(
+        RunSql(container, "UPDATE odb_group_2 SET state = substr(state, 1, 40) WHERE length(state) > 200"),
+        4);
 
     LM::DatabaseLibraryContainerVFS fileSystem(container);
     ASSERT_EQ(IO::fileSystem.Mount(&fileSystem, container), 0);
@@ -240,23 +243,18 @@ TEST_F(DatabaseContainerMount, DamagedDatabaseContainersAreNoLibrariesOrLoseOnly
 TEST_F(DatabaseContainerMount, AContainerInAHostsDatabaseIsBuiltMountedWrittenOutAndDeletedWhole) {
     AddLibrary("Lib");
     ASSERT_EQ(Set().Enumerate(process), 0);
-    ODB::IdSpace space("host");
-    LM::DatabaseLibraryContainerErrorHandler handler;
-    ODB::FileDatabase::Parameters parameters;
-    parameters.idSpace = &space;
-    parameters.errorHandler = &handler;
-    ODB::FileDatabase host(ODB::FileDatabase::Locations{scratch.Location("host.db")}, parameters);
+    testsupport::ContainerDatabase host(scratch.Location("host.db"));
     ODB::Ref<LM::LibraryContainerFileRoot> hostObject(new LM::LibraryContainerFileRoot);
-    host.AddObject(hostObject);
+    host->AddObject(hostObject);
     ODB::Ref<ODB::Object> built;
     ASSERT_TRUE(LM::CreateDatabaseLibraryContainer(process, &Set(), hostObject, nullptr, false, &built));
     EXPECT_EQ(built, LM::DLCOwnerRootAssociation.GetRight(hostObject));
     // An object holds one container, and only an object of a database holds one.
     EXPECT_FALSE(LM::CreateDatabaseLibraryContainer(process, &Set(), hostObject, nullptr, false, nullptr));
     EXPECT_FALSE(LM::CreateDatabaseLibraryContainer(
-        process, &Set(), ODB::Ref<LM::LibraryContainerFileRoot>(new LM::LibraryContainerFileRoot), nullptr, false,
-        nullptr));
-    host.Flush();
+        process, &Set(), ODB::Ref<LM::LibraryContainerFileRoot>(new LM::LibraryContainerFileRoot), nullptr,
+        false, nullptr));
+    host->Flush();
     EXPECT_TRUE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(
         ODB::Ref<LM::LibraryContainerFileRoot>(new LM::LibraryContainerFileRoot))));
@@ -277,7 +275,8 @@ TEST_F(DatabaseContainerMount, AContainerInAHostsDatabaseIsBuiltMountedWrittenOu
         IO::fileSystem.Unmount(mountPoint);
     }
     // Written out from the object as from a file; only into a folder that exists.
-    EXPECT_EQ(LM::ExtractContainer(process, hostObject, scratch.Location("out"), nullptr), LM::LibPartFileError);
+    EXPECT_EQ(LM::ExtractContainer(process, hostObject, scratch.Location("out"), nullptr),
+              LM::LibPartFileError);
     std::filesystem::create_directory(scratch.Path() / "out");
     EXPECT_EQ(LM::ExtractContainer(process, hostObject, scratch.Location("out"), nullptr), 0);
     EXPECT_EQ(scratch.Read("out/Objects/readme.txt"), "readme of the objects");
@@ -295,7 +294,7 @@ TEST_F(DatabaseContainerMount, AContainerInAHostsDatabaseIsBuiltMountedWrittenOu
     EXPECT_FALSE(firstLevel.front().IsLive());
     EXPECT_TRUE(hostObject.IsLive());
     EXPECT_FALSE(LM::CheckIfFileDatabaseContainer(ODB::ConstRef<ODB::Object>(hostObject)));
-    host.Flush();
+    host->Flush();
     EXPECT_EQ(QueryInt(scratch.Location("host.db"), "SELECT COUNT(*) FROM odb_object"), 1);
     EXPECT_EQ(QueryInt(scratch.Location("host.db"), "SELECT COUNT(*) FROM odb_link"), 0);
 }

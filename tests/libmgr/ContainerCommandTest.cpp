@@ -169,7 +169,8 @@ TEST(ContainerCommand, RefusesWhatItCannotDoInOneLine) {
     // A database container cut short is no container at all; one whose tree reads but whose
     // bytes do not says so in one line.
     const std::string database = (scratch.Path() / "db.lcf").string();
-    ASSERT_EQ(RunLibmgr(scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", database, "--database", "-q"}).exitCode, 0);
+    ASSERT_EQ(
+        RunLibmgr(scratch, {"pack", LM_SAMPLE_LIBRARY_DIR, "-o", database, "--database", "-q"}).exitCode, 0);
     const std::string stored = ReadAll(database);
     scratch.Write("db.lcf", stored.substr(0, stored.size() / 2));
     expectRefusal({"unpack", database, "-o", (scratch.Path() / "db-out").string()}, 1,
@@ -200,9 +201,10 @@ TEST(ContainerCommand, CheckReadsEveryEntryOfAContainerAndSaysWhatFails) {
     scratch.Write("Small/good.txt", "readable");
     scratch.Write("Small/broken.txt", std::string(300, 'b'));
     const std::string database = (scratch.Path() / "small.lcf").string();
-    ASSERT_EQ(RunLibmgr(scratch, {"pack", (scratch.Path() / "Small").string(), "-o", database, "--database", "-q"})
-                  .exitCode,
-              0);
+    ASSERT_EQ(
+        RunLibmgr(scratch, {"pack", (scratch.Path() / "Small").string(), "-o", database, "--database", "-q"})
+            .exitCode,
+        0);
     testsupport::RunSql(IO::Location(database), "UPDATE odb_group_2 SET state = substr(state, 1, 60) "
                                                 "WHERE length(state) > 300");
     const ToolRun checkedDatabase = RunLibmgr(scratch, {"check", "--no-cache", database});

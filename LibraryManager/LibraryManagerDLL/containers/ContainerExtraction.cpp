@@ -125,7 +125,8 @@ int ExtractContainer(KL::ProcessControl& process, const IO::Location& source, co
         return LibPartFileError;
     if (ODB::FileDatabase::IsOwnFile(source) && IsDatabaseLibraryContainerFormatEnabled() &&
         CheckIfFileDatabaseContainer(source)) {
-        DatabaseLibraryContainerExtractor extractor(source, platform != nullptr ? *platform : KL::LittleEndianSign);
+        DatabaseLibraryContainerExtractor extractor(source,
+                                                    platform != nullptr ? *platform : KL::LittleEndianSign);
         return extractor.Extract(process, destination);
     }
     IO::File file(source);
@@ -141,16 +142,27 @@ int ExtractContainer(KL::ProcessControl& process, ODB::ConstRef<ODB::Object> own
     return extractor.Extract(process, destination);
 }
 
-// A check must not create what it looks for: a missing file is simply no container.
-bool CheckIfContainer(const IO::Location& location) {
+// A probe must not create what it looks for: a missing file is simply no container.
+ContainerHeaderProbe::ContainerHeaderProbe(const IO::Location& location)
+    : reader(std::make_unique<ContainerReader>(&nothing, false, false, nullptr, false)) {
     IO::File file(location);
     if (file.Open(IO::File::ReadMode) != KL::NoError)
-        return false;
-    // The header is all a check needs from what may be a large file.
+        return;
+    // The header is all a probe needs from what may be a large file.
     file.SetReadAhead(ContainerReader::RecordReadAhead);
-    DummyProcessor nothing;
-    ContainerReader reader(&nothing, false, false, nullptr, false);
-    return reader.ReadHeader(file);
+    isContainer = reader->ReadHeader(file);
+}
+
+const ContainerHeader& ContainerHeaderProbe::GetHeader() const {
+    return reader->GetHeader();
+}
+
+const KL::Array<InfoData*>& ContainerHeaderProbe::GetHeaderInfos() const {
+    return reader->GetHeaderInfos();
+}
+
+bool CheckIfContainer(const IO::Location& location) {
+    return ContainerHeaderProbe(location).IsContainer();
 }
 
 } // namespace LM

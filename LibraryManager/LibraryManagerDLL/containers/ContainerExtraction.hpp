@@ -16,12 +16,15 @@
 #include "KLRoot/KLExport.hpp"
 
 #include <cstdint>
+#include <memory>
 
 namespace KL {
 class ProcessControl;
 }
 
 namespace LM {
+
+class ContainerReader;
 
 // A processor that takes nothing: for walks that only read the header or check a file.
 class LM_EXPORT DummyProcessor : public ILibraryContainerProcessor {
@@ -89,6 +92,24 @@ LM_EXPORT int ExtractContainer(KL::ProcessControl& process, const IO::Location& 
 // `destination`: 0, or -7003 when there is no container or no such folder.
 LM_EXPORT int ExtractContainer(KL::ProcessControl& process, ODB::ConstRef<ODB::Object> owner,
                                const IO::Location& destination, KL::PlatformSign* platform);
+
+// The header of the container file at `location`, read with its INFO block and nothing else.
+class ContainerHeaderProbe {
+public:
+    explicit ContainerHeaderProbe(const IO::Location& location);
+    ContainerHeaderProbe(const ContainerHeaderProbe&) = delete;
+    ContainerHeaderProbe& operator=(const ContainerHeaderProbe&) = delete;
+
+    // Whether the file begins with a header of a version this reader knows.
+    bool IsContainer() const { return isContainer; }
+    const ContainerHeader& GetHeader() const;
+    const KL::Array<InfoData*>& GetHeaderInfos() const;
+
+private:
+    DummyProcessor nothing;
+    std::unique_ptr<ContainerReader> reader;
+    bool isContainer = false;
+};
 
 // True when the file at `location` begins with a container header of a version this reader
 // knows. Only the header and its INFO block are read; a file that cannot be opened is no container.

@@ -398,7 +398,8 @@ int CreateContainer(KL::ProcessControl& process, const IO::Location& location, c
     if (location.IsEmpty() || librarySet == nullptr)
         return LibPartFileError;
     if (IsDatabaseLibraryContainerFormatEnabled())
-        return CreateDatabaseLibraryContainer(process, librarySet, location, selection, options.CreateTopFolder())
+        return CreateDatabaseLibraryContainer(process, librarySet, location, selection,
+                                              options.CreateTopFolder())
                    ? 0
                    : LibPartFileError;
     ContainerWriter writer(librarySet, options);

@@ -83,7 +83,8 @@ int ExtractionPaths::MakeFolder(const IO::Location& location) {
 int ExtractionPaths::FileTarget(const IO::Location& base, const IO::Location& regular, const IO::Name& name,
                                 IO::Location* target) {
     const bool overflows =
-        inSpecFolder || basePathLength + folderPathLength + static_cast<int>(name.GetLength()) >= MaxFilePathLength;
+        inSpecFolder ||
+        basePathLength + folderPathLength + static_cast<int>(name.GetLength()) >= MaxFilePathLength;
     if (!overflows) {
         *target = regular;
         return KL::NoError;
@@ -134,7 +135,8 @@ bool IsConvertibleText(std::int32_t macType, const IO::Name& name) {
 
 int ConvertExtractedText(IO::Location target, std::int32_t macType, KL::PlatformSign platform) {
     const auto convert = GetLibraryManagerCallBacks().convertExtractedFile;
-    if (platform == KL::LittleEndianSign || convert == nullptr || !IsConvertibleText(macType, LastNameOf(target)))
+    if (platform == KL::LittleEndianSign || convert == nullptr ||
+        !IsConvertibleText(macType, LastNameOf(target)))
         return KL::NoError;
     return convert(target, platform);
 }

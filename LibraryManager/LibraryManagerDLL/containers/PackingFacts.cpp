@@ -10,7 +10,6 @@
 #include "database/DatabaseLibraryContainerVFS.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 
-#include "InputOutput/File.hpp"
 #include "InputOutput/FileSystem.hpp"
 #include "InputOutput/FileTypeManager.hpp"
 #include "KLRoot/ErrorCodes.hpp"
@@ -47,19 +46,13 @@ InfoArray NestedContainerInfos(const IO::Location& location) {
     InfoArray infos;
     if (!IO::fileSystem.IsMountPoint(location))
         return infos;
-    IO::File nested(location);
-    if (nested.Open(IO::File::ReadMode) != KL::NoError)
+    const ContainerHeaderProbe nested(location);
+    if (!nested.IsContainer())
         return infos;
-    nested.SetReadAhead(ContainerReader::RecordReadAhead);
-    DummyProcessor nothing;
-    ContainerReader reader(&nothing, false, false, nullptr, false);
-    if (!reader.ReadHeader(nested))
-        return infos;
-    const ContainerHeader& header = reader.GetHeader();
     char bytes[ContainerHeader::Size];
-    std::memcpy(bytes, &header, sizeof bytes);
+    std::memcpy(bytes, &nested.GetHeader(), sizeof bytes);
     infos.Push(InfoData(EmbeddedHeaderTag, ContainerHeader::Size, bytes));
-    infos.PushAll(reader.GetHeaderInfos());
+    infos.PushAll(nested.GetHeaderInfos());
     return infos;
 }
 

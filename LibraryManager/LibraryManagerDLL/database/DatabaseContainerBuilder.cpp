@@ -335,7 +335,8 @@ bool WriteDatabaseContainerFile(KL::ProcessControl& process, DatabaseContainerBu
 
 bool CreateDatabaseLibraryContainer(KL::ProcessControl& process, const LibrarySet* librarySet,
                                     const IO::Location& location,
-                                    const KL::HashTable<const LibPart*, bool>* selection, bool createTopFolder) {
+                                    const KL::HashTable<const LibPart*, bool>* selection,
+                                    bool createTopFolder) {
     if (librarySet == nullptr)
         return false;
     DatabaseContainerBuilder builder(librarySet, selection);
@@ -344,8 +345,8 @@ bool CreateDatabaseLibraryContainer(KL::ProcessControl& process, const LibrarySe
 
 bool CreateDatabaseLibraryContainer(KL::ProcessControl& process, const LibrarySet* librarySet,
                                     ODB::Ref<ODB::Object> owner,
-                                    const KL::HashTable<const LibPart*, bool>* selection, bool createTopFolder,
-                                    ODB::Ref<ODB::Object>* result) {
+                                    const KL::HashTable<const LibPart*, bool>* selection,
+                                    bool createTopFolder, ODB::Ref<ODB::Object>* result) {
     DatabaseContainerBuilder builder(librarySet, selection);
     DatabaseLibraryProcessControl progress(GetLibraryManagerStrings().containerCreationTitle);
     const ReferencesDropped dropped(builder);

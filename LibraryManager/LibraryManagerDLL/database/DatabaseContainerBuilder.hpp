@@ -37,7 +37,8 @@ class LibrarySet;
 class LM_EXPORT DatabaseContainerBuilder {
 public:
     // `selection`: null takes every part; otherwise a part goes in only with an entry of true.
-    DatabaseContainerBuilder(const LibrarySet* librarySet, const KL::HashTable<const LibPart*, bool>* selection);
+    DatabaseContainerBuilder(const LibrarySet* librarySet,
+                             const KL::HashTable<const LibPart*, bool>* selection);
     ~DatabaseContainerBuilder();
     DatabaseContainerBuilder(const DatabaseContainerBuilder&) = delete;
     DatabaseContainerBuilder& operator=(const DatabaseContainerBuilder&) = delete;
@@ -46,8 +47,8 @@ public:
     // library, an owner that is no live object of a database or holds a container already, or
     // when the user stopped it; what was built stays for the caller to drop. Database faults pass
     // out as the container exceptions.
-    bool Build(KL::ProcessControl& process, OVFS::ProcessControl& progress, const ODB::Ref<ODB::Object>& owner,
-               bool createTopFolder);
+    bool Build(KL::ProcessControl& process, OVFS::ProcessControl& progress,
+               const ODB::Ref<ODB::Object>& owner, bool createTopFolder);
     // Lets go of every object held, as must happen before the database closes.
     void DropReferences();
 
@@ -69,7 +70,8 @@ private:
     // The folder a part at `placement` is placed from, with that folder's location; null when it
     // lies outside every library.
     std::pair<FolderRef, IO::Location> FindStartFolder(const IO::Location& placement) const;
-    std::pair<ODB::Ref<DatabaseLibraryContainerLibPartHeader>, ODB::Ref<DatabaseLibraryContainerLibPartContent>>
+    std::pair<ODB::Ref<DatabaseLibraryContainerLibPartHeader>,
+              ODB::Ref<DatabaseLibraryContainerLibPartContent>>
     CreateFileObjects(const LibPart& part);
     // Walks down from `folder`, making the folders that are missing; false when `placement` is not
     // below it.

@@ -81,11 +81,13 @@ int DatabaseLibraryContainerExtractor::ProcessDatabaseLibraryContainer(KL::Proce
         return LibPartFileError;
     const MainThreadProgress progress(process);
     int result = LibPartFileError;
-    const auto root = ODB::ConstRef<DatabaseLibraryContainerRoot>::Cast(DLCOwnerRootAssociation.GetRight(owner));
+    const auto root =
+        ODB::ConstRef<DatabaseLibraryContainerRoot>::Cast(DLCOwnerRootAssociation.GetRight(owner));
     if (root.IsLive()) {
         // The platform the container was written on wins over the caller's guess.
         platform = static_cast<KL::PlatformSign>(root->GetPlatform());
-        const auto top = ODB::ConstRef<DatabaseLibraryContainerEntry>::Cast(DLCRootFolderAssociation.GetRight(root));
+        const auto top =
+            ODB::ConstRef<DatabaseLibraryContainerEntry>::Cast(DLCRootFolderAssociation.GetRight(root));
         if (!ODB::ConstRef<DatabaseLibraryContainerFolder>::Cast(top).IsNull()) {
             paths.MeasureBase(destination);
             walkedFolders = {top.GetId()};
@@ -96,8 +98,8 @@ int DatabaseLibraryContainerExtractor::ProcessDatabaseLibraryContainer(KL::Proce
 }
 
 // Failures show in HasFailed and WasAccessDenied; the walk itself always ends with 0.
-int DatabaseLibraryContainerExtractor::ProcessDLCEntry(const ODB::ConstRef<DatabaseLibraryContainerEntry>& entry,
-                                                       const IO::Location& location, int depth) {
+int DatabaseLibraryContainerExtractor::ProcessDLCEntry(
+    const ODB::ConstRef<DatabaseLibraryContainerEntry>& entry, const IO::Location& location, int depth) {
     for (DLCChildrenConstIterator child(entry); !child.IsEnd(); ++child) {
         const ODB::ConstRef<DatabaseLibraryContainerEntry> current = *child;
         const auto folder = ODB::ConstRef<DatabaseLibraryContainerFolder>::Cast(current);
@@ -127,8 +129,8 @@ int DatabaseLibraryContainerExtractor::ExtractFolder(const IO::Location& locatio
     return 1;
 }
 
-int DatabaseLibraryContainerExtractor::ExtractFile(const IO::Location& location,
-                                                   const ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>& header) {
+int DatabaseLibraryContainerExtractor::ExtractFile(
+    const IO::Location& location, const ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>& header) {
     IO::Location target;
     if (paths.FileTarget(destination, location, header->GetNameIO(), &target) != KL::NoError)
         failed = true;

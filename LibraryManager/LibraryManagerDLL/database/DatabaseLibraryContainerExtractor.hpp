@@ -51,9 +51,10 @@ public:
 
 private:
     int ProcessDatabaseLibraryContainer(KL::ProcessControl& process);
-    int ProcessDLCEntry(const ODB::ConstRef<DatabaseLibraryContainerEntry>& entry, const IO::Location& location,
-                        int depth);
-    int ExtractFile(const IO::Location& location, const ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>& header);
+    int ProcessDLCEntry(const ODB::ConstRef<DatabaseLibraryContainerEntry>& entry,
+                        const IO::Location& location, int depth);
+    int ExtractFile(const IO::Location& location,
+                    const ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>& header);
     int ExtractFolder(const IO::Location& location);
 
     std::unique_ptr<ODB::IdSpace> idSpace;
