@@ -24,7 +24,9 @@ KL::UnID ItemId(int n) {
 
 class Cache {
 public:
-    Cache() : folder(std::filesystem::temp_directory_path() / ("lm-bincode-bench-" + std::to_string(::getpid()))) {
+    Cache()
+        : folder(std::filesystem::temp_directory_path() /
+                 ("lm-bincode-bench-" + std::to_string(::getpid()))) {
         std::filesystem::create_directories(folder);
         LM::QdlBinCodesContainer store(Location(), 0, 0);
         const std::string code(CodeSize, 'c');

@@ -18,7 +18,8 @@ constexpr int PartsPerFolder = 100;
 constexpr std::size_t ScriptUnits = 2 * 1024;
 
 KL::UnID PartId(int n) {
-    return KL::UnID(KL::Guid(static_cast<std::uint32_t>(n), 1, 2, {}), KL::Guid(static_cast<std::uint32_t>(n), 3, 4, {}));
+    return KL::UnID(KL::Guid(static_cast<std::uint32_t>(n), 1, 2, {}),
+                    KL::Guid(static_cast<std::uint32_t>(n), 3, 4, {}));
 }
 
 // Parts in folders of a hundred, each below one of ten templates.
@@ -30,7 +31,8 @@ public:
         const char* kept = std::getenv("LM_BENCH_LIBRARY");
         keep = kept != nullptr && *kept != 0;
         root = keep ? std::filesystem::path(kept)
-                    : std::filesystem::temp_directory_path() / ("lm-enumerate-bench-" + std::to_string(::getpid()));
+                    : std::filesystem::temp_directory_path() /
+                          ("lm-enumerate-bench-" + std::to_string(::getpid()));
         if (keep && std::filesystem::exists(root))
             return;
         std::filesystem::create_directories(root);
@@ -120,7 +122,8 @@ void BM_StoreOnePartAfterEnumeration(benchmark::State& state) {
     manager.Set().Enumerate(manager.process);
     const IO::Location part((GetLibrary().root / "Group 7" / "Part 777.klm").string());
     for (auto _ : state)
-        benchmark::DoNotOptimize(manager.Set().StoreLibPart(manager.process, part, -1, nullptr, nullptr, false, nullptr));
+        benchmark::DoNotOptimize(
+            manager.Set().StoreLibPart(manager.process, part, -1, nullptr, nullptr, false, nullptr));
 }
 BENCHMARK(BM_StoreOnePartAfterEnumeration)->Unit(benchmark::kMicrosecond);
 

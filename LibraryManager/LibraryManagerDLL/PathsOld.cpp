@@ -45,7 +45,9 @@ int PathsOld::TreeEntry::Write(KL::OChannel& channel) const {
                     [&] { return id.revGuid.Write(channel); }, [&] { return channel.Write(next); });
 }
 
-PathsOld::PathsOld() : entries(InitialCapacity) { entries.PushNew(); }
+PathsOld::PathsOld() : entries(InitialCapacity) {
+    entries.PushNew();
+}
 
 PathsOld::~PathsOld() = default;
 
@@ -117,10 +119,10 @@ int PathsOld::ReadOld(KL::IChannel& channel) {
 
 int PathsOld::WriteOld(KL::OChannel& channel) const {
     static constexpr char padding[OldRecordPadding] = {};
-    if (int error = Sequence([&] { return WriteHead(channel); }, [&] { return channel.Write(OldBlockVersion); },
-                             [&] { return channel.Write(static_cast<std::uint32_t>(entries.GetSize())); },
-                             [&] { return channel.Write(std::uint32_t{0}); },
-                             [&] { return channel.Write(OldRecordSize); });
+    if (int error = Sequence(
+            [&] { return WriteHead(channel); }, [&] { return channel.Write(OldBlockVersion); },
+            [&] { return channel.Write(static_cast<std::uint32_t>(entries.GetSize())); },
+            [&] { return channel.Write(std::uint32_t{0}); }, [&] { return channel.Write(OldRecordSize); });
         error != 0)
         return error;
     for (const TreeEntry& entry : entries) {

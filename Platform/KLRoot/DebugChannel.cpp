@@ -29,6 +29,8 @@ void WriteDebugText(std::string_view line) {
     (chosen != nullptr ? chosen : WriteToStandardError)(line);
 }
 
-void SetDebugSink(DebugSink newSink) { sink.store(newSink, std::memory_order_release); }
+void SetDebugSink(DebugSink newSink) {
+    sink.store(newSink, std::memory_order_release);
+}
 
 } // namespace KL

@@ -15,7 +15,9 @@ public:
     int GetStatus() const { return status; }
     int GetOwnUnID(KL::UnID* id) const { return Give(id, header.ownUnID); }
     int IsPlaceable(bool* placeable) const { return Give(placeable, (header.flags & PlaceableFlag) != 0); }
-    int IsArchivable(bool* archivable) const { return Give(archivable, (header.flags & ArchivableFlag) != 0); }
+    int IsArchivable(bool* archivable) const {
+        return Give(archivable, (header.flags & ArchivableFlag) != 0);
+    }
     int GetMigrationValue(MigrationValue* value) const {
         return Give(value, static_cast<MigrationValue>(header.migrationValue));
     }

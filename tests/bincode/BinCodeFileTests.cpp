@@ -65,15 +65,16 @@ std::string TableBytes(const std::vector<ItemSpec>& items, std::int32_t dataStar
     KL::MemoryOChannel table;
     KL::OutputFrame frame(table, KL::PagedArrayPrivate::classInfo);
     table.Write(static_cast<std::uint32_t>(items.size() + 1));
-    const auto writeItem = [&table](const ItemSpec& item, const IO::Location& location, std::int32_t codeOffset) {
+    const auto writeItem = [&table](const ItemSpec& item, const IO::Location& location,
+                                    std::int32_t codeOffset) {
         item.id.mainGuid.Write(table);
         item.id.revGuid.Write(table);
         location.Write(table);
         table.Write(static_cast<std::int32_t>(item.type));
         const auto codeSize = static_cast<std::int32_t>(item.code.size());
-        for (const std::int32_t value : {item.usedCount, item.lastUsed, codeSize,
-                                         static_cast<std::int32_t>(item.ancestry.size()), codeOffset,
-                                         codeOffset + codeSize})
+        for (const std::int32_t value :
+             {item.usedCount, item.lastUsed, codeSize, static_cast<std::int32_t>(item.ancestry.size()),
+              codeOffset, codeOffset + codeSize})
             table.Write(value);
     };
     writeItem(ItemSpec{KL::UnID(), static_cast<QDL_ScriptType>(0), 0, 0, "", ""}, IO::Location(), 0);
@@ -108,7 +109,9 @@ class BinCodeFile : public ::testing::Test {
 protected:
     IO::Location Folder() const { return scratch.Location("bincode"); }
     std::filesystem::path CachePath() const { return scratch.Path() / "bincode" / CacheName; }
-    void WriteCache(const std::string& bytes) const { scratch.Write(std::string("bincode/") + CacheName, bytes); }
+    void WriteCache(const std::string& bytes) const {
+        scratch.Write(std::string("bincode/") + CacheName, bytes);
+    }
 
     std::vector<std::string> TemporaryFiles() const {
         std::vector<std::string> names;

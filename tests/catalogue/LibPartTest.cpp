@@ -38,7 +38,8 @@ TEST(LibPartId, GuidsDecideAndNamesOnlyWhenBothAreNull) {
     const KL::UnID revisionOnly(KL::NULLGuid, RevisionGuid);
     const LM::LibPartId a(revisionOnly, KL::UniString("A"));
     EXPECT_EQ(a, LM::LibPartId(revisionOnly, KL::UniString("B")));
-    EXPECT_EQ(a.GetHashValue(), (std::uint32_t(KL::NULLGuid.GetHashValue()) << 16) + RevisionGuid.GetHashValue());
+    EXPECT_EQ(a.GetHashValue(),
+              (std::uint32_t(KL::NULLGuid.GetHashValue()) << 16) + RevisionGuid.GetHashValue());
 
     EXPECT_EQ(LM::LibPartId(static_cast<const LM::LibPart*>(nullptr)), LM::LibPartId());
     EXPECT_EQ(LM::LibPartId().GetHashValue(), 0U);
@@ -96,7 +97,9 @@ TEST(LibPartId, SurvivesStreamsAndXML) {
 // Records need the registered types and the process-wide ids, as a host has them.
 class LibPartRecord : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr), 0); }
+    void SetUp() override {
+        ASSERT_EQ(manager.InitLibraryManager(LM::BinaryCachingInMemory, nullptr, nullptr, nullptr), 0);
+    }
 
     IO::Location SavePart(const std::string& relative, const KL::UnID& id, const char* documentName) {
         LPF::SymbolFile file;
@@ -191,7 +194,8 @@ TEST_F(LibPartRecord, SymbolsAndScriptsReadTheirOwnFiles) {
 
     scratch.Write("Macros/Shared Rail.qdl", "! rail\nEND\n");
     LM::LibPart script;
-    script.FillValid(scratch.Location("Macros/Shared Rail.qdl"), KL::NULLGuid, 3, manager.GetPublicIDs().scriptType, 0);
+    script.FillValid(scratch.Location("Macros/Shared Rail.qdl"), KL::NULLGuid, 3,
+                     manager.GetPublicIDs().scriptType, 0);
     EXPECT_TRUE(script.IsSymbol());
     EXPECT_EQ(script.GetDocumentName(), KL::UniString("Shared Rail"));
     EXPECT_NE(script.GetScriptFile(), nullptr);

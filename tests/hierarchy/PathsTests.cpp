@@ -12,7 +12,9 @@ namespace {
 
 using LM::Paths;
 
-KL::UnID Id(std::uint32_t n) { return KL::UnID(KL::Guid(n, 0, 0, {}), KL::Guid(n, 1, 0, {})); }
+KL::UnID Id(std::uint32_t n) {
+    return KL::UnID(KL::Guid(n, 0, 0, {}), KL::Guid(n, 1, 0, {}));
+}
 
 std::string Text(KL::MemoryOChannel& channel) {
     const std::vector<char> bytes = channel.TakeData();
@@ -117,19 +119,26 @@ TEST(Paths, IllegalArgumentsRaiseTheirOwnTexts) {
     const KL::UnID chain[] = {Id(1)};
     Paths::TreeEntry* node = paths.AddPath(chain, 1);
     KL::UnID id;
-    EXPECT_EQ(ThrownMessage([&] { paths.AddPathReference(nullptr); }), "Illegal index in Paths::AddPathReference.");
+    EXPECT_EQ(ThrownMessage([&] { paths.AddPathReference(nullptr); }),
+              "Illegal index in Paths::AddPathReference.");
     EXPECT_EQ(ThrownMessage([&] { paths.GetPathReferenceCount(nullptr); }),
               "Illegal index in Paths::AddPathReference.");
     EXPECT_EQ(ThrownMessage([&] { paths.GetPathNodeFromBack(node, 0, nullptr); }),
               "Illegal index in Paths::GetPathNodeFromBack.");
-    EXPECT_EQ(ThrownMessage([&] { paths.GetLastPathNode(nullptr, &id); }), "Illegal index in Paths::GetLastPathNode.");
+    EXPECT_EQ(ThrownMessage([&] { paths.GetLastPathNode(nullptr, &id); }),
+              "Illegal index in Paths::GetLastPathNode.");
     EXPECT_EQ(ThrownMessage([&] { paths.GetPathLength(nullptr); }), "Illegal index in Paths::GetPathLength.");
-    EXPECT_EQ(ThrownMessage([&] { paths.GetPath(paths.GetRoot(), &id); }), "Illegal index in Paths::GetPath.");
-    EXPECT_EQ(ThrownMessage([&] { paths.GetPathNode(node, 1, &id); }), "Illegal index in Paths::SetPathNode.");
-    EXPECT_EQ(ThrownMessage([&] { paths.AppendPathNode(node, nullptr); }), "Illegal index in Paths::AppendPathNode.");
-    EXPECT_EQ(ThrownMessage([&] { paths.ReplacePath(node, nullptr, 1); }), "Illegal index in Paths::ReplacePath.");
+    EXPECT_EQ(ThrownMessage([&] { paths.GetPath(paths.GetRoot(), &id); }),
+              "Illegal index in Paths::GetPath.");
+    EXPECT_EQ(ThrownMessage([&] { paths.GetPathNode(node, 1, &id); }),
+              "Illegal index in Paths::SetPathNode.");
+    EXPECT_EQ(ThrownMessage([&] { paths.AppendPathNode(node, nullptr); }),
+              "Illegal index in Paths::AppendPathNode.");
+    EXPECT_EQ(ThrownMessage([&] { paths.ReplacePath(node, nullptr, 1); }),
+              "Illegal index in Paths::ReplacePath.");
     EXPECT_EQ(ThrownMessage([&] { paths.DeletePath(nullptr); }), "Illegal index in Paths::DeletePath.");
-    EXPECT_EQ(ThrownMessage([&] { paths.Print(nullptr, nullptr, nullptr); }), "Illegal index in Paths::Print.");
+    EXPECT_EQ(ThrownMessage([&] { paths.Print(nullptr, nullptr, nullptr); }),
+              "Illegal index in Paths::Print.");
     // A thrown argument check changes nothing.
     EXPECT_EQ(paths.GetPathReferenceCount(node), 1U);
 
@@ -147,8 +156,9 @@ TEST(Paths, PrintsTheTreeWithRails) {
     empty.Clear();
     KL::MemoryOChannel clearedOut;
     empty.Print(&clearedOut, nullptr, nullptr);
-    EXPECT_EQ(Text(clearedOut),
-              "<BuiltIn Root> {00000000-0000-0000-0000-000000000000}-{00000000-0000-0000-0000-000000000000} (0)\n");
+    EXPECT_EQ(
+        Text(clearedOut),
+        "<BuiltIn Root> {00000000-0000-0000-0000-000000000000}-{00000000-0000-0000-0000-000000000000} (0)\n");
 
     Paths paths;
     const KL::UnID first[] = {Id(1), Id(2)};
@@ -159,7 +169,8 @@ TEST(Paths, PrintsTheTreeWithRails) {
     paths.AddPath(third, 1);
     KL::MemoryOChannel out;
     paths.Print(
-        &out, [](void*, KL::OChannel& channel, const KL::UnID& id) { channel << "#" << id.mainGuid.GetData1(); },
+        &out,
+        [](void*, KL::OChannel& channel, const KL::UnID& id) { channel << "#" << id.mainGuid.GetData1(); },
         nullptr);
     const std::string text = Text(out);
     EXPECT_EQ(text.substr(text.find('\n') + 1), "|\n"

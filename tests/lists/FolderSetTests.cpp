@@ -11,7 +11,9 @@ namespace {
 
 using LM::FolderSet;
 
-IO::Location Loc(const std::string& path) { return IO::Location(path); }
+IO::Location Loc(const std::string& path) {
+    return IO::Location(path);
+}
 
 std::string LocationOf(const FolderSet& folders, int index) {
     IO::Location location;
@@ -22,7 +24,8 @@ std::string LocationOf(const FolderSet& folders, int index) {
 // "/lib" as library 0 with the children "/lib/A" and "/lib/A/B".
 FolderSet LibraryWithTwoLevels() {
     FolderSet folders;
-    const int root = folders.StoreFolder(Loc("/lib"), KL::NULLGuid, KL::UniString("lib"), FolderSet::RootFolder, 0);
+    const int root =
+        folders.StoreFolder(Loc("/lib"), KL::NULLGuid, KL::UniString("lib"), FolderSet::RootFolder, 0);
     const int a = folders.StoreFolder(Loc("/lib/A"), KL::NULLGuid, KL::UniString("A"), root, 0);
     folders.StoreFolder(Loc("/lib/A/B"), KL::NULLGuid, KL::UniString("B"), a, 0);
     return folders;
@@ -83,15 +86,16 @@ TEST(FolderSet, SortsByLibraryThenLocation) {
     std::vector<std::string> order;
     for (int i = 0; i < folders.GetFolderCount(); ++i)
         order.push_back(LocationOf(folders, i));
-    EXPECT_EQ(order, (std::vector<std::string>{"", "", "", "/one/a", "/one/a/deep", "/one/z", "/two/a", "/two/b"}));
+    EXPECT_EQ(order,
+              (std::vector<std::string>{"", "", "", "/one/a", "/one/a/deep", "/one/z", "/two/a", "/two/b"}));
 }
 
 TEST(FolderSet, StreamMovesParentsWithTheBlockAndKeepsFixedOnes) {
     // Ten folders, then a library block from index 10 whose parent chain is 0 <- 10 <- 11 <- 12.
     FolderSet source;
     while (source.GetFolderCount() < 10)
-        source.StoreFolder(Loc("/pad/" + std::to_string(source.GetFolderCount())), KL::NULLGuid, KL::UniString("p"),
-                           0, 0);
+        source.StoreFolder(Loc("/pad/" + std::to_string(source.GetFolderCount())), KL::NULLGuid,
+                           KL::UniString("p"), 0, 0);
     const KL::Guid folderGuid("0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0");
     const int root = source.StoreFolder(Loc("/lib"), folderGuid, KL::UniString("lib"), 0, 4);
     const int a = source.StoreFolder(Loc("/lib/a"), KL::NULLGuid, KL::UniString("a"), root, 4);
@@ -122,8 +126,8 @@ TEST(FolderSet, StreamMovesParentsWithTheBlockAndKeepsFixedOnes) {
     // library, with the host's tree state cleared.
     FolderSet target;
     while (target.GetFolderCount() < 50)
-        target.StoreFolder(Loc("/t/" + std::to_string(target.GetFolderCount())), KL::NULLGuid, KL::UniString("t"), 0,
-                           0);
+        target.StoreFolder(Loc("/t/" + std::to_string(target.GetFolderCount())), KL::NULLGuid,
+                           KL::UniString("t"), 0, 0);
     target.Merge(block, 2);
     ASSERT_EQ(target.GetFolderCount(), 53);
     EXPECT_EQ(target.GetParent(52), 51);

@@ -33,8 +33,8 @@ struct LcfNode {
     std::uint32_t macCreator = 0;
     TITime creationTime = 0;
     TITime modificationTime = 0;
-    std::uint32_t tag = 0;       // 0: FLDR or FILE
-    bool zeroBlockLength = false; // old files leave the block length 0
+    std::uint32_t tag = 0;           // 0: FLDR or FILE
+    bool zeroBlockLength = false;    // old files leave the block length 0
     std::int64_t rawNameLength = -1; // -1: the encoded name's length
     bool headerOnly = false;         // a block header and nothing else, for unknown tags
     std::string rawNameField;        // when set, the name field's bytes as they stand
@@ -110,7 +110,9 @@ public:
         return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
                 static_cast<char>(value)};
     }
-    static std::string U16(std::uint16_t value) { return {static_cast<char>(value >> 8), static_cast<char>(value)}; }
+    static std::string U16(std::uint16_t value) {
+        return {static_cast<char>(value >> 8), static_cast<char>(value)};
+    }
 
 private:
     void PutHeader(std::string& file) const {
@@ -119,11 +121,11 @@ private:
                 U32(static_cast<std::uint32_t>(headerInfos.size()));
     }
 
-    static std::string Chunk(std::uint32_t tag, std::int32_t flags, std::int32_t count, const std::string& body,
-                             bool zeroLength = false) {
+    static std::string Chunk(std::uint32_t tag, std::int32_t flags, std::int32_t count,
+                             const std::string& body, bool zeroLength = false) {
         const auto length = static_cast<std::uint32_t>(20 + body.size());
-        return U32(tag) + U32(0) + U32(static_cast<std::uint32_t>(flags)) + U32(static_cast<std::uint32_t>(count)) +
-               U32(zeroLength ? 0 : length) + body;
+        return U32(tag) + U32(0) + U32(static_cast<std::uint32_t>(flags)) +
+               U32(static_cast<std::uint32_t>(count)) + U32(zeroLength ? 0 : length) + body;
     }
 
     static std::string InfoBlock(const std::vector<LcfInfo>& infos) {
@@ -142,8 +144,8 @@ private:
         if (node.headerOnly)
             return Chunk(node.tag, 0, 0, "");
         const std::string name = node.rawNameField.empty() ? NameField(node.name) : node.rawNameField;
-        const auto nameLength =
-            static_cast<std::uint32_t>(node.rawNameLength >= 0 ? node.rawNameLength : std::int64_t(name.size()));
+        const auto nameLength = static_cast<std::uint32_t>(
+            node.rawNameLength >= 0 ? node.rawNameLength : std::int64_t(name.size()));
         const std::string infos = node.infos.empty() ? "" : InfoBlock(node.infos);
         if (node.isFolder) {
             std::string folders;
@@ -154,10 +156,11 @@ private:
                 (child.isFolder ? folders : files) += Node(child);
                 ++(child.isFolder ? folderCount : fileCount);
             }
-            const std::string record = U32(static_cast<std::uint32_t>(node.flags >= 0 ? node.flags : 2)) + U32(28) +
-                                       U32(nameLength) + U32(static_cast<std::uint32_t>(folderCount)) +
-                                       U32(static_cast<std::uint32_t>(fileCount)) +
-                                       U32(static_cast<std::uint32_t>(node.infos.size())) + U32(28 + nameLength);
+            const std::string record =
+                U32(static_cast<std::uint32_t>(node.flags >= 0 ? node.flags : 2)) + U32(28) +
+                U32(nameLength) + U32(static_cast<std::uint32_t>(folderCount)) +
+                U32(static_cast<std::uint32_t>(fileCount)) +
+                U32(static_cast<std::uint32_t>(node.infos.size())) + U32(28 + nameLength);
             return Chunk(node.tag != 0 ? node.tag : Tag("FLDR"), 0, folderCount + fileCount,
                          record + name + infos + folders + files, node.zeroBlockLength);
         }
@@ -166,12 +169,12 @@ private:
         const auto mimeLength = static_cast<std::uint32_t>(node.mime.size());
         const std::string record =
             U32(static_cast<std::uint32_t>(flags)) + U32(56) + U32(nameLength) +
-            U32(mimeLength > 0 ? 56 + nameLength : 0) + U32(mimeLength) + U32(node.macType) + U32(node.macCreator) +
-            Time(node.creationTime) + Time(node.modificationTime) +
-            U32(static_cast<std::uint32_t>(node.content.size())) + U32(static_cast<std::uint32_t>(node.infos.size())) +
-            U32(56 + nameLength + mimeLength);
-        return Chunk(node.tag != 0 ? node.tag : Tag("FILE"), 0, 1, record + name + node.mime + infos + content,
-                     node.zeroBlockLength);
+            U32(mimeLength > 0 ? 56 + nameLength : 0) + U32(mimeLength) + U32(node.macType) +
+            U32(node.macCreator) + Time(node.creationTime) + Time(node.modificationTime) +
+            U32(static_cast<std::uint32_t>(node.content.size())) +
+            U32(static_cast<std::uint32_t>(node.infos.size())) + U32(56 + nameLength + mimeLength);
+        return Chunk(node.tag != 0 ? node.tag : Tag("FILE"), 0, 1,
+                     record + name + node.mime + infos + content, node.zeroBlockLength);
     }
 
     static std::string Compressed(const std::string& bytes) {

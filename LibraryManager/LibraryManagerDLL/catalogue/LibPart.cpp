@@ -31,9 +31,13 @@ bool ExtensionBelongsToType(const KL::UniString& extension, const FTM::GeneralID
 
 } // namespace
 
-LibPart::~LibPart() { delete symbol; }
+LibPart::~LibPart() {
+    delete symbol;
+}
 
-bool LibPart::HasSymbolType() const { return fileType == GetSymbolFileGroup() || fileType == GetScriptFileType(); }
+bool LibPart::HasSymbolType() const {
+    return fileType == GetSymbolFileGroup() || fileType == GetScriptFileType();
+}
 
 void LibPart::FillValid(const IO::Location& newLocation, const KL::Guid& newGuid, int newFolderIndex,
                         const FTM::GeneralID& newFileType, std::uint32_t newFlags) {
@@ -68,9 +72,11 @@ void LibPart::FillFromFile(bool reload) {
             return;
         file.GetModificationTime(&modTime);
     } else if (fileType == GetSymbolFileGroup()) {
-        reload ? symbol->ReloadSymbol(location, &modTime, &name) : symbol->FillSymbol(location, &modTime, &name);
+        reload ? symbol->ReloadSymbol(location, &modTime, &name)
+               : symbol->FillSymbol(location, &modTime, &name);
     } else {
-        reload ? symbol->ReloadScript(location, &modTime, &name) : symbol->FillScript(location, &modTime, &name);
+        reload ? symbol->ReloadScript(location, &modTime, &name)
+               : symbol->FillScript(location, &modTime, &name);
     }
     if (name.IsEmpty())
         DeriveNameFromLocation();
@@ -160,42 +166,54 @@ void LibPart::AddFlags(std::uint32_t bits) {
     flags |= bits;
 }
 
-KL::UnID LibPart::GetOwnUnID() const { return symbol != nullptr ? symbol->GetOwnUnID() : KL::NULLUnID; }
+KL::UnID LibPart::GetOwnUnID() const {
+    return symbol != nullptr ? symbol->GetOwnUnID() : KL::NULLUnID;
+}
 
 void LibPart::SetOwnUnID(const KL::UnID& unId) {
     if (symbol != nullptr)
         symbol->SetOwnUnID(unId);
 }
 
-int LibPart::GetProxy() const { return symbol != nullptr ? symbol->GetProxy() : -1; }
+int LibPart::GetProxy() const {
+    return symbol != nullptr ? symbol->GetProxy() : -1;
+}
 
 void LibPart::SetProxy(int proxy) {
     if (symbol != nullptr)
         symbol->SetProxy(proxy);
 }
 
-Paths::TreeEntry* LibPart::GetAncestryId() const { return symbol != nullptr ? symbol->GetAncestryId() : nullptr; }
+Paths::TreeEntry* LibPart::GetAncestryId() const {
+    return symbol != nullptr ? symbol->GetAncestryId() : nullptr;
+}
 
 void LibPart::SetAncestryId(Paths::TreeEntry* entry) {
     if (symbol != nullptr)
         symbol->SetAncestryId(entry);
 }
 
-bool LibPart::IsTemplate() const { return symbol != nullptr && symbol->IsTemplate(); }
+bool LibPart::IsTemplate() const {
+    return symbol != nullptr && symbol->IsTemplate();
+}
 
 void LibPart::SetAsTemplate(bool isTemplate) {
     if (symbol != nullptr)
         symbol->SetAsTemplate(isTemplate);
 }
 
-bool LibPart::IsPlaceable() const { return symbol != nullptr && symbol->IsPlaceable(); }
+bool LibPart::IsPlaceable() const {
+    return symbol != nullptr && symbol->IsPlaceable();
+}
 
 void LibPart::SetPlaceable(bool placeable) {
     if (symbol != nullptr)
         symbol->SetPlaceable(placeable);
 }
 
-bool LibPart::IsArchivable() const { return symbol != nullptr && symbol->IsArchivable(); }
+bool LibPart::IsArchivable() const {
+    return symbol != nullptr && symbol->IsArchivable();
+}
 
 void LibPart::SetArchivable(bool archivable) {
     if (symbol != nullptr)
@@ -230,13 +248,17 @@ void LibPart::ClearQdlBinCodeIndex() {
         symbol->ClearQdlBinCodeIndex();
 }
 
-const LPF::SymbolFile* LibPart::GetSymbolFile() const { return GetSymbolFileNotConst(); }
+const LPF::SymbolFile* LibPart::GetSymbolFile() const {
+    return GetSymbolFileNotConst();
+}
 
 LPF::SymbolFile* LibPart::GetSymbolFileNotConst() const {
     return symbol != nullptr ? symbol->GetSymbolFile(location) : nullptr;
 }
 
-const LPF::ScriptFile* LibPart::GetScriptFile() const { return GetScriptFileNotConst(); }
+const LPF::ScriptFile* LibPart::GetScriptFile() const {
+    return GetScriptFileNotConst();
+}
 
 LPF::ScriptFile* LibPart::GetScriptFileNotConst() const {
     return symbol != nullptr ? symbol->GetScriptFile(location) : nullptr;
@@ -286,7 +308,8 @@ int LibPart::Write(KL::OChannel& channel, int folderOffset) const {
     return guid.Write(channel);
 }
 
-int LibPart::Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandle, MigrationTableObject* migration) {
+int LibPart::Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandle,
+                  MigrationTableObject* migration) {
     if (ancestryHandle != nullptr)
         *ancestryHandle = nullptr;
     if (int error = name.Read(channel); error != 0)
@@ -316,7 +339,8 @@ int LibPart::Read(KL::IChannel& channel, int folderOffset, char*** ancestryHandl
         delete std::exchange(symbol, nullptr);
         symbol = new Symbol;
         char** scratchHandle = nullptr;
-        const int error = symbol->Read(channel, ancestryHandle != nullptr ? ancestryHandle : &scratchHandle, migration);
+        const int error =
+            symbol->Read(channel, ancestryHandle != nullptr ? ancestryHandle : &scratchHandle, migration);
         BMKillHandle(&scratchHandle);
         if (error != 0)
             return error;

@@ -10,7 +10,8 @@
 
 namespace LM {
 
-const KL::ClassInfo LibPartId::classInfo("LM::LibPartId", KL::Guid("E666B724-587D-447a-B9A8-6248E3368E70"), 1, 0);
+const KL::ClassInfo LibPartId::classInfo("LM::LibPartId", KL::Guid("E666B724-587D-447a-B9A8-6248E3368E70"), 1,
+                                         0);
 
 LibPartId::LibPartId(const KL::UnID& unId, const KL::UniString& name) : unId(unId), name(name) {
     GenerateHashValue();
@@ -26,7 +27,9 @@ LibPartId::LibPartId(const LibPart* part) {
 
 LibPartId::~LibPartId() = default;
 
-const KL::ClassInfo* LibPartId::GetClassInfo() const { return &classInfo; }
+const KL::ClassInfo* LibPartId::GetClassInfo() const {
+    return &classInfo;
+}
 
 // Any non-null guid makes the guids the whole identity; only two null ids fall back to names.
 bool LibPartId::operator==(const LibPartId& other) const {
@@ -42,7 +45,8 @@ void LibPartId::GenerateHashValue() {
         hashValue = name.GenerateHashValue();
         return;
     }
-    hashValue = (static_cast<std::uint32_t>(unId.mainGuid.GetHashValue()) << 16) + unId.revGuid.GetHashValue();
+    hashValue =
+        (static_cast<std::uint32_t>(unId.mainGuid.GetHashValue()) << 16) + unId.revGuid.GetHashValue();
 }
 
 int LibPartId::Write(KL::OChannel& channel) const {

@@ -26,15 +26,16 @@ public:
     static constexpr int SoftFailure = -36;
 
     virtual int ProcessFolder(KL::IChannel& channel, IO::File* file, const FolderEntry& folder,
-                              const IO::Location& base, const IO::RelativeLocation& relative, bool subContainer,
-                              const KL::Array<InfoData*>* infos) = 0;
+                              const IO::Location& base, const IO::RelativeLocation& relative,
+                              bool subContainer, const KL::Array<InfoData*>* infos) = 0;
     virtual void FolderEntered(const FolderEntry& folder, const IO::Location& base,
                                const IO::RelativeLocation& relative, bool subContainer) = 0;
     virtual void FolderExited(const FolderEntry& folder, const IO::Location& base,
                               const IO::RelativeLocation& relative, bool subContainer) = 0;
     // The channel stands at the start of the content; a processor may read it or leave it.
-    virtual int ProcessFile(KL::IChannel& channel, IO::File* file, const FileEntry& entry, const IO::Location& base,
-                            const IO::RelativeLocation& relative, const KL::Array<InfoData*>* infos) = 0;
+    virtual int ProcessFile(KL::IChannel& channel, IO::File* file, const FileEntry& entry,
+                            const IO::Location& base, const IO::RelativeLocation& relative,
+                            const KL::Array<InfoData*>* infos) = 0;
     virtual ~ILibraryContainerProcessor();
 
     // Read after each folder: true visits no children of folders.

@@ -7,7 +7,8 @@ namespace LM {
 
 LibraryContainerVFSOptions::LibraryContainerVFSOptions() {
     if (IO::fileSystem.GetSpecialLocation(IO::FileSystem::TemporaryFolder, &unzipTempFolderLoc) != 0)
-        throw KL::IllegalArgumentException("No temporary folder for unpacking containers.", __FILE__, __LINE__);
+        throw KL::IllegalArgumentException("No temporary folder for unpacking containers.", __FILE__,
+                                           __LINE__);
 }
 
 LibraryContainerVFSOptions::LibraryContainerVFSOptions(const IO::Location& unzipTempFolderLoc)

@@ -16,11 +16,14 @@ constexpr KL::ClassVersion GuidVersion{2, 1};
 
 } // namespace
 
-const KL::ClassInfo FolderItem::classInfo("LM::FolderItem", KL::Guid("003E6D08-AC5F-4196-9109-F6703BE0027F"), 2, 1);
+const KL::ClassInfo FolderItem::classInfo("LM::FolderItem", KL::Guid("003E6D08-AC5F-4196-9109-F6703BE0027F"),
+                                          2, 1);
 
 FolderItem::~FolderItem() = default;
 
-const KL::ClassInfo* FolderItem::GetClassInfo() const { return &classInfo; }
+const KL::ClassInfo* FolderItem::GetClassInfo() const {
+    return &classInfo;
+}
 
 void FolderItem::Set(const IO::Location& newLocation, const KL::Guid& newGuid, const KL::UniString& newName,
                      std::int32_t newParent, std::int32_t newActLibIndex) {
@@ -35,7 +38,8 @@ int FolderItem::Write(KL::OChannel& channel, std::int32_t firstIndex) const {
     KL::OutputFrame frame(channel, classInfo);
     if (frame.GetStatus() != 0)
         return frame.GetStatus();
-    const std::int32_t storedParent = ShiftFolderIndex(parent, parent < FirstLibraryFolder ? -FirstLibraryFolder : -firstIndex);
+    const std::int32_t storedParent =
+        ShiftFolderIndex(parent, parent < FirstLibraryFolder ? -FirstLibraryFolder : -firstIndex);
     int error = channel.Write(storedParent);
     if (error == 0)
         error = channel.Write(actLibIndex);

@@ -11,13 +11,18 @@
 
 namespace LM {
 
-const KL::ClassInfo FolderSet::classInfo("LM::FolderSet", KL::Guid("61CBC5E7-5A65-4EC0-8124-7AC46EB8D1CC"), 1, 0);
+const KL::ClassInfo FolderSet::classInfo("LM::FolderSet", KL::Guid("61CBC5E7-5A65-4EC0-8124-7AC46EB8D1CC"), 1,
+                                         0);
 
-FolderSet::FolderSet() { Init(); }
+FolderSet::FolderSet() {
+    Init();
+}
 
 FolderSet::~FolderSet() = default;
 
-const KL::ClassInfo* FolderSet::GetClassInfo() const { return &classInfo; }
+const KL::ClassInfo* FolderSet::GetClassInfo() const {
+    return &classInfo;
+}
 
 void FolderSet::Init() {
     const LibraryManagerStrings& strings = GetLibraryManagerStrings();
@@ -33,8 +38,8 @@ void FolderSet::Reset() {
     Init();
 }
 
-int FolderSet::StoreFolder(const IO::Location& location, const KL::Guid& guid, const KL::UniString& name, int parent,
-                           int actLibIndex) {
+int FolderSet::StoreFolder(const IO::Location& location, const KL::Guid& guid, const KL::UniString& name,
+                           int parent, int actLibIndex) {
     FolderItem& item = items.PushNew();
     item.Set(location, guid, name, parent, actLibIndex);
     if (IsValidIndex(parent))
@@ -106,11 +111,12 @@ void FolderSet::Merge(const FolderSet& other, int actLibIndex) {
 void FolderSet::FinishFolders() {
     if (GetFolderCount() <= FirstLibraryFolder)
         return;
-    std::stable_sort(items.begin() + FirstLibraryFolder, items.end(), [](const FolderItem& a, const FolderItem& b) {
-        if (a.GetActLibIndex() != b.GetActLibIndex())
-            return a.GetActLibIndex() < b.GetActLibIndex();
-        return a.GetLocation() < b.GetLocation();
-    });
+    std::stable_sort(items.begin() + FirstLibraryFolder, items.end(),
+                     [](const FolderItem& a, const FolderItem& b) {
+                         if (a.GetActLibIndex() != b.GetActLibIndex())
+                             return a.GetActLibIndex() < b.GetActLibIndex();
+                         return a.GetLocation() < b.GetLocation();
+                     });
 }
 
 int FolderSet::Write(KL::OChannel& channel, int firstIndex) const {

@@ -16,7 +16,9 @@ constexpr std::size_t FieldCount = 4;
 // Far beyond any real list of types; the rest of a larger file is not read.
 constexpr std::uint64_t MaxFileSize = 1024 * 1024;
 
-bool IsLineEnd(char c) { return c == '\n' || c == '\r'; }
+bool IsLineEnd(char c) {
+    return c == '\n' || c == '\r';
+}
 
 std::uint32_t LittleEndianCode(std::string_view field) {
     std::uint32_t code = 0;
@@ -75,7 +77,8 @@ void RegisterBinFileTypes(const IO::Location& location, FTM::FileTypeManager& ma
     file.ReadUpTo(text.data(), text.size(), &count);
     text.resize(static_cast<std::size_t>(count));
     for (const BinFileTypeLine& line : ParseBinFileTypes(text)) {
-        const FTM::FileType type(KL::UniString(line.name), KL::UniString(line.extensions), line.creator, line.type);
+        const FTM::FileType type(KL::UniString(line.name), KL::UniString(line.extensions), line.creator,
+                                 line.type);
         storable->Push(manager.AddType(type, FTM::RootGroup));
     }
 }

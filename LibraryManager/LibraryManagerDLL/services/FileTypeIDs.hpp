@@ -21,10 +21,12 @@ struct PublicIDs {
 // The ids the script engine's file services tell files apart by.
 struct FileTypeIDS {
     FileTypeIDS() = default;
-    FileTypeIDS(FTM::GroupID imageGroup, FTM::GroupID symbolGroup, FTM::TypeID scriptType, FTM::TypeID listSetupType,
-                FTM::TypeID textType, FTM::GroupID textGroup, FTM::TypeID listCriteriaType)
-        : imageGroup(imageGroup), symbolGroup(symbolGroup), scriptType(scriptType), listSetupType(listSetupType),
-          textType(textType), textGroup(textGroup), listCriteriaType(listCriteriaType) {}
+    FileTypeIDS(FTM::GroupID imageGroup, FTM::GroupID symbolGroup, FTM::TypeID scriptType,
+                FTM::TypeID listSetupType, FTM::TypeID textType, FTM::GroupID textGroup,
+                FTM::TypeID listCriteriaType)
+        : imageGroup(imageGroup), symbolGroup(symbolGroup), scriptType(scriptType),
+          listSetupType(listSetupType), textType(textType), textGroup(textGroup),
+          listCriteriaType(listCriteriaType) {}
 
     FTM::GroupID imageGroup;
     FTM::GroupID symbolGroup;

@@ -31,7 +31,8 @@ DefaultFileTypeInitializer::~DefaultFileTypeInitializer() = default;
 void DefaultFileTypeInitializer::InitImageFileTypes(PublicIDs& ids, FTM::FileTypeManager* manager) {
     ids.imageGroup = manager->AddGroup(KL::UniString("All Images"), FTM::RootGroup);
     bitmapType = FindOrAddImageType(manager, "image/bmp", "Bitmap Image", "bmp", FTM::MakeCode("BMP "));
-    jpegType = FindOrAddImageType(manager, "image/jpeg", "JPEG Image", "jpg;jpeg;jfif", FTM::MakeCode("JPEG"));
+    jpegType =
+        FindOrAddImageType(manager, "image/jpeg", "JPEG Image", "jpg;jpeg;jfif", FTM::MakeCode("JPEG"));
     tiffType = FindOrAddImageType(manager, "image/tiff", "TIFF Image", "tif;tiff", FTM::MakeCode("TIFF"));
     pngType = FindOrAddImageType(manager, "image/png", "PNG Image", "png", FTM::MakeCode("PNG "));
     sgiType = AddImageType(manager, "SGI Image", "sgi", FTM::MakeCode(".SGI"));
@@ -40,14 +41,14 @@ void DefaultFileTypeInitializer::InitImageFileTypes(PublicIDs& ids, FTM::FileTyp
     macPaintType = AddImageType(manager, "MacPaint Image", "pntg", FTM::MakeCode("PNTG"));
     tgaType = AddImageType(manager, "Truevision TGA Image", "tga", FTM::MakeCode("TPIC"));
     quickTimeType = AddImageType(manager, "QuickTime Image", "qtif", FTM::MakeCode("qtif"));
-    for (FTM::TypeID type : {bitmapType, jpegType, tiffType, sgiType, photoshopType, pictType, pngType, macPaintType,
-                             tgaType, quickTimeType})
+    for (FTM::TypeID type : {bitmapType, jpegType, tiffType, sgiType, photoshopType, pictType, pngType,
+                             macPaintType, tgaType, quickTimeType})
         manager->AddTypeToGroup(type, ids.imageGroup);
 }
 
 void DefaultFileTypeInitializer::DestructImageFileTypes(PublicIDs& ids, FTM::FileTypeManager* manager) {
-    for (FTM::TypeID type : {bitmapType, jpegType, unusedType, tiffType, sgiType, photoshopType, pictType, pngType,
-                             macPaintType, tgaType, quickTimeType})
+    for (FTM::TypeID type : {bitmapType, jpegType, unusedType, tiffType, sgiType, photoshopType, pictType,
+                             pngType, macPaintType, tgaType, quickTimeType})
         manager->RemoveType(type);
     manager->RemoveGroup(ids.imageGroup);
 }

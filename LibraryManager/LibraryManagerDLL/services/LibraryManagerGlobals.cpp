@@ -29,9 +29,17 @@ void InitLibraryManager(const LibraryManagerCallBacks& callBacks, const LibraryM
 
 void FreeLibraryManager() {}
 
-const LibraryManagerCallBacks& GetLibraryManagerCallBacks() { return Records().callBacks; }
-const LibraryManagerStrings& GetLibraryManagerStrings() { return Records().strings; }
-const FTM::GeneralID& GetSymbolFileGroup() { return Records().symbolFileGroup; }
-const FTM::GeneralID& GetScriptFileType() { return Records().scriptFileType; }
+const LibraryManagerCallBacks& GetLibraryManagerCallBacks() {
+    return Records().callBacks;
+}
+const LibraryManagerStrings& GetLibraryManagerStrings() {
+    return Records().strings;
+}
+const FTM::GeneralID& GetSymbolFileGroup() {
+    return Records().symbolFileGroup;
+}
+const FTM::GeneralID& GetScriptFileType() {
+    return Records().scriptFileType;
+}
 
 } // namespace LM

@@ -35,7 +35,8 @@ struct LibraryManagerCallBacks {
     void (*setMountProgress)(IO::FixedVFS* vfs, KL::ProcessControl* process) = nullptr;
     // Asked by LibraryList::SetActiveLibraries when a server library was seen; the arguments after
     // the modifier are the host's own, passed through unchanged.
-    void (*confirmLibraryList)(const LibraryList& list, const ILibrarySetModifier& modifier, void* hostData) = nullptr;
+    void (*confirmLibraryList)(const LibraryList& list, const ILibrarySetModifier& modifier,
+                               void* hostData) = nullptr;
     void (*reserved8)() = nullptr;
     KL::UniString (*serverIdDisplayName)(const IO::Location& serverId) = nullptr;
     bool (*isServerIdValid)(const IO::Location& serverId) = nullptr;
@@ -57,8 +58,9 @@ struct LibraryManagerStrings {
 
 // Copies the four into process-wide storage; a host may call this itself instead of going through
 // LibrarySetSingletonLP.
-LM_EXPORT void InitLibraryManager(const LibraryManagerCallBacks& callBacks, const LibraryManagerStrings& strings,
-                                  const FTM::GeneralID& symbolFileGroup, const FTM::GeneralID& scriptFileType);
+LM_EXPORT void InitLibraryManager(const LibraryManagerCallBacks& callBacks,
+                                  const LibraryManagerStrings& strings, const FTM::GeneralID& symbolFileGroup,
+                                  const FTM::GeneralID& scriptFileType);
 // Counterpart of InitLibraryManager; the records stay as they are, since threads may still read them.
 LM_EXPORT void FreeLibraryManager();
 
