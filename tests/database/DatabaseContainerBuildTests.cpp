@@ -316,6 +316,20 @@ TEST_F(DatabaseContainerBuild, ExtractionKeepsToTheDestinationAndThePathRules) {
     EXPECT_FALSE(fs::is_symlink(scratch.Path() / "dest/Kept/ok.txt"));
     EXPECT_EQ(scratch.Read("dest/0000-1/a-2.txt"), "second");
     EXPECT_FALSE(fs::exists(scratch.Path() / "dest/Empty")) << "an empty folder is not made";
+
+    // The container says it was written here, and that wins over the caller's sign: no text is
+    // handed to the host's converter.
+    LM::LibraryManagerCallBacks callBacks;
+    static int conversions = 0;
+    callBacks.convertExtractedFile = [](IO::Location&, int) { return ++conversions, 0; };
+    const testsupport::ScopedCallBacks installed(callBacks);
+    KL::PlatformSign other = 0x4D4D;
+    fs::create_directory(scratch.Path() / "other");
+    EXPECT_EQ(LM::ExtractContainer(process, scratch.Location("hostile.lcf"), scratch.Location("other"), false,
+                                   false, &other, false),
+              0);
+    EXPECT_EQ(scratch.Read("other/Kept/ok.txt"), "kept");
+    EXPECT_EQ(conversions, 0);
 }
 
 } // namespace
