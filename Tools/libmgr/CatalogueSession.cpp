@@ -83,8 +83,9 @@ void PrintCatalogueHelp(const CommandHelp& help) {
               << "  --no-cache   walk every library: neither replay nor write the library cache\n"
                  "  --strict     exit with 1 when a file was passed over or cannot be read\n"
                  "  -v           name every file or folder passed over, not only how many\n\n"
-                 "A LIB is a library folder, or a container file (.lcf) of one. Unchanged\n"
-                 "libraries are replayed from the cache in the user cache folder.\n";
+                 "A LIB is a library folder, or a container of one (.lcf: a container file or a\n"
+                 "database container, told apart by content). Unchanged libraries are replayed\n"
+                 "from the cache in the user cache folder.\n";
 }
 
 std::optional<Options> ParseOptions(const Arguments& arguments,
