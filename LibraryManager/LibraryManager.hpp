@@ -39,6 +39,7 @@
 #include "containers/ILibraryContainerProcessor.hpp"
 #include "containers/LCFEntries.hpp"
 #include "containers/LibraryContainerVFSOptions.hpp"
+#include "containers/PackingFacts.hpp"
 #include "containers/VirtualFileSystemRegistry.hpp"
 #include "database/DatabaseContainerBuilder.hpp"
 #include "database/DatabaseContainerChecks.hpp"

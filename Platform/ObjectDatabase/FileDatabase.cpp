@@ -226,7 +226,7 @@ void FileDatabase::Unpinned(ObjectEntry* entry) {
     }
 }
 
-void FileDatabase::Unreferenced(ObjectEntry* entry) {
+void FileDatabase::LetGo(ObjectEntry* entry) {
     if (entry->object != nullptr)
         Unload(entry);
     Forget(entry);
@@ -245,11 +245,8 @@ void FileDatabase::MarkChanged(ObjectEntry* entry) {
 }
 
 void FileDatabase::EvictOverLimit() {
-    while (loadedSize > maxMemoryBytes && !lru.empty()) {
-        ObjectEntry* entry = lru.front();
-        Unload(entry);
-        Forget(entry);
-    }
+    while (loadedSize > maxMemoryBytes && !lru.empty())
+        LetGo(lru.front());
 }
 
 void FileDatabase::WriteState(ObjectEntry* entry) {

@@ -120,8 +120,9 @@ public:
     ObjectEntry* FindStored(const Id& id);
     void Load(ObjectEntry* entry);
     void Unpinned(ObjectEntry* entry);
-    // The last reference went, with no use foreseen: unloaded and let go at once.
-    void Unreferenced(ObjectEntry* entry);
+    // Writes out an entry that no reference holds if it changed, and lets it go: what the memory
+    // limit does to the oldest, and what a reference let go for good does at once.
+    void LetGo(ObjectEntry* entry);
     void Repinned(ObjectEntry* entry);
     void MarkChanged(ObjectEntry* entry);
     void Join(ObjectEntry* entry);

@@ -121,7 +121,7 @@ void RefBase::ClearAndUnload() {
     }
     std::lock_guard lock(database->GetIdSpace().GetLock());
     if (held->refCount.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        database->Unreferenced(held);
+        database->LetGo(held);
 }
 
 RefBase RefBase::FromEntry(ObjectEntry* entry) {

@@ -177,13 +177,8 @@ int PackContainerFile(const Arguments& arguments, const Options& options, Sessio
 
 int CountPackedParts(Session& session, const KL::HashTable<const LM::LibPart*, bool>* selection) {
     int count = 0;
-    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::ValidItemsOnly); part != nullptr;
-         ++part) {
-        bool chosen = true;
-        if (selection != nullptr && !selection->Get(part.Get(), &chosen))
-            chosen = false;
-        count += chosen && session.Set().IsSymbolArchivable(part.Get()) ? 1 : 0;
-    }
+    for (LM::LibItemIterator part(session.Set(), LM::LibItemIterator::AllItems); part != nullptr; ++part)
+        count += LM::IsPackedPart(session.Set(), selection, part.Get()) ? 1 : 0;
     return count;
 }
 

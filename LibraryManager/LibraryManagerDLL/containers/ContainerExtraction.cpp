@@ -67,31 +67,18 @@ int LibraryContainerExtractor::ProcessFile(KL::IChannel& channel, IO::File* file
     IO::Location regular = base;
     regular.Append(relative);
     IO::Location target;
-    if (paths.FileTarget(base, regular, LastNameOf(relative), &target) != KL::NoError)
+    if (paths.FileTarget(base, regular, &target) != KL::NoError)
         failed = true;
-
-    // A file that cannot be made is passed over; for want of permission the walk ends with -36.
-    const auto refused = [this](int err) {
-        if (failed)
-            return LibPartFileError;
-        return err == IO::AccessDeniedError ? SoftFailure : 0;
-    };
-    if (const int err = paths.MakeTarget(target); err != KL::NoError)
-        return refused(err);
-    IO::File out(target);
-    if (const int err = out.Open(IO::File::WriteMode); err != KL::NoError)
-        return refused(err);
-    const int copied = CopyContent(channel, file, entry, out);
-    const int closed = out.Close();
-    if (copied != KL::NoError || closed != KL::NoError) {
-        paths.DropTarget(target);
+    const ExtractionPaths::Written written = paths.WriteTarget(
+        target, {entry.macType, entry.macCreator, entry.creationTime, entry.modificationTime},
+        [&](IO::File& out) { return CopyContent(channel, file, entry, out); });
+    if (written.dropped) {
         ++droppedFileCount;
+    } else if (written.status != KL::NoError) {
+        // A file that cannot be made is passed over; for want of permission the walk ends with -36.
+        if (!failed && written.status == IO::AccessDeniedError)
+            return SoftFailure;
     } else {
-        if (entry.macType != 0 || entry.macCreator != 0)
-            out.SetTypeInfo(static_cast<std::uint32_t>(entry.macType),
-                            static_cast<std::uint32_t>(entry.macCreator));
-        out.SetCreationTime(entry.creationTime.ConvertToKLTime());
-        out.SetModificationTime(entry.modificationTime.ConvertToKLTime());
         ++extractedFileCount;
         ConvertExtractedText(target, entry.macType, platform);
     }
@@ -142,14 +129,15 @@ int ExtractContainer(KL::ProcessControl& process, ODB::ConstRef<ODB::Object> own
     return extractor.Extract(process, destination);
 }
 
-// A probe must not create what it looks for: a missing file is simply no container.
-ContainerHeaderProbe::ContainerHeaderProbe(const IO::Location& location)
-    : reader(std::make_unique<ContainerReader>(&nothing, false, false, nullptr, false)) {
+// A probe must not create what it looks for: a missing file is simply no container. Most
+// locations probed are folders, so a reader is made only for a file that opens.
+ContainerHeaderProbe::ContainerHeaderProbe(const IO::Location& location) {
     IO::File file(location);
     if (file.Open(IO::File::ReadMode) != KL::NoError)
         return;
     // The header is all a probe needs from what may be a large file.
     file.SetReadAhead(ContainerReader::RecordReadAhead);
+    reader = std::make_unique<ContainerReader>(&nothing, false, false, nullptr, false);
     isContainer = reader->ReadHeader(file);
 }
 

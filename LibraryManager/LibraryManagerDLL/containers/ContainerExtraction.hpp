@@ -100,7 +100,8 @@ public:
     ContainerHeaderProbe(const ContainerHeaderProbe&) = delete;
     ContainerHeaderProbe& operator=(const ContainerHeaderProbe&) = delete;
 
-    // Whether the file begins with a header of a version this reader knows.
+    // Whether the file begins with a header of a version this reader knows; the header and its
+    // items are there only then.
     bool IsContainer() const { return isContainer; }
     const ContainerHeader& GetHeader() const;
     const KL::Array<InfoData*>& GetHeaderInfos() const;

@@ -80,8 +80,8 @@ int ExtractionPaths::MakeFolder(const IO::Location& location) {
     return MakeOwnFolder(location);
 }
 
-int ExtractionPaths::FileTarget(const IO::Location& base, const IO::Location& regular, const IO::Name& name,
-                                IO::Location* target) {
+int ExtractionPaths::FileTarget(const IO::Location& base, const IO::Location& regular, IO::Location* target) {
+    const IO::Name name = LastNameOf(regular);
     const bool overflows =
         inSpecFolder ||
         basePathLength + folderPathLength + static_cast<int>(name.GetLength()) >= MaxFilePathLength;
@@ -120,8 +120,28 @@ int ExtractionPaths::MakeTarget(const IO::Location& target) {
     return made;
 }
 
-void ExtractionPaths::DropTarget(const IO::Location& target) {
-    targetFolder.Delete(LastNameOf(target));
+ExtractionPaths::Written ExtractionPaths::WriteTarget(const IO::Location& target, const FileStamp& stamp,
+                                                      const std::function<int(IO::File&)>& write) {
+    Written result;
+    if ((result.status = MakeTarget(target)) != KL::NoError)
+        return result;
+    IO::File out(target);
+    if ((result.status = out.Open(IO::File::WriteMode)) != KL::NoError)
+        return result;
+    const int written = write(out);
+    const int closed = out.Close();
+    result.status = written != KL::NoError ? written : closed;
+    if (result.status != KL::NoError) {
+        targetFolder.Delete(LastNameOf(target));
+        result.dropped = true;
+        return result;
+    }
+    if (stamp.macType != 0 || stamp.macCreator != 0)
+        out.SetTypeInfo(static_cast<std::uint32_t>(stamp.macType),
+                        static_cast<std::uint32_t>(stamp.macCreator));
+    out.SetCreationTime(stamp.creationTime.ConvertToKLTime());
+    out.SetModificationTime(stamp.modificationTime.ConvertToKLTime());
+    return result;
 }
 
 bool IsConvertibleText(std::int32_t macType, const IO::Name& name) {

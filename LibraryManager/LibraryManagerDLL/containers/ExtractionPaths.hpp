@@ -8,14 +8,26 @@
 //
 // Targets are always made anew: whatever stood at a name is removed first, since writing through
 // it could reach outside the destination (a link) or change a file elsewhere (a second hard link).
+#include "VBUtils/DateTime.hpp"
+
+#include "InputOutput/File.hpp"
 #include "InputOutput/Folder.hpp"
 #include "InputOutput/Location.hpp"
 #include "InputOutput/Name.hpp"
 #include "KLRoot/Channel.hpp"
 
 #include <cstdint>
+#include <functional>
 
 namespace LM {
+
+// What an extracted file carries over from its container besides its bytes.
+struct FileStamp {
+    std::int32_t macType = 0;
+    std::int32_t macCreator = 0;
+    OVFS::DateTime creationTime;
+    OVFS::DateTime modificationTime;
+};
 
 class ExtractionPaths {
 public:
@@ -34,19 +46,25 @@ public:
     // Makes the folder at `location` unless the current path is too long for one, in which case
     // the files that follow go to side folders. The status of the folder made.
     int MakeFolder(const IO::Location& location);
-    // Where the file `name` goes: `regular`, or, when its path is too long, an unused name in a
-    // side folder of `base`. A side folder that could not be made gives its status, and the
+    // Where the file at `regular` goes: there, or, when its path is too long, to an unused name in
+    // a side folder of `base`. A side folder that could not be made gives its status, and the
     // target is named all the same.
-    int FileTarget(const IO::Location& base, const IO::Location& regular, const IO::Name& name,
-                   IO::Location* target);
-    // Makes an empty file at `target`, in place of whatever stood there.
-    int MakeTarget(const IO::Location& target);
-    // Removes a target whose content could not be written whole.
-    void DropTarget(const IO::Location& target);
+    int FileTarget(const IO::Location& base, const IO::Location& regular, IO::Location* target);
+
+    // What writing one extracted file came to.
+    struct Written {
+        int status = 0;       // of making, opening, writing or closing the file
+        bool dropped = false; // made, but its content failed, so it was removed again
+    };
+    // Makes the file at `target` anew and lets `write` fill it. A whole file gets the type, creator
+    // and times; one whose writing or closing failed is removed.
+    Written WriteTarget(const IO::Location& target, const FileStamp& stamp,
+                        const std::function<int(IO::File&)>& write);
 
 private:
     static int NameLength(const IO::Name& name) { return static_cast<int>(name.GetLength()) + 1; }
     int SideFolderTarget(const IO::Location& base, const IO::Name& name, IO::Location* target);
+    int MakeTarget(const IO::Location& target);
 
     int basePathLength = 0;
     int folderPathLength = 0;

@@ -8,6 +8,7 @@
 #include "InputOutput/Location.hpp"
 #include "InputOutput/Name.hpp"
 #include "KLRoot/HashTable.hpp"
+#include "KLRoot/KLExport.hpp"
 
 #include <cstdint>
 #include <string>
@@ -26,8 +27,8 @@ inline constexpr std::uint32_t ContainerMacCreator = 0x4B4C5458; // "KLTX"
 bool GetPackedLibraryLocation(const LibrarySet& librarySet, int index, IO::Location* location);
 // A part goes in when `selection` is null or marks it true, it is valid, and the set lets it be
 // archived.
-bool IsPackedPart(const LibrarySet& librarySet, const KL::HashTable<const LibPart*, bool>* selection,
-                  const LibPart* part);
+LM_EXPORT bool IsPackedPart(const LibrarySet& librarySet,
+                            const KL::HashTable<const LibPart*, bool>* selection, const LibPart* part);
 
 // The header of the container mounted at `location` as an "EMBH" item, followed by copies of the
 // header's own info items; empty when no readable container file is mounted there.

@@ -82,8 +82,7 @@ bool DatabaseContainerBuilder::Build(KL::ProcessControl& process, OVFS::ProcessC
                                      const ODB::Ref<ODB::Object>& owner, bool createTopFolder) {
     if (librarySet == nullptr || librarySet->GetActiveLibraryNum() == 0)
         return false;
-    if (fileCount == 0)
-        fileCount = EstimateFileCount();
+    fileCount = EstimateFileCount();
     if (!CreateContainerRoot(owner))
         return false;
     const ProgressRun run(process, progress, static_cast<int>(std::min<std::uint32_t>(fileCount, INT32_MAX)));
@@ -126,22 +125,21 @@ bool DatabaseContainerBuilder::CreateContainerRoot(const ODB::Ref<ODB::Object>& 
 // `createTopFolder` only the first library is taken, and the others' parts are left out. A single
 // library that is itself a container (by its name) also fills the top folder directly.
 std::vector<IO::Location> DatabaseContainerBuilder::AddRoots(bool createTopFolder) {
-    std::vector<IO::Location> libraries;
-    std::vector<bool> embeddedFlags;
+    std::vector<std::pair<IO::Location, bool>> libraries; // with whether each is embedded
+    int containerLibraries = 0;
     for (int i = 0; i < librarySet->GetActiveLibraryNum(); ++i) {
         IO::Location location;
         if (!GetPackedLibraryLocation(*librarySet, i, &location))
             continue;
-        libraries.push_back(location);
-        embeddedFlags.push_back(librarySet->IsEmbeddedActiveLibrary(i));
+        containerLibraries += IsContainerLibraryName(location) ? 1 : 0;
+        libraries.emplace_back(std::move(location), librarySet->IsEmbeddedActiveLibrary(i));
     }
-    const auto containerLibraries = std::count_if(libraries.begin(), libraries.end(), IsContainerLibraryName);
     const bool useTopFolder = !createTopFolder || containerLibraries == 1;
     std::vector<IO::Location> embedded;
-    for (std::size_t i = 0; i < libraries.size(); ++i) {
-        if (embeddedFlags[i])
-            embedded.push_back(libraries[i]);
-        AddRoot(libraries[i], useTopFolder);
+    for (const auto& [location, isEmbedded] : libraries) {
+        if (isEmbedded)
+            embedded.push_back(location);
+        AddRoot(location, useTopFolder);
         if (!createTopFolder)
             break;
     }

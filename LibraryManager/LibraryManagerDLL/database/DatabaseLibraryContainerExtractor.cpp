@@ -132,35 +132,29 @@ int DatabaseLibraryContainerExtractor::ExtractFolder(const IO::Location& locatio
 int DatabaseLibraryContainerExtractor::ExtractFile(
     const IO::Location& location, const ODB::ConstRef<DatabaseLibraryContainerLibPartHeader>& header) {
     IO::Location target;
-    if (paths.FileTarget(destination, location, header->GetNameIO(), &target) != KL::NoError)
+    if (paths.FileTarget(destination, location, &target) != KL::NoError)
         failed = true;
-    int status = paths.MakeTarget(target);
-    IO::File out(target);
-    if (status == KL::NoError)
-        status = out.Open(IO::File::WriteMode);
-    if (status != KL::NoError) {
-        failed = true;
-        accessDenied = accessDenied || status == IO::AccessDeniedError;
-        return status;
-    }
     auto content = header->GetContent();
-    const int written = content.IsLive() ? content->WriteToChannel(out.GetOutputChannel()) : LibPartFileError;
-    const int closed = out.Close();
-    if (written != KL::NoError || closed != KL::NoError) {
-        paths.DropTarget(target);
-        ++droppedFileCount;
-        return written != KL::NoError ? written : closed;
-    }
-    if (content->GetMacType() != 0 || content->GetMacCreator() != 0)
-        out.SetTypeInfo(static_cast<std::uint32_t>(content->GetMacType()),
-                        static_cast<std::uint32_t>(content->GetMacCreator()));
-    out.SetCreationTime(content->GetCreationTime().ConvertToKLTime());
-    out.SetModificationTime(content->GetModificationTime().ConvertToKLTime());
-    ++extractedFileCount;
-    const std::int32_t macType = content->GetMacType();
+    FileStamp stamp;
+    if (content.IsLive())
+        stamp = {content->GetMacType(), content->GetMacCreator(), content->GetCreationTime(),
+                 content->GetModificationTime()};
+    const ExtractionPaths::Written written = paths.WriteTarget(target, stamp, [&content](IO::File& out) {
+        return content.IsLive() ? content->WriteToChannel(out.GetOutputChannel()) : LibPartFileError;
+    });
     // Each content is read once.
     content.ClearAndUnload();
-    if (const int converted = ConvertExtractedText(target, macType, platform); converted != KL::NoError) {
+    if (written.dropped)
+        ++droppedFileCount;
+    else if (written.status != KL::NoError) {
+        failed = true;
+        accessDenied = accessDenied || written.status == IO::AccessDeniedError;
+    }
+    if (written.status != KL::NoError)
+        return written.status;
+    ++extractedFileCount;
+    if (const int converted = ConvertExtractedText(target, stamp.macType, platform);
+        converted != KL::NoError) {
         failed = true;
         return converted;
     }
