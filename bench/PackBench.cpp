@@ -1,5 +1,5 @@
 // libmgr pack and unpack beside the archivers an author would otherwise use, on the same library:
-// pack against `tar cf`, compressed pack against `zip -qr -1`, unpack against `tar xf`, and a
+// pack against `tar cf`, unpack against `tar xf`, compressed pack against `zip -qr -1`, and a
 // database container packed and unpacked against an SQLite archive (`sqlite3 -A -c` and `-x`). Each is
 // the whole command as a user runs it, the pack replaying its library from the cache as a second
 // run does. Before each timed run, outside the timing, the outputs are removed and written data
@@ -46,6 +46,23 @@ void Compare(const char* label, const char* baselineLabel, const std::string& ba
     std::printf("| %-34s | %8.0f | 1.00 |\n| %-34s | %8.0f | %.2f |\n", baselineLabel, b, label, o, o / b);
 }
 
+// One tool's command beside its baseline's, under their labels.
+struct Pair {
+    const char* label;
+    const char* baselineLabel;
+    std::string baseline;
+    std::string command;
+};
+
+// Times packing, keeps one archive of each tool, then times unpacking those.
+void CompareRoundTrip(const Pair& pack, const std::string& clearPacked, const Pair& unpack,
+                      const std::string& clearUnpacked) {
+    Compare(pack.label, pack.baselineLabel, pack.baseline, pack.command, clearPacked);
+    std::system(pack.baseline.c_str());
+    std::system(pack.command.c_str());
+    Compare(unpack.label, unpack.baselineLabel, unpack.baseline, unpack.command, clearUnpacked);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -64,38 +81,29 @@ int main(int argc, char** argv) {
     std::system((cache + Quote(libmgr) + " enumerate -q " + Quote(library) + " >/dev/null").c_str());
 
     std::printf("| | ms | ratio |\n|---|---:|---:|\n");
-    Compare("`libmgr pack`", "`tar cf`", inParent + "tar cf " + Quote(work / "lib.tar") + " " + name,
-            cache + Quote(libmgr) + " pack -q " + Quote(library) + " -o " + Quote(work / "lib.lcf"),
-            "rm -f " + Quote(work / "lib.tar") + " " + Quote(work / "lib.lcf"));
+    const std::string ours = cache + Quote(libmgr);
+    const std::string clearUnpacked = "rm -rf " + Quote(work / "x") + " " + Quote(work / "y");
+    CompareRoundTrip(
+        {"`libmgr pack`", "`tar cf`", inParent + "tar cf " + Quote(work / "lib.tar") + " " + name,
+         ours + " pack -q " + Quote(library) + " -o " + Quote(work / "lib.lcf")},
+        "rm -f " + Quote(work / "lib.tar") + " " + Quote(work / "lib.lcf"),
+        {"`libmgr unpack`", "`tar xf`",
+         "mkdir " + Quote(work / "x") + " && tar xf " + Quote(work / "lib.tar") + " -C " + Quote(work / "x"),
+         ours + " unpack -q " + Quote(work / "lib.lcf") + " -o " + Quote(work / "y")},
+        clearUnpacked);
     Compare("`libmgr pack --compress=1`", "`zip -qr -1`",
             inParent + "zip -qr -1 " + Quote(work / "lib.zip") + " " + name,
-            cache + Quote(libmgr) + " pack -q --compress=1 " + Quote(library) + " -o " +
-                Quote(work / "libz.lcf"),
+            ours + " pack -q --compress=1 " + Quote(library) + " -o " + Quote(work / "libz.lcf"),
             "rm -f " + Quote(work / "lib.zip") + " " + Quote(work / "libz.lcf"));
-    // Both archives stay for the unpacking rounds.
-    std::system((inParent + "tar cf " + Quote(work / "lib.tar") + " " + name).c_str());
-    std::system(
-        (cache + Quote(libmgr) + " pack -q " + Quote(library) + " -o " + Quote(work / "lib.lcf")).c_str());
-    Compare("`libmgr unpack`", "`tar xf`",
-            "mkdir " + Quote(work / "x") + " && tar xf " + Quote(work / "lib.tar") + " -C " +
-                Quote(work / "x"),
-            Quote(libmgr) + " unpack -q " + Quote(work / "lib.lcf") + " -o " + Quote(work / "y"),
-            "rm -rf " + Quote(work / "x") + " " + Quote(work / "y"));
-
-    Compare("`libmgr pack --database`", "`sqlite3 -A -c`",
-            inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name,
-            cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " +
-                Quote(work / "libdb.lcf"),
-            "rm -f " + Quote(work / "lib.sqlar") + " " + Quote(work / "libdb.lcf"));
-    std::system((inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name).c_str());
-    std::system(
-        (cache + Quote(libmgr) + " pack -q --database " + Quote(library) + " -o " + Quote(work / "libdb.lcf"))
-            .c_str());
-    Compare("`libmgr unpack` of a database", "`sqlite3 -A -x`",
-            "mkdir " + Quote(work / "x") + " && sqlite3 -A -x -f " + Quote(work / "lib.sqlar") + " -C " +
-                Quote(work / "x"),
-            Quote(libmgr) + " unpack -q " + Quote(work / "libdb.lcf") + " -o " + Quote(work / "y"),
-            "rm -rf " + Quote(work / "x") + " " + Quote(work / "y"));
+    CompareRoundTrip({"`libmgr pack --database`", "`sqlite3 -A -c`",
+                      inParent + "sqlite3 -A -c -f " + Quote(work / "lib.sqlar") + " " + name,
+                      ours + " pack -q --database " + Quote(library) + " -o " + Quote(work / "libdb.lcf")},
+                     "rm -f " + Quote(work / "lib.sqlar") + " " + Quote(work / "libdb.lcf"),
+                     {"`libmgr unpack` of the database", "`sqlite3 -A -x`",
+                      "mkdir " + Quote(work / "x") + " && sqlite3 -A -x -f " + Quote(work / "lib.sqlar") +
+                          " -C " + Quote(work / "x"),
+                      ours + " unpack -q " + Quote(work / "libdb.lcf") + " -o " + Quote(work / "y")},
+                     clearUnpacked);
     fs::remove_all(work);
     return 0;
 }
