@@ -20,22 +20,6 @@ constexpr UniChar AsciiLower(UniChar c) {
     return (c >= u'A' && c <= u'Z') ? static_cast<UniChar>(c + 32) : c;
 }
 
-// Moves surrogates above the rest of the BMP, so that comparing code units orders by code point.
-constexpr std::uint32_t CodePointOrderKey(UniChar c) {
-    if (c < 0xD800)
-        return c;
-    return c >= 0xE000 ? c - 0x800u : c + 0x2000u;
-}
-
-int CompareCodePointOrder(std::u16string_view a, std::u16string_view b) {
-    const auto mismatch = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
-    if (mismatch.first == a.end())
-        return mismatch.second == b.end() ? 0 : -1;
-    if (mismatch.second == b.end())
-        return 1;
-    return CodePointOrderKey(*mismatch.first) < CodePointOrderKey(*mismatch.second) ? -1 : 1;
-}
-
 // Compares with ASCII folding up to the first difference; a non-ASCII unit met before it makes the
 // answer ICU's (returns false). A difference between two ASCII units decides alone: folding of
 // what follows cannot change it.
@@ -160,6 +144,15 @@ std::uint32_t HashUnits(std::u16string_view units) {
 }
 
 } // namespace
+
+int CompareCodePointOrder(std::u16string_view a, std::u16string_view b) {
+    const auto mismatch = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+    if (mismatch.first == a.end())
+        return mismatch.second == b.end() ? 0 : -1;
+    if (mismatch.second == b.end())
+        return 1;
+    return CodePointOrderOf(*mismatch.first) < CodePointOrderOf(*mismatch.second) ? -1 : 1;
+}
 
 UniString::UniString(const char* utf8) : UniString(std::string_view(utf8 != nullptr ? utf8 : "")) {}
 

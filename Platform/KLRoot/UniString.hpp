@@ -15,6 +15,17 @@ class OChannel;
 
 using UniChar = char16_t;
 
+// A code unit's place in code point order: surrogates move above the rest of the BMP, so that
+// comparing these places unit by unit orders texts by code point.
+constexpr std::uint16_t CodePointOrderOf(UniChar c) {
+    if (c < 0xD800)
+        return c;
+    return static_cast<std::uint16_t>(c >= 0xE000 ? c - 0x800u : c + 0x2000u);
+}
+
+// Negative, zero or positive, in code point order, exactly (UniString::Compare on views).
+LM_EXPORT int CompareCodePointOrder(std::u16string_view a, std::u16string_view b);
+
 // How text is compared: exactly, or through Unicode full case folding ("Straße" equals "STRASSE").
 enum CaseComparison { CaseSensitive = 0, CaseInsensitive = 1 };
 

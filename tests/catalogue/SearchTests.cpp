@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -356,6 +357,66 @@ TEST_F(Search, AnEmptySetAnswersNothing) {
                                   nullptr),
               nullptr);
     EXPECT_TRUE(set.IsSameLibPartByUnId(TestId(1), TestId(2)));
+}
+
+// Names that share long beginnings, fold to other lengths or lie beyond the basic plane: each is
+// found in any case, a near name is not, and a walk by name gives the order of a case-insensitive
+// compare, for parts walked and for one stored afterwards.
+TEST_F(CatalogueTest, NameSearchesAndTheNameOrderHoldForAwkwardNames) {
+    const std::vector<std::string> names = {"Window Double Hung 24",
+                                            "Window Double Hung 36",
+                                            "Window Double Hung",
+                                            "Sixteen units ab",
+                                            "Sixteen units abc",
+                                            "Stra\xc3\x9f"
+                                            "e",
+                                            "\xf0\x9f\x9a\xaa Door",
+                                            "\xee\x80\x80 Private",
+                                            "a",
+                                            "B"};
+    for (std::size_t i = 0; i < names.size(); ++i)
+        SavePart("Lib/Part " + std::to_string(i) + ".klm", TestId(static_cast<std::uint32_t>(100 + i)),
+                 names[i].c_str());
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    LM::AncestryInfo none;
+    ASSERT_NE(Set().StoreDummyLibPart(process, KL::UniString("Window Double Hung 30"), TestId(99),
+                                      LM::GetSymbolFileGroup(), none, false),
+              nullptr);
+
+    for (const std::string& name : names) {
+        const KL::UniString text(name);
+        for (const KL::UniString& query : {text, text.ToUpperCase(), text.ToLowerCase()}) {
+            const LM::LibPart* part = Set().SearchLibPartDocuName(query);
+            ASSERT_NE(part, nullptr) << query;
+            EXPECT_EQ(part->GetDocumentName(), text);
+        }
+    }
+    EXPECT_EQ(Set().SearchLibPartDocuName(KL::UniString("STRASSE"))->GetDocumentName(),
+              KL::UniString("Stra\xc3\x9f"
+                            "e"));
+    EXPECT_EQ(Set().SearchLibPartFileName(KL::UniString("PART 5.KLM"))->GetDocumentName(),
+              KL::UniString(names[5]));
+    for (const char* near :
+         {"Window Double Hung 2", "Window Double Hung 240", "Sixteen units a", "Sixteen units abcd", ""})
+        EXPECT_EQ(Set().SearchLibPartDocuName(KL::UniString(near)), nullptr) << near;
+    const KL::UniString stored("window double hung 30");
+    EXPECT_NE(Set().SearchDummySymbol(KL::UnID(), &stored, nullptr), nullptr);
+
+    std::vector<KL::UniString> walked;
+    const LM::LibItemOrderByName byName;
+    for (LM::LibItemIterator item(Set(), byName, LM::LibItemIterator::AllItems); item != nullptr; ++item)
+        walked.push_back(item->GetDocumentName());
+    ASSERT_EQ(walked.size(), names.size() + 1);
+    EXPECT_TRUE(
+        std::is_sorted(walked.begin(), walked.end(), [](const KL::UniString& a, const KL::UniString& b) {
+            return a.Compare(b, KL::CaseInsensitive) < 0;
+        }));
+    std::vector<KL::UniString> backwards;
+    for (LM::LibItemReverseIterator item(Set(), byName, LM::LibItemIterator::AllItems); item != nullptr;
+         --item)
+        backwards.push_back(item->GetDocumentName());
+    EXPECT_TRUE(std::equal(walked.rbegin(), walked.rend(), backwards.begin(), backwards.end()));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "lists/FolderSet.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 
+#include "InputOutput/Name.hpp"
 #include "KLMSections/MigrationTable.hpp"
 #include "LibPartFile/SymbolFile.hpp"
 
@@ -27,11 +28,11 @@ std::int32_t SortableType(const LibPart& part) {
     return (type == GetScriptFileType() ? GetSymbolFileGroup() : type).GetValue();
 }
 
-NameKey NameKeyOf(const LibPart& part) {
+NameIndex::Entry NameKeyOf(const LibPart& part) {
     return {part.GetDocumentName().GetFolded(), SortableType(part)};
 }
 
-NameKey FileNameKeyOf(const LibPart& part) {
+NameIndex::Entry FileNameKeyOf(const LibPart& part) {
     return {part.GetFileName().GetFolded(), SortableType(part)};
 }
 
@@ -364,10 +365,6 @@ int FirstRecordOf(const LibPartSet::IndexRange& range) {
     return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
 
-int CompareName(const NameKey& key, const KL::UniString& folded) {
-    return key.folded.Compare(folded);
-}
-
 } // namespace
 
 int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
@@ -393,11 +390,14 @@ LibPartSet::IndexRange LibPartSet::MainGuidRange(const KL::Guid& mainGuid) const
 }
 
 LibPartSet::IndexRange LibPartSet::NameRange(const KL::UniString& name) const {
-    return indexByName.EqualRange(name.GetFolded(), CompareName);
+    return indexByName.EqualRange(NameQuery(name));
 }
 
 LibPartSet::IndexRange LibPartSet::FileNameRange(const KL::UniString& fileName) const {
-    return indexByFileName.EqualRange(fileName.GetFolded(), CompareName);
+    const NameQuery query(fileName);
+    if (!IO::Name::IsValidText(query.GetText()))
+        return {indexByFileName.GetRecords().end(), indexByFileName.GetRecords().end()};
+    return indexByFileName.EqualRange(query);
 }
 
 void LibPartSet::RemapFolderIndices(const std::vector<std::int32_t>& newIndex) {
@@ -535,12 +535,11 @@ void LibPartSet::ReportRevisionConflicts() const {
 void LibPartSet::ReportSameNameDifferentContents() const {
     const FolderSet* folders = librarySet != nullptr ? librarySet->GetFolderSet() : nullptr;
     const IndexArray& byName = indexByName.GetRecords();
-    const std::vector<NameKey>& keys = indexByName.GetKeys();
     std::size_t runStart = 0;
     while (runStart < byName.size()) {
         const LibPart& first = parts[byName[runStart]];
         std::size_t runEnd = runStart + 1;
-        while (runEnd < byName.size() && keys[runStart].Compare(keys[runEnd]) == 0)
+        while (runEnd < byName.size() && indexByName.HaveEqualKeys(runStart, runEnd))
             ++runEnd;
         const bool isSymbolRun = SortableType(first) == GetSymbolFileGroup().GetValue();
         const auto differs = [&](std::uint32_t i) { return parts[i].GetOwnUnID() != first.GetOwnUnID(); };

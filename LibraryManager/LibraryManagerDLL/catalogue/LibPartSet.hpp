@@ -2,6 +2,7 @@
 
 #include "catalogue/LibPart.hpp"
 #include "catalogue/LibPartId.hpp"
+#include "catalogue/NameIndex.hpp"
 #include "catalogue/SortedIndex.hpp"
 
 #include "InputOutput/Location.hpp"
@@ -115,8 +116,9 @@ public:
     // A record of the symbol types with this own id, by binary search; -1 if none.
     int FindIndexByUnId(const KL::UnID& unId) const;
     int FindIndexByGuid(const KL::Guid& guid) const;
-    // Equal ranges of the sorted indices, each found by binary search; names without case.
-    using IndexRange = SortedIndex<NameKey>::Range;
+    // Equal ranges of the sorted indices, each found by binary search; names without case, a "/"
+    // searched as ":". A file name that no file could hold has no records.
+    using IndexRange = SortedRange;
     IndexRange NameRange(const KL::UniString& name) const;
     IndexRange FileNameRange(const KL::UniString& fileName) const;
     IndexRange MainGuidRange(const KL::Guid& mainGuid) const;
@@ -157,8 +159,8 @@ private:
 
     PartTable parts;
     PartTable duplicates;
-    SortedIndex<NameKey> indexByName;
-    SortedIndex<NameKey> indexByFileName;
+    NameIndex indexByName;
+    NameIndex indexByFileName;
     SortedIndex<SymbolKey<KL::UnID>> indexByUnId;
     SortedIndex<SymbolKey<KL::Guid>> indexByGuid;
     KL::HashTable<const LibPart*, std::uint32_t> partToIndex;

@@ -60,15 +60,13 @@ const LibPart* LibrarySet::SearchLibPart(const IO::Location& location, SearchMod
 int LibrarySet::SearchLibPartDocuNameIndex(const KL::UniString& name) const {
     if (libParts == nullptr)
         return -1;
-    return FirstIn(*libParts, libParts->NameRange(NormalisedName(name)),
-                   [](const LibPart& part) { return part.IsValid(); });
+    return FirstIn(*libParts, libParts->NameRange(name), [](const LibPart& part) { return part.IsValid(); });
 }
 
 int LibrarySet::SearchLibPartFileNameIndex(const KL::UniString& fileName) const {
-    const IO::Name name(NormalisedName(fileName));
-    if (libParts == nullptr || !name.IsValid())
+    if (libParts == nullptr)
         return -1;
-    return FirstIn(*libParts, libParts->FileNameRange(name.GetText()),
+    return FirstIn(*libParts, libParts->FileNameRange(fileName),
                    [](const LibPart& part) { return part.IsValid(); });
 }
 
@@ -101,10 +99,8 @@ const LibPart* LibrarySet::SearchByNameAndType(bool fileNames, const KL::UniStri
                                                const FTM::GeneralID& type) const {
     if (libParts == nullptr)
         return nullptr;
-    const KL::UniString key = NormalisedName(name);
-    if (fileNames && !IO::Name(key).IsValid())
-        return nullptr;
-    const LibPartSet::IndexRange range = fileNames ? libParts->FileNameRange(key) : libParts->NameRange(key);
+    const LibPartSet::IndexRange range =
+        fileNames ? libParts->FileNameRange(name) : libParts->NameRange(name);
     if (range.first == range.second)
         return nullptr;
     const FTM::GeneralID wanted = AdjustedSearchType(type);
@@ -117,9 +113,9 @@ const LibPart* LibrarySet::SearchDocuNameByAncestor(const KL::UniString& name,
                                                     const KL::UnID& ancestor) const {
     if (libParts == nullptr)
         return nullptr;
-    return GetLibPartByIndex(
-        FirstIn(*libParts, libParts->NameRange(NormalisedName(name)),
-                [&](const LibPart& part) { return part.IsValid() && HasAncestor(part, ancestor); }));
+    return GetLibPartByIndex(FirstIn(*libParts, libParts->NameRange(name), [&](const LibPart& part) {
+        return part.IsValid() && HasAncestor(part, ancestor);
+    }));
 }
 
 const LibPart* LibrarySet::GiveIndexAndPart(int found, int* index) const {
@@ -211,7 +207,7 @@ int LibrarySet::SearchDummySymbolIndex(const KL::UnID& unId, const KL::UniString
     if (unId.IsNull()) {
         if (name == nullptr || name->IsEmpty())
             return -1;
-        return FirstIn(*libParts, libParts->NameRange(NormalisedName(*name)),
+        return FirstIn(*libParts, libParts->NameRange(*name),
                        [](const LibPart& part) { return KeptBy(LibPartSet::NotValidRecords, part); });
     }
     const int found = libParts->FindIndexByUnId(unId);

@@ -10,6 +10,18 @@
 
 namespace LM {
 
+// Record numbers in the order of an index, and a run of them.
+using SortedRecords = std::vector<std::uint32_t>;
+using SortedRange = std::pair<SortedRecords::const_iterator, SortedRecords::const_iterator>;
+
+// Keys that order themselves.
+struct KeyOrder {
+    template <typename Key>
+    int operator()(const Key& a, const Key& b) const {
+        return a.Compare(b);
+    }
+};
+
 // Record numbers in the order of a key, with each record's key kept beside it: a search reads two
 // contiguous arrays and never visits a record, which is what keeps a lookup among 100,000 parts
 // within a few hundred nanoseconds. Keys are taken when a record enters the index; a record whose
@@ -17,17 +29,19 @@ namespace LM {
 template <typename Key>
 class SortedIndex {
 public:
-    using Records = std::vector<std::uint32_t>;
-    using Range = std::pair<Records::const_iterator, Records::const_iterator>;
+    using Records = SortedRecords;
+    using Range = SortedRange;
 
     const Records& GetRecords() const { return records; }
     // Beside GetRecords, position by position.
     const std::vector<Key>& GetKeys() const { return keys; }
 
-    // `entries` in record order; a stable sort keeps that order among equal keys.
-    void Build(std::vector<std::pair<Key, std::uint32_t>> entries) {
+    // `entries` in record order; a stable sort keeps that order among equal keys. `compare` gives
+    // a negative, zero or positive answer for two keys.
+    template <typename Compare = KeyOrder>
+    void Build(std::vector<std::pair<Key, std::uint32_t>> entries, Compare compare = {}) {
         std::stable_sort(entries.begin(), entries.end(),
-                         [](const auto& a, const auto& b) { return a.first.Compare(b.first) < 0; });
+                         [&](const auto& a, const auto& b) { return compare(a.first, b.first) < 0; });
         records.clear();
         keys.clear();
         records.reserve(entries.size());
@@ -39,10 +53,11 @@ public:
     }
 
     // Behind all records of an equal key: one binary search and one insertion.
-    void Insert(Key key, std::uint32_t record) {
+    template <typename Compare = KeyOrder>
+    void Insert(Key key, std::uint32_t record, Compare compare = {}) {
         const auto at =
             std::upper_bound(keys.begin(), keys.end(), key,
-                             [](const Key& wanted, const Key& other) { return wanted.Compare(other) < 0; });
+                             [&](const Key& wanted, const Key& other) { return compare(wanted, other) < 0; });
         const auto offset = at - keys.begin();
         records.insert(records.begin() + offset, record);
         keys.insert(at, std::move(key));
@@ -57,8 +72,15 @@ public:
         keys.erase(keys.begin() + offset);
     }
 
+    // Lets `rewrite` change every key in order, in what it stores but never in how it orders.
+    template <typename Rewrite>
+    void RewriteKeys(Rewrite rewrite) {
+        for (Key& key : keys)
+            rewrite(key);
+    }
+
     // The records whose keys `compare` (key, probe) finds equal to `probe`; `compare` must order
-    // keys as Key::Compare does, on a prefix of the key.
+    // keys as the index does, on a prefix of the key.
     template <typename Probe, typename Compare>
     Range EqualRange(const Probe& probe, Compare compare) const {
         const auto below =
@@ -78,20 +100,6 @@ public:
 private:
     Records records;
     std::vector<Key> keys;
-};
-
-// A name without case: the folded text, compared unit by unit in code point order, which is the
-// order of a case-insensitive compare; then the record's type, so that a script and a part of one
-// name stand together.
-struct NameKey {
-    KL::UniString folded;
-    std::int32_t type = 0;
-
-    int Compare(const NameKey& other) const {
-        if (const int byText = folded.Compare(other.folded); byText != 0)
-            return byText;
-        return type < other.type ? -1 : (type > other.type ? 1 : 0);
-    }
 };
 
 // Records without a symbol first, among themselves by name; symbols by an id of theirs.

@@ -40,8 +40,8 @@ public:
     LibItemWalk(const LibItemWalk&) = delete;
     LibItemWalk& operator=(const LibItemWalk&) = delete;
 
-    const LibPart* operator->() const;
-    const LibPart* Get() const { return operator->(); }
+    const LibPart* operator->() const { return current; }
+    const LibPart* Get() const { return current; }
     bool operator==(std::nullptr_t) const { return Get() == nullptr; }
     bool operator!=(std::nullptr_t) const { return Get() != nullptr; }
 
@@ -57,6 +57,8 @@ protected:
 
 private:
     State* state;
+    // Kept here rather than in the state, so that reading it costs a walk no call.
+    const LibPart* current = nullptr;
 };
 
 class LM_EXPORT LibItemIterator : public LibItemWalk {

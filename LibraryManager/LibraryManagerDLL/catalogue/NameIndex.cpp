@@ -1,0 +1,103 @@
+#include "catalogue/NameIndex.hpp"
+
+#include <algorithm>
+
+namespace LM {
+
+namespace {
+
+// Heads pad with zero units: when both texts fit their heads, equal heads leave the shorter text a
+// prefix of the longer.
+int CompareNames(const NameHead& head, std::u16string_view text, const NameHead& otherHead,
+                 std::u16string_view otherText) {
+    for (std::size_t word = 0; word < head.words.size(); ++word)
+        if (head.words[word] != otherHead.words[word])
+            return head.words[word] < otherHead.words[word] ? -1 : 1;
+    if (text.size() <= NameHead::Units && otherText.size() <= NameHead::Units)
+        return text.size() == otherText.size() ? 0 : (text.size() < otherText.size() ? -1 : 1);
+    return KL::CompareCodePointOrder(text, otherText);
+}
+
+int CompareTypes(std::int32_t type, std::int32_t other) {
+    return type < other ? -1 : (type > other ? 1 : 0);
+}
+
+constexpr KL::UniChar AsciiFolded(KL::UniChar c) {
+    if (c == u'/')
+        return u':';
+    return (c >= u'A' && c <= u'Z') ? static_cast<KL::UniChar>(c + 32) : c;
+}
+
+} // namespace
+
+NameHead::NameHead(std::u16string_view folded) {
+    for (std::size_t i = 0; i < std::min(folded.size(), Units); ++i)
+        words[i / 4] |= std::uint64_t{KL::CodePointOrderOf(folded[i])} << (48 - 16 * (i % 4));
+}
+
+NameQuery::NameQuery(const KL::UniString& name) : text(Fold(name)), head(text) {}
+
+// Full case folding of ASCII is A to Z alone.
+std::u16string_view NameQuery::Fold(const KL::UniString& name) {
+    const std::u16string_view units = name.View();
+    if (units.size() <= shortText.size() &&
+        std::all_of(units.begin(), units.end(), [](KL::UniChar c) { return c < 0x80; })) {
+        std::transform(units.begin(), units.end(), shortText.begin(), AsciiFolded);
+        return {shortText.data(), units.size()};
+    }
+    longText = name.GetFolded();
+    longText.ReplaceAll(u'/', u':');
+    return longText.View();
+}
+
+NameIndex::Key NameIndex::KeyOf(const Entry& entry, std::u16string& texts) {
+    Key key{NameHead(entry.folded.View())};
+    key.offset = static_cast<std::uint32_t>(texts.size());
+    key.length = static_cast<std::uint32_t>(entry.folded.GetLength());
+    key.type = entry.type;
+    texts.append(entry.folded.View());
+    return key;
+}
+
+int NameIndex::CompareKeys(const Key& key, const Key& other, std::u16string_view texts) {
+    const int byText = CompareNames(key.head, texts.substr(key.offset, key.length), other.head,
+                                    texts.substr(other.offset, other.length));
+    return byText != 0 ? byText : CompareTypes(key.type, other.type);
+}
+
+void NameIndex::Build(std::vector<std::pair<Entry, std::uint32_t>> entries) {
+    std::u16string inRecordOrder;
+    std::vector<std::pair<Key, std::uint32_t>> keys;
+    keys.reserve(entries.size());
+    for (const auto& [entry, record] : entries)
+        keys.emplace_back(KeyOf(entry, inRecordOrder), record);
+    entries = {};
+    index.Build(std::move(keys),
+                [&](const Key& a, const Key& b) { return CompareKeys(a, b, inRecordOrder); });
+    texts.clear();
+    texts.reserve(inRecordOrder.size());
+    index.RewriteKeys([&](Key& key) {
+        const std::uint32_t offset = static_cast<std::uint32_t>(texts.size());
+        texts.append(inRecordOrder, key.offset, key.length);
+        key.offset = offset;
+    });
+}
+
+void NameIndex::Insert(const Entry& entry, std::uint32_t record) {
+    index.Insert(KeyOf(entry, texts), record,
+                 [&](const Key& a, const Key& b) { return CompareKeys(a, b, texts); });
+}
+
+NameIndex::Range NameIndex::EqualRange(const NameQuery& name) const {
+    return index.EqualRange(name, [&](const Key& key, const NameQuery& query) {
+        return CompareNames(key.head, std::u16string_view(texts).substr(key.offset, key.length),
+                            query.GetHead(), query.GetText());
+    });
+}
+
+bool NameIndex::HaveEqualKeys(std::size_t position, std::size_t other) const {
+    const std::vector<Key>& keys = index.GetKeys();
+    return CompareKeys(keys[position], keys[other], texts) == 0;
+}
+
+} // namespace LM
