@@ -50,54 +50,64 @@ std::u16string_view NameQuery::Fold(const KL::UniString& name) {
     return longText.View();
 }
 
-NameIndex::Key NameIndex::KeyOf(const Entry& entry, std::u16string& texts) {
+NameIndex::Key NameIndex::KeyOf(const Entry& entry, std::size_t offset) {
     Key key{NameHead(entry.folded.View())};
-    key.offset = static_cast<std::uint32_t>(texts.size());
+    key.offset = static_cast<std::uint32_t>(offset);
     key.length = static_cast<std::uint32_t>(entry.folded.GetLength());
     key.type = entry.type;
-    texts.append(entry.folded.View());
     return key;
 }
 
-int NameIndex::CompareKeys(const Key& key, const Key& other, std::u16string_view texts) {
-    const int byText = CompareNames(key.head, texts.substr(key.offset, key.length), other.head,
-                                    texts.substr(other.offset, other.length));
+int NameIndex::CompareKeys(const Key& key, std::u16string_view text, const Key& other,
+                           std::u16string_view otherText) {
+    const int byText = CompareNames(key.head, text, other.head, otherText);
     return byText != 0 ? byText : CompareTypes(key.type, other.type);
 }
 
+std::u16string_view NameIndex::TextOf(const Key& key) const {
+    return std::u16string_view(texts).substr(key.offset, key.length);
+}
+
+// Keys are sorted while they point at their entries' texts; the texts then enter the buffer in
+// index order, each leaving its entry as it goes, so the build holds one copy of the names.
 void NameIndex::Build(std::vector<std::pair<Entry, std::uint32_t>> entries) {
-    std::u16string inRecordOrder;
     std::vector<std::pair<Key, std::uint32_t>> keys;
     keys.reserve(entries.size());
-    for (const auto& [entry, record] : entries)
-        keys.emplace_back(KeyOf(entry, inRecordOrder), record);
-    entries = {};
+    std::size_t textLength = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        keys.emplace_back(KeyOf(entries[i].first, i), entries[i].second);
+        textLength += keys.back().first.length;
+    }
+    const auto textOf = [&](const Key& key) { return entries[key.offset].first.folded.View(); };
     index.Build(std::move(keys),
-                [&](const Key& a, const Key& b) { return CompareKeys(a, b, inRecordOrder); });
+                [&](const Key& a, const Key& b) { return CompareKeys(a, textOf(a), b, textOf(b)); });
     texts.clear();
-    texts.reserve(inRecordOrder.size());
+    texts.reserve(textLength);
     index.RewriteKeys([&](Key& key) {
-        const std::uint32_t offset = static_cast<std::uint32_t>(texts.size());
-        texts.append(inRecordOrder, key.offset, key.length);
-        key.offset = offset;
+        KL::UniString& text = entries[key.offset].first.folded;
+        key.offset = static_cast<std::uint32_t>(texts.size());
+        texts.append(text.View());
+        text = KL::UniString();
     });
 }
 
 void NameIndex::Insert(const Entry& entry, std::uint32_t record) {
-    index.Insert(KeyOf(entry, texts), record,
-                 [&](const Key& a, const Key& b) { return CompareKeys(a, b, texts); });
+    const Key key = KeyOf(entry, texts.size());
+    texts.append(entry.folded.View());
+    index.Insert(key, record,
+                 [&](const Key& a, const Key& b) { return CompareKeys(a, TextOf(a), b, TextOf(b)); });
 }
 
 NameIndex::Range NameIndex::EqualRange(const NameQuery& name) const {
     return index.EqualRange(name, [&](const Key& key, const NameQuery& query) {
-        return CompareNames(key.head, std::u16string_view(texts).substr(key.offset, key.length),
-                            query.GetHead(), query.GetText());
+        return CompareNames(key.head, TextOf(key), query.GetHead(), query.GetText());
     });
 }
 
 bool NameIndex::HaveEqualKeys(std::size_t position, std::size_t other) const {
-    const std::vector<Key>& keys = index.GetKeys();
-    return CompareKeys(keys[position], keys[other], texts) == 0;
+    const Key& key = index.GetKeys()[position];
+    const Key& otherKey = index.GetKeys()[other];
+    return CompareKeys(key, TextOf(key), otherKey, TextOf(otherKey)) == 0;
 }
 
 } // namespace LM

@@ -79,8 +79,11 @@ private:
         std::int32_t type = 0;
     };
 
-    static Key KeyOf(const Entry& entry, std::u16string& texts);
-    static int CompareKeys(const Key& key, const Key& other, std::u16string_view texts);
+    // A key whose text lies at `offset` of the buffer.
+    static Key KeyOf(const Entry& entry, std::size_t offset);
+    static int CompareKeys(const Key& key, std::u16string_view text, const Key& other,
+                           std::u16string_view otherText);
+    std::u16string_view TextOf(const Key& key) const;
 
     SortedIndex<Key> index;
     std::u16string texts;
