@@ -28,11 +28,11 @@ std::int32_t SortableType(const LibPart& part) {
     return (type == GetScriptFileType() ? GetSymbolFileGroup() : type).GetValue();
 }
 
-NameIndex::Entry NameKeyOf(const LibPart& part) {
+NameIndex::Entry NameEntryOf(const LibPart& part) {
     return {part.GetDocumentName().GetFolded(), SortableType(part)};
 }
 
-NameIndex::Entry FileNameKeyOf(const LibPart& part) {
+NameIndex::Entry FileNameEntryOf(const LibPart& part) {
     return {part.GetFileName().GetFolded(), SortableType(part)};
 }
 
@@ -325,8 +325,8 @@ void LibPartSet::BuildSortedIndices() {
     // The four indices share nothing but the records they read: the two by name, whose keys are
     // folded and compared as text, are built beside the two by id.
     const auto buildByNames = [&build, this] {
-        build(&indexByName, NameKeyOf);
-        build(&indexByFileName, FileNameKeyOf);
+        build(&indexByName, NameEntryOf);
+        build(&indexByFileName, FileNameEntryOf);
     };
     std::jthread byNames; // joined however this ends
     try {
@@ -340,8 +340,8 @@ void LibPartSet::BuildSortedIndices() {
 
 void LibPartSet::InsertInSortedIndices(std::uint32_t index) {
     const LibPart& part = parts[index];
-    indexByName.Insert(NameKeyOf(part), index);
-    indexByFileName.Insert(FileNameKeyOf(part), index);
+    indexByName.Insert(NameEntryOf(part), index);
+    indexByFileName.Insert(FileNameEntryOf(part), index);
     indexByUnId.Insert(UnIdKeyOf(part), index);
     indexByGuid.Insert(GuidKeyOf(part), index);
 }
