@@ -30,8 +30,8 @@ int SyncFolder(const IO::Location& folder) {
 } // namespace
 
 ScratchFile::ScratchFile(const IO::Location& targetLocation, std::uint32_t typeCode,
-                         std::uint32_t creatorCode)
-    : target(targetLocation), type(typeCode), creator(creatorCode) {
+                         std::uint32_t creatorCode, Durability durability)
+    : target(targetLocation), type(typeCode), creator(creatorCode), durability(durability) {
     CreateScratch();
 }
 
@@ -75,17 +75,21 @@ int ScratchFile::MakePermanent() {
     if (GetOwnerFileSystem() != nullptr)
         return KL::ErrNotSupported;
     if (IsOpen()) {
-        if (const int err = Flush(); err != KL::NoError)
-            return err;
+        if (durability == SyncEach) {
+            if (const int err = Flush(); err != KL::NoError)
+                return err;
+        }
         if (const int err = Close(); err != KL::NoError)
             return err;
     }
     const IO::Location scratch = GetLocation();
     if (const int err = IO::fileSystem.Move(scratch, target); err != KL::NoError)
         return err;
-    IO::Location folder = target;
-    folder.DeleteLastLocalName();
-    SyncFolder(folder);
+    if (durability == SyncEach) {
+        IO::Location folder = target;
+        folder.DeleteLastLocalName();
+        SyncFolder(folder);
+    }
     permanent = true;
     Connect(target, Fail);
     if (type != 0 || creator != 0)

@@ -16,13 +16,18 @@ namespace IOUtil {
 // location until MakePermanent, the target's after.
 class LM_EXPORT ScratchFile : public IO::File {
 public:
+    // Whether MakePermanent syncs the file and its folder before it returns, or leaves that to a
+    // caller that writes many files and syncs them together once.
+    enum Durability { SyncEach, SyncByCaller };
+
     // Type and creator codes, when not 0, are given to the target as it becomes permanent.
-    explicit ScratchFile(const IO::Location& target, std::uint32_t type = 0, std::uint32_t creator = 0);
+    explicit ScratchFile(const IO::Location& target, std::uint32_t type = 0, std::uint32_t creator = 0,
+                         Durability durability = SyncEach);
     ~ScratchFile() override;
 
     const IO::Location& GetTargetLocation() const { return target; }
-    // Writes out and syncs what was written, closes, and renames over the target. Only files of
-    // the local disk can be made permanent.
+    // Writes out what was written and syncs it (unless SyncByCaller), closes, and renames over the
+    // target. Only files of the local disk can be made permanent.
     int MakePermanent();
     bool IsPermanent() const { return permanent; }
 
@@ -32,6 +37,7 @@ private:
     IO::Location target;
     std::uint32_t type;
     std::uint32_t creator;
+    Durability durability;
     bool permanent = false;
 };
 

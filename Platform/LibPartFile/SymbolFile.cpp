@@ -273,8 +273,8 @@ int SymbolFile::Write(KL::OChannel& channel) const {
     return channel.GetStatus();
 }
 
-int SymbolFile::Save(const IO::Location& location) const {
-    IOUtil::ScratchFile file(location, header.signature, header.owner);
+int SymbolFile::Save(const IO::Location& location, IOUtil::ScratchFile::Durability durability) const {
+    IOUtil::ScratchFile file(location, header.signature, header.owner, durability);
     if (const int err = file.Open(IO::File::WriteMode); err != KL::NoError)
         return err;
     if (const int err = Write(file.GetOutputChannel()); err != KL::NoError)

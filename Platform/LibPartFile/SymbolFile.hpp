@@ -11,6 +11,7 @@
 #include "KLRoot/Object.hpp"
 #include "KLRoot/Time.hpp"
 #include "KLRoot/UniString.hpp"
+#include "KLUtils/ScratchFile.hpp"
 
 #include <cstdint>
 #include <memory>
@@ -79,7 +80,8 @@ public:
     // read fails the write.
     int Write(KL::OChannel& channel) const;
     // Writes through a scratch file that replaces `location` at the end, in one rename.
-    int Save(const IO::Location& location) const;
+    int Save(const IO::Location& location,
+             IOUtil::ScratchFile::Durability durability = IOUtil::ScratchFile::SyncEach) const;
 
 private:
     struct Section {

@@ -12,7 +12,7 @@ namespace libmgr {
 namespace {
 
 constexpr const char* GenHelp =
-    "Usage: libmgr gen OUT --parts N [--seed S] [--depth D] [--duplicates P] [--force] [-q]\n"
+    "Usage: libmgr gen OUT --parts N [--seed S] [--depth D] [--duplicates P] [--tiny] [--force] [-q]\n"
     "\n"
     "Writes a synthetic library into the folder OUT, which must not exist or be empty: templates\n"
     "in a type tree whose ancestry chains run 1 to D deep, N placeable parts in nested folders with\n"
@@ -24,6 +24,8 @@ constexpr const char* GenHelp =
     "  --seed S         seed of the generator, 0 to 4294967295 (default 1)\n"
     "  --depth D        longest ancestry chain, 1 to 6 (default 6)\n"
     "  --duplicates P   percent of parts with a clashing copy, 0 to 50 (default 3)\n"
+    "  --tiny           parts of a few hundred bytes and pictures under 512 bytes, for catalogues\n"
+    "                   of up to a million parts\n"
     "  --force          write into OUT even when it holds files; same names are overwritten\n"
     "  -q               no progress on the terminal\n"
     "\n"
@@ -63,6 +65,10 @@ std::optional<GenArguments> ParseGenArguments(const Arguments& arguments, int* e
         }
         if (option == "--force") {
             parsed.force = true;
+            continue;
+        }
+        if (option == "--tiny") {
+            parsed.options.tiny = true;
             continue;
         }
         if (!option.starts_with("-")) {

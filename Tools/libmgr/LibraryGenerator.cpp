@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fcntl.h>
 #include <numeric>
+#include <span>
+#include <unistd.h>
 
 namespace libmgr {
 
@@ -100,12 +103,16 @@ std::u16string LibraryGenerator::ScriptText(std::size_t units) {
     return Widen(text);
 }
 
-// Scripts take what the part's size leaves after its parameters: 2 to 40 KiB in all.
+// Scripts take what the part's size leaves after its parameters: 2 to 40 KiB in all. A tiny part
+// has a 3D and a 2D script of 64 to 192 bytes together.
 void LibraryGenerator::AddScripts(LPF::SymbolFile* file) {
-    const std::size_t units = (2 * KiB + Below(38 * KiB)) / sizeof(char16_t);
+    const std::size_t bytes = options.tiny ? 64 + Below(128) : 2 * KiB + Below(38 * KiB);
+    const std::size_t units = bytes / sizeof(char16_t);
     const std::pair<QDL_ScriptType, std::size_t> shares[] = {
         {QDL_3DScript, 50}, {QDL_2DScript, 20}, {QDL_MasterScript, 20}, {QDL_ParameterScript, 10}};
-    for (const auto& [type, percent] : shares) {
+    const std::pair<QDL_ScriptType, std::size_t> tinyShares[] = {{QDL_3DScript, 70}, {QDL_2DScript, 30}};
+    using Shares = std::span<const std::pair<QDL_ScriptType, std::size_t>>;
+    for (const auto& [type, percent] : options.tiny ? Shares(tinyShares) : Shares(shares)) {
         const std::u16string script = ScriptText(units * percent / 100);
         LPF::SectionInfo info;
         info.tag = LPF::Tags::Scripts[type - 1];
@@ -120,7 +127,7 @@ void LibraryGenerator::AddParameters(LPF::SymbolFile* file) {
             {name, ParLength, 0, KL::UniString(name), 0, 0, {0.5 + 0.1 * Below(20)}, {}});
     const std::uint16_t kinds[] = {ParLength,  ParAngle,    ParRealNum, ParInteger,
                                    ParBoolean, ParMaterial, ParPenColor};
-    const std::uint64_t more = 2 + Below(26);
+    const std::uint64_t more = options.tiny ? 0 : 2 + Below(26);
     for (std::uint64_t k = 0; k < more; ++k) {
         const std::string name = "p" + std::to_string(k);
         if (Below(8) == 0) {
@@ -176,7 +183,7 @@ int LibraryGenerator::Save(const LPF::SymbolFile& file, const std::filesystem::p
                            GeneratorSummary* summary, std::string* failedPath) {
     std::error_code error;
     std::filesystem::create_directories(path.parent_path(), error);
-    const int result = file.Save(IO::Location(path.string()));
+    const int result = file.Save(IO::Location(path.string()), IOUtil::ScratchFile::SyncByCaller);
     if (result != KL::NoError) {
         *failedPath = path.string();
         return result;
@@ -189,7 +196,7 @@ int LibraryGenerator::WriteBytes(const std::filesystem::path& path, const std::s
                                  GeneratorSummary* summary, std::string* failedPath) {
     std::error_code error;
     std::filesystem::create_directories(path.parent_path(), error);
-    IOUtil::ScratchFile file(IO::Location(path.string()));
+    IOUtil::ScratchFile file(IO::Location(path.string()), 0, 0, IOUtil::ScratchFile::SyncByCaller);
     int result = file.Open(IO::File::WriteMode);
     if (result == KL::NoError)
         result = file.Write(bytes.data(), bytes.size());
@@ -257,7 +264,7 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
     const std::string pngSignature("\x89PNG\r\n\x1a\n", 8);
     for (int k = 0; k < options.parts / 25; ++k) {
         std::string bytes = pngSignature;
-        const std::uint64_t size = KiB + Below(7 * KiB);
+        const std::uint64_t size = options.tiny ? 64 + Below(448) : KiB + Below(7 * KiB);
         while (bytes.size() < size)
             bytes.push_back(static_cast<char>(random() & 0xFF));
         const std::string name =
@@ -272,6 +279,12 @@ int LibraryGenerator::Generate(const std::filesystem::path& root, const Progress
                 WriteBytes(root / ("Texts/Note " + std::to_string(k) + ".txt"), text, summary, failedPath))
             return result;
         ++summary->texts;
+    }
+    // Files are not synced one by one, which would make a large library take hours; one sync of
+    // the file system keeps them all before the summary says they are written.
+    if (const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); fd >= 0) {
+        ::syncfs(fd);
+        ::close(fd);
     }
     summary->parts = options.parts;
     summary->templates = static_cast<int>(templates.size());

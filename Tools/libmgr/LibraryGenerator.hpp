@@ -22,6 +22,8 @@ struct GeneratorOptions {
     int depth = 6;
     // Parts that get a clashing copy, in percent: half of them by id, half as another revision.
     double duplicates = 3.0;
+    // Parts of a few hundred bytes, with small pictures: for catalogues of a million parts.
+    bool tiny = false;
 };
 
 struct GeneratorSummary {

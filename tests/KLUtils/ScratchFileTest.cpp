@@ -57,6 +57,12 @@ TEST(ScratchFile, MakePermanentReplacesTheTargetInOneStep) {
     ASSERT_EQ(fresh.Open(IO::File::WriteMode), KL::NoError);
     EXPECT_EQ(fresh.MakePermanent(), KL::NoError);
     EXPECT_TRUE(std::filesystem::exists(scratch.Path() / "cache/Fresh"));
+    // A writer of many files syncs them once itself; the file is made permanent all the same.
+    IOUtil::ScratchFile unsynced(scratch.Location("cache/Unsynced"), 0, 0, IOUtil::ScratchFile::SyncByCaller);
+    ASSERT_EQ(unsynced.Open(IO::File::WriteMode), KL::NoError);
+    unsynced.Write("many", 4);
+    EXPECT_EQ(unsynced.MakePermanent(), KL::NoError);
+    EXPECT_EQ(scratch.Read("cache/Unsynced"), "many");
     IOUtil::ScratchFile orphan(scratch.Location("nowhere/Data"));
     EXPECT_EQ(orphan.GetStatus(), IO::NotFoundError);
     EXPECT_NE(orphan.Open(IO::File::WriteMode), KL::NoError);

@@ -63,6 +63,20 @@ TEST(GenCommand, WritesALibraryThatTheCatalogueReadsAsDescribed) {
     EXPECT_EQ(deepest, 4U);
 }
 
+TEST(GenCommand, TinyPartsAreAFewHundredBytesAndReadAsTheOthers) {
+    ScratchFolder scratch;
+    const std::string library = (scratch.Path() / "tiny").string();
+    const ToolRun gen =
+        RunLibmgr(scratch, {"gen", library, "--parts", "200", "--tiny", "--duplicates", "0", "-q"});
+    ASSERT_EQ(gen.exitCode, 0) << gen.err;
+    const ToolRun summary = RunLibmgr(scratch, {"enumerate", "--json", library});
+    ASSERT_EQ(summary.exitCode, 0) << summary.err;
+    // Parts, 5 templates, 8 pictures and 2 texts, every one of them catalogued.
+    EXPECT_EQ(nlohmann::json::parse(summary.out)["parts"], 200 + 5 + 8 + 2);
+    for (const auto& [path, bytes] : Files(library))
+        EXPECT_LT(bytes.size(), 1024U) << path;
+}
+
 TEST(GenCommand, TheSameSeedGivesTheSameBytes) {
     ScratchFolder scratch;
     const auto generate = [&](const std::string& folder, const std::string& seed) {
