@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 PREFIX     ?= /usr/local
 
-.PHONY: all deps fuzz-deps build demo test install check-asan check-tsan fuzz bench format report-screenshot clean
+.PHONY: all deps fuzz-deps build demo test install check-asan check-tsan fuzz bench bench-large format report-screenshot clean
 
 all: build
 
@@ -70,6 +70,10 @@ fuzz: fuzz-deps $(FUZZ_BUILD)/build.ninja
 
 bench: build
 	bench/run $(BUILD)
+
+# A million tiny parts; not part of bench, since generating them takes minutes.
+bench-large: build
+	bench/run-large $(BUILD)
 
 # The picture of the report page that README shows, from the browser test that drives the page.
 report-screenshot: build

@@ -1,14 +1,17 @@
-// End to end on a library on disk: a cold enumeration and a second one beside a plain C++ walk
-// that opens, reads and closes every file of the same tree, run back to back, three rounds, the
-// median of each; and the memory a catalogue holds per part.
+// End to end on a library on disk: a cold enumeration, a second one on the same manager, and
+// `libmgr enumerate` as a whole process, beside a plain C++ walk of the same tree that opens each
+// file, reads its first 4 KiB (what a header needs) and closes it; the walk that reads every file
+// whole is a second line. Run back to back, three rounds, the median of each; and the memory a
+// catalogue holds per part.
 //
-//   e2e_bench LIBRARY
+//   e2e_bench LIBRARY [LIBMGR]
 #include "BenchClock.hpp"
 
 #include <LibraryManager.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -30,21 +33,33 @@ struct WalkFacts {
     std::uint64_t bytes = 0;
 };
 
-WalkFacts PlainOpenReadWalk(const std::filesystem::path& root) {
+// Opens every regular file in readdir order, reads up to `bytesPerFile` in reads of `chunk`, and
+// closes it; one thread.
+WalkFacts PlainOpenReadWalk(const std::filesystem::path& root, std::size_t bytesPerFile, std::size_t chunk) {
     WalkFacts facts;
-    std::vector<char> buffer(64 * 1024);
+    std::vector<char> buffer(chunk);
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
         if (!entry.is_regular_file())
             continue;
         const int fd = ::open(entry.path().c_str(), O_RDONLY);
         if (fd < 0)
             continue;
-        for (ssize_t n; (n = ::read(fd, buffer.data(), buffer.size())) > 0;)
-            facts.bytes += static_cast<std::uint64_t>(n);
+        std::uint64_t read = 0;
+        for (ssize_t n; read < bytesPerFile && (n = ::read(fd, buffer.data(), buffer.size())) > 0;)
+            read += static_cast<std::uint64_t>(n);
+        facts.bytes += read;
         ::close(fd);
         ++facts.files;
     }
     return facts;
+}
+
+WalkFacts HeaderWalk(const std::filesystem::path& root) {
+    return PlainOpenReadWalk(root, 4096, 4096);
+}
+
+WalkFacts WholeFileWalk(const std::filesystem::path& root) {
+    return PlainOpenReadWalk(root, SIZE_MAX, 64 * 1024);
 }
 
 // A field of /proc/self/status in KiB: VmRSS now, VmHWM the peak since the last reset.
@@ -87,13 +102,13 @@ void PrintRow(const char* what, double value, const char* unit, double baseline)
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2 || !std::filesystem::is_directory(argv[1])) {
-        std::cerr << "usage: e2e_bench LIBRARY\n";
+    if (argc < 2 || argc > 3 || !std::filesystem::is_directory(argv[1])) {
+        std::cerr << "usage: e2e_bench LIBRARY [LIBMGR]\n";
         return 2;
     }
     const std::filesystem::path root = std::filesystem::absolute(argv[1]);
     // One walk first, so that every timed run reads from the page cache alike.
-    const WalkFacts facts = PlainOpenReadWalk(root);
+    const WalkFacts facts = WholeFileWalk(root);
 
     // Memory: what one catalogue holds at its peak while enumerating, per part.
     int parts = 0;
@@ -107,12 +122,23 @@ int main(int argc, char** argv) {
         peakPerPart = parts > 0 ? (StatusKiB("VmHWM") - before) * 1024 / parts : 0;
     }
 
-    std::vector<double> walk, cold, again;
+    std::vector<double> walk, wholeWalk, cold, again, process;
+    const std::string enumerateCommand = argc == 3 ? "'" + std::string(argv[2]) + "' enumerate '" +
+                                                         root.string() + "' --no-cache -q > /dev/null"
+                                                   : "";
     for (int round = 0; round < 3; ++round) {
-        walk.push_back(Milliseconds([&] { PlainOpenReadWalk(root); }));
-        Catalogue catalogue(root);
-        cold.push_back(Milliseconds([&] { catalogue.Enumerate(); }));
-        again.push_back(Milliseconds([&] { catalogue.Enumerate(); }));
+        walk.push_back(Milliseconds([&] { HeaderWalk(root); }));
+        wholeWalk.push_back(Milliseconds([&] { WholeFileWalk(root); }));
+        {
+            Catalogue catalogue(root);
+            cold.push_back(Milliseconds([&] { catalogue.Enumerate(); }));
+            again.push_back(Milliseconds([&] { catalogue.Enumerate(); }));
+        }
+        if (!enumerateCommand.empty())
+            process.push_back(Milliseconds([&] {
+                if (std::system(enumerateCommand.c_str()) != 0)
+                    std::cerr << "libmgr enumerate failed\n";
+            }));
     }
     // The library cache in a folder of its own: written once by a walk, then replayed by a new
     // manager each round, beside a listing of every file's time by find.
@@ -135,11 +161,14 @@ int main(int argc, char** argv) {
     std::filesystem::remove_all(cacheHome);
 
     const double baseline = Median(walk);
-    std::printf("end to end: %d parts, %zu files, %.0f MiB; median of 3 rounds, ratio to the plain walk\n",
+    std::printf("end to end: %d parts, %zu files, %.0f MiB; median of 3 rounds, ratio to the 4 KiB walk\n",
                 parts, facts.files, static_cast<double>(facts.bytes) / (1024.0 * 1024.0));
-    PrintRow("plain open-read-close walk", baseline, "ms", baseline);
+    PrintRow("open, read 4 KiB, close walk", baseline, "ms", baseline);
+    PrintRow("open, read whole, close walk", Median(wholeWalk), "ms", baseline);
     PrintRow("cold enumerate", Median(cold), "ms", baseline);
     PrintRow("re-enumerate", Median(again), "ms", baseline);
+    if (!process.empty())
+        PrintRow("libmgr enumerate (a process)", Median(process), "ms", baseline);
     PrintRow("peak memory per part", static_cast<double>(peakPerPart), "B", 0);
     std::printf("library cache: median of 3 rounds, ratio to find -printf '%%T@ %%p' over the same tree\n");
     PrintRow("find -printf (a process)", Median(find), "ms", Median(find));
