@@ -51,7 +51,7 @@ int File::Connect(const Location& target, NotFoundMode notFoundMode) {
     Close();
     Disconnect();
     location = target;
-    connectStatus = fileSystem.ConnectFile(target, &entry, &owner);
+    connectStatus = fileSystem.ConnectFile(target, &entry, &owner, notFoundMode != FailAtOpen);
     if (connectStatus == NotFoundError && notFoundMode == New) {
         Name name;
         target.GetLastLocalName(&name);

@@ -148,7 +148,8 @@ int FileSystem::ConnectMounted(const Location& location, bool includeSelf, Entry
     return result;
 }
 
-int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVFS** owner) const {
+int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVFS** owner,
+                            bool lookUpNow) const {
     if (entry == nullptr || owner == nullptr)
         return KL::ErrParam;
     *entry = nullptr;
@@ -158,11 +159,13 @@ int FileSystem::ConnectFile(const Location& location, FileEntry** entry, FixedVF
     if (const int mounted = ConnectMounted(location, false, entry, owner); mounted != NotMounted)
         return mounted;
     std::string path = location.ToString();
-    struct stat info {};
-    if (const int err = StatLocal(path, &info); err != KL::NoError)
-        return err;
-    if (S_ISDIR(info.st_mode))
-        return WrongKindError;
+    if (lookUpNow) {
+        struct stat info {};
+        if (const int err = StatLocal(path, &info); err != KL::NoError)
+            return err;
+        if (S_ISDIR(info.st_mode))
+            return WrongKindError;
+    }
     *entry = new LocalFileEntry(std::move(path));
     return KL::NoError;
 }

@@ -60,8 +60,10 @@ public:
     FixedVFS* GetMountedVFS(const Location& location) const;
 
     // Connects the entry at a location. `owner` receives the serving file system, null for the
-    // local disk; give the entry back with Disconnect.
-    int ConnectFile(const Location& location, FileEntry** entry, FixedVFS** owner) const;
+    // local disk; give the entry back with Disconnect. With `lookUpNow` false a file of the local
+    // disk is first looked up when it is opened, so that a reader pays one look-up, not two.
+    int ConnectFile(const Location& location, FileEntry** entry, FixedVFS** owner,
+                    bool lookUpNow = true) const;
     int ConnectFolder(const Location& location, FolderEntry** entry, FixedVFS** owner) const;
     static void Disconnect(FixedVFS* owner, FileEntry* entry);
     static void Disconnect(FixedVFS* owner, FolderEntry* entry);

@@ -195,8 +195,13 @@ int LocalFileEntry::Open(OpenMode mode) {
     position = 0;
     hasOpenFacts = false;
     struct statx info {};
-    if (!writable &&
-        statx(descriptor, "", AT_EMPTY_PATH, STATX_SIZE | STATX_MTIME | STATX_BTIME, &info) == 0) {
+    if (!writable && statx(descriptor, "", AT_EMPTY_PATH, STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME,
+                           &info) == 0) {
+        // Reading opens folders too; an entry connected without a look-up learns its kind here.
+        if (S_ISDIR(info.stx_mode)) {
+            Close();
+            return WrongKindError;
+        }
         hasOpenFacts = true;
         openLength = static_cast<std::uint64_t>(info.stx_size);
         openModificationTime = TIFromUnixTime(info.stx_mtime.tv_sec);

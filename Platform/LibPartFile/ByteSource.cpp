@@ -8,7 +8,7 @@
 namespace LPF {
 
 int FileByteSource::Open() {
-    file = std::make_unique<IO::File>(location);
+    file = std::make_unique<IO::File>(location, IO::File::FailAtOpen);
     int err = file->Open(IO::File::ReadMode);
     if (err == KL::NoError)
         err = file->GetDataLength(&length);

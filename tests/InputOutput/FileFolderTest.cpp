@@ -154,6 +154,20 @@ TEST(File, KeepsTimesAndTypeCodesAndRefusesFolders) {
     EXPECT_EQ(IO::File(scratch.Location()).GetStatus(), IO::WrongKindError);
     EXPECT_EQ(IO::File(IO::Location::Root()).GetStatus(), IO::InvalidLocationError);
     EXPECT_EQ(IO::File(scratch.Location("a.txt/b")).GetStatus(), IO::WrongKindError);
+
+    // Connected for a reader that opens at once, the same refusals come from Open.
+    IO::File folder(scratch.Location(), IO::File::FailAtOpen);
+    EXPECT_EQ(folder.Open(), IO::WrongKindError);
+    EXPECT_FALSE(folder.IsOpen());
+    IO::File missing(scratch.Location("b.txt"), IO::File::FailAtOpen);
+    EXPECT_EQ(missing.Open(), IO::NotFoundError);
+    IO::File present(scratch.Location("a.txt"), IO::File::FailAtOpen);
+    ASSERT_EQ(present.Open(), KL::NoError);
+    char bytes[4] = {};
+    EXPECT_EQ(present.ReadBin(bytes, 4), KL::NoError);
+    EXPECT_EQ(std::string(bytes, 4), "text");
+    EXPECT_EQ(present.GetModificationTime(&read), KL::NoError);
+    EXPECT_EQ(read, when);
 }
 
 bool Record(const IO::Folder&, const IO::Name& name, bool isFolder, void* data) {
