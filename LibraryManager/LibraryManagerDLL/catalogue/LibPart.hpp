@@ -135,6 +135,10 @@ private:
     FTM::GeneralID fileType;
     TITime modTime = 0;
     Symbol* symbol = nullptr;
+    friend class LibPartSet;
+    // The record's catalogue index while a store has it registered, else -1. It belongs to the
+    // slot: Swap and MoveAssignment leave it where it is.
+    std::int32_t storeIndex = -1;
     // Guards `flags` and the symbol's user data, which script threads may touch.
     mutable KL::SpinLock lock;
 };

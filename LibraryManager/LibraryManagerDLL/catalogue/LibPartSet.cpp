@@ -90,9 +90,14 @@ LibPartSet::LibPartSet(ILibraryErrorHandler* errorHandler, LibrarySet* librarySe
 
 LibPartSet::~LibPartSet() = default;
 
+// A record outside the part table, such as one of the duplicate store, has no index of its own.
 int LibPartSet::GetIndex(const LibPart* part) const {
-    const std::uint32_t* index = partToIndex.GetPtr(part);
-    return index != nullptr ? static_cast<int>(*index) : -1;
+    if (part == nullptr)
+        return -1;
+    const std::int32_t index = part->storeIndex;
+    const bool held = index >= 0 && static_cast<std::size_t>(index) < parts.GetSize() &&
+                      &parts[static_cast<std::size_t>(index)] == part;
+    return held ? index : -1;
 }
 
 int LibPartSet::FindValidIndex(const IO::Location& location) const {
@@ -164,7 +169,7 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
         return winner;
     }
 
-    partToIndex.Put(&record, static_cast<std::uint32_t>(index));
+    EnterIndex(&record, static_cast<std::uint32_t>(index));
     AddOwnIds(&record, false, true);
     if (!unId.mainGuid.IsNull())
         mainGuidToParts[unId.mainGuid].Push(OwnEntry(&record, false));
@@ -232,13 +237,13 @@ bool LibPartSet::Unregister(std::size_t index) {
     }
 
     RemoveIds(&record);
-    partToIndex.Delete(&record);
+    record.storeIndex = -1;
     RemoveFromMainGuidTable(&record);
     RemoveMigrations(&record);
     if (promoted == nullptr)
         return false;
     const auto newIndex = static_cast<std::uint32_t>(parts.GetSize() - 1);
-    partToIndex.Put(promoted, newIndex);
+    EnterIndex(promoted, newIndex);
     AddOwnIds(promoted, false, true);
     if (!promoted->GetOwnUnID().mainGuid.IsNull())
         mainGuidToParts[promoted->GetOwnUnID().mainGuid].Push(OwnEntry(promoted, false));
@@ -307,7 +312,6 @@ void LibPartSet::ResetIdTable() {
 
 void LibPartSet::Reserve(std::size_t more) {
     const std::size_t count = parts.GetSize() + more;
-    partToIndex.Reserve(count);
     idToPart.Reserve(count);
     partToIds.Reserve(count);
     mainGuidToParts.Reserve(count);

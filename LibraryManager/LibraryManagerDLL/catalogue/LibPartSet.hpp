@@ -72,7 +72,9 @@ public:
     const LibPart& GetDuplicate(std::size_t index) const { return duplicates[index]; }
     LibPart& AppendPart() { return parts.PushNew(); }
     // Registers where a record is, for records that skip registering (dummies).
-    void EnterIndex(const LibPart* part, std::uint32_t index) { partToIndex.Put(part, index); }
+    void EnterIndex(LibPart* part, std::uint32_t index) {
+        part->storeIndex = static_cast<std::int32_t>(index);
+    }
     // The catalogue index of a registered record, or -1.
     int GetIndex(const LibPart* part) const;
     // The first valid record at `location`, or -1; a scan, for single stores after enumeration.
@@ -163,7 +165,6 @@ private:
     NameIndex indexByFileName;
     SortedIndex<SymbolKey<KL::UnID>> indexByUnId;
     SortedIndex<SymbolKey<KL::Guid>> indexByGuid;
-    KL::HashTable<const LibPart*, std::uint32_t> partToIndex;
     KL::HashTable<LibPartId, LibPartCache> idToPart;
     KL::HashTable<const LibPart*, KL::HashSet<LibPartId>> partToIds;
     KL::HashTable<KL::Guid, KL::Array<LibPartCache>> mainGuidToParts;
