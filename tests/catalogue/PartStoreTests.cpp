@@ -56,6 +56,7 @@ TEST_F(PartStore, SingleStoresKeepIndicesFoldersAndDuplicatesUpToDate) {
     EXPECT_EQ(Store(copy, false, &duplicate), stored);
     ASSERT_NE(duplicate, nullptr);
     EXPECT_EQ(duplicate->GetLocation(), copy);
+    EXPECT_EQ(Set().GetIndexByLibPart(duplicate), -1) << "the duplicate store has no catalogue indices";
     EXPECT_EQ(stored->GetLocation(), table);
     ASSERT_EQ(Reports().GetIdDuplicates().GetSize(), 1U);
     EXPECT_EQ(Reports().GetIdDuplicates()[0].unId, TestId(3));
@@ -109,6 +110,14 @@ TEST_F(PartStore, StoringAKnownFileAgainReloadsItInPlace) {
     EXPECT_EQ(NamesInIndex(), (std::vector<std::string>{"Armchair", "Furniture"}));
     ASSERT_NE(reloaded->GetAncestryId(), nullptr);
     EXPECT_TRUE(Set().GetAncestryHierarchy()->IsNodeOnPath(reloaded->GetAncestryId(), TestId(1)));
+
+    // An id the host gives the record later was never entered; deleting the record forgets the id
+    // it was entered under, so that no search leads to the hole.
+    Set().SetOwnUnID(LM::LibPartId(TestId(2), KL::UniString()), TestId(5));
+    EXPECT_EQ(Set().GetLibPart(LM::LibPartId(TestId(5), KL::UniString())), nullptr);
+    Set().DeleteLibPart(process, reloaded);
+    EXPECT_EQ(Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString())), nullptr);
+    EXPECT_EQ(Set().GetIndexByLibPart(reloaded), -1);
 }
 
 TEST_F(PartStore, DummiesStandForMissingPartsAndPointToTheirAncestors) {

@@ -139,6 +139,9 @@ private:
     // The record's catalogue index while a store has it registered, else -1. It belongs to the
     // slot: Swap and MoveAssignment leave it where it is.
     std::int32_t storeIndex = -1;
+    // The own id the store's id table holds for this slot, when it is not null; it is what the
+    // store forgets again, whatever the record's id has become meanwhile.
+    KL::UnID registeredUnId;
     // Guards `flags` and the symbol's user data, which script threads may touch.
     mutable KL::SpinLock lock;
 };

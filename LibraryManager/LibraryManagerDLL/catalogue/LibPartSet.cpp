@@ -51,6 +51,13 @@ SymbolKey<KL::Guid> GuidKeyOf(const LibPart& part) {
     return SymbolKeyOf(part, part.GetGuid());
 }
 
+// A part's own id as the id table keys it. The name counts only with a null id, so a part with an
+// id is keyed without a copy of its name.
+LibPartId OwnIdOf(const LibPart& part) {
+    const KL::UnID unId = part.GetOwnUnID();
+    return unId.IsNull() ? LibPartId(&part) : LibPartId(unId, KL::UniString());
+}
+
 LibPartCache OwnEntry(const LibPart* part, bool resultFlagFirst) {
     LibPartCache entry;
     entry.part = part;
@@ -135,7 +142,7 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
     if (duplicateSlot != nullptr)
         *duplicateSlot = nullptr;
     LibPart& record = parts[index];
-    const LibPartId id(&record);
+    const LibPartId id = OwnIdOf(record);
     const KL::UnID& unId = id.GetUnId();
     if (!unId.mainGuid.IsNull()) {
         if (const KL::Array<LibPartCache>* sameMain = mainGuidToParts.GetPtr(unId.mainGuid)) {
@@ -211,7 +218,7 @@ void LibPartSet::RemoveFromMainGuidTable(const LibPart* part) {
 
 LibPart* LibPartSet::FindDuplicateOf(const LibPartId& id, const LibPart& record) {
     for (LibPart& candidate : duplicates) {
-        if (candidate.GetState() == LibPartStateDeleted || LibPartId(&candidate) != id)
+        if (candidate.GetState() == LibPartStateDeleted || OwnIdOf(candidate) != id)
             continue;
         if (id.GetUnId().IsNull() && candidate.GetFileName() != record.GetFileName())
             continue;
@@ -222,7 +229,7 @@ LibPart* LibPartSet::FindDuplicateOf(const LibPartId& id, const LibPart& record)
 
 bool LibPartSet::Unregister(std::size_t index) {
     LibPart& record = parts[index];
-    const LibPartId id(&record);
+    const LibPartId id = OwnIdOf(record);
     RemoveRevisionConflict(record);
 
     LibPart* promoted = nullptr;
@@ -278,42 +285,52 @@ void LibPartSet::AddId(const LibPartId& id, const LibPart* part, bool resultFlag
     partToIds[part].Add(id);
 }
 
-void LibPartSet::AddOwnIds(const LibPart* part, bool resultFlagFirst, bool withFileName) {
-    const LibPartId own(part);
+void LibPartSet::AddOwnIds(LibPart* part, bool resultFlagFirst, bool withFileName) {
+    const LibPartId own = OwnIdOf(*part);
     idToPart.Put(own, OwnEntry(part, resultFlagFirst));
+    if (!own.GetUnId().IsNull()) {
+        part->registeredUnId = own.GetUnId();
+        return;
+    }
     KL::HashSet<LibPartId>& ids = partToIds[part];
     ids.Add(own);
-    if (!withFileName || !own.GetUnId().IsNull())
+    if (!withFileName)
         return;
     const LibPartId byFileName(KL::NULLUnID, part->GetFileName());
     idToPart.Put(byFileName, OwnEntry(part, resultFlagFirst));
     ids.Add(byFileName);
 }
 
-void LibPartSet::RemoveIds(const LibPart* part) {
+void LibPartSet::ForgetId(const LibPartId& id, const LibPart* part) {
+    const LibPartCache* entry = idToPart.GetPtr(id);
+    if (entry != nullptr && entry->part == part)
+        idToPart.Delete(id);
+}
+
+void LibPartSet::RemoveIds(LibPart* part) {
+    if (!part->registeredUnId.IsNull())
+        ForgetId(LibPartId(std::exchange(part->registeredUnId, KL::NULLUnID), KL::UniString()), part);
     const KL::HashSet<LibPartId>* ids = partToIds.GetPtr(part);
     if (ids == nullptr)
         return;
-    for (const LibPartId& id : *ids) {
-        const LibPartCache* entry = idToPart.GetPtr(id);
-        if (entry != nullptr && entry->part == part)
-            idToPart.Delete(id);
-    }
+    for (const LibPartId& id : *ids)
+        ForgetId(id, part);
     partToIds.Delete(part);
 }
 
 void LibPartSet::ResetIdTable() {
     idToPart.Clear();
     partToIds.Clear();
-    for (const LibPart& part : parts)
+    for (LibPart& part : parts) {
+        part.registeredUnId = KL::NULLUnID;
         if (part.IsValid())
             AddOwnIds(&part, false, true);
+    }
 }
 
 void LibPartSet::Reserve(std::size_t more) {
     const std::size_t count = parts.GetSize() + more;
     idToPart.Reserve(count);
-    partToIds.Reserve(count);
     mainGuidToParts.Reserve(count);
 }
 

@@ -97,9 +97,9 @@ public:
     // Remembers `part` under `id`; `isOwnId` is worked out here.
     void AddId(const LibPartId& id, const LibPart* part, bool resultFlagFirst, bool resultFlagSecond);
     // The record's own id, and for a record without a KL::UnID also its file name.
-    void AddOwnIds(const LibPart* part, bool resultFlagFirst, bool withFileName);
+    void AddOwnIds(LibPart* part, bool resultFlagFirst, bool withFileName);
     // Forgets every id that still leads to `part`.
-    void RemoveIds(const LibPart* part);
+    void RemoveIds(LibPart* part);
     void ResetIdTable();
 
     // Room in the id tables for `more` records beyond those held, so that a pass that knows its
@@ -149,6 +149,8 @@ public:
 
 private:
     DuplicateLibpartData MakeDuplicateData(const LibPart& part) const;
+    // Removes the entry of `id` when it leads to `part`.
+    void ForgetId(const LibPartId& id, const LibPart* part);
     bool IsDuplicateOf(const LibPartCache* entry, const LibPartId& id, const LibPart& record) const;
     bool AddRevisionConflict(const LibPart& existing, const LibPart& newcomer);
     void RemoveRevisionConflict(const LibPart& record);
@@ -166,6 +168,7 @@ private:
     SortedIndex<SymbolKey<KL::UnID>> indexByUnId;
     SortedIndex<SymbolKey<KL::Guid>> indexByGuid;
     KL::HashTable<LibPartId, LibPartCache> idToPart;
+    // The ids each slot was entered under, beyond a non-null own id (which the slot keeps itself).
     KL::HashTable<const LibPart*, KL::HashSet<LibPartId>> partToIds;
     KL::HashTable<KL::Guid, KL::Array<LibPartCache>> mainGuidToParts;
     KL::HashTable<KL::Guid, KL::Array<LibPartCache>> migrationGuidToParts;
