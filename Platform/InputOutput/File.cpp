@@ -119,14 +119,7 @@ int File::Open(OpenMode openMode) {
             return err;
         }
     }
-    // A small file gets a buffer of its own size: reading it whole then takes one call.
-    const std::uint64_t wanted =
-        openMode == ReadMode ? std::clamp<std::uint64_t>(knownLength, MinReadBufferSize, ReadBufferSize)
-                             : ReadBufferSize;
-    if (openMode != WriteMode && wanted > readBufferSize) {
-        readBuffer.reset(new char[wanted]);
-        readBufferSize = wanted;
-    }
+    // The read buffer is made by the first read, when the read-ahead limit is known.
     SetWindowAt(readBuffer.get(), readBuffer.get(), 0);
     RestoreStatus();
     return KL::NoError;
@@ -339,8 +332,19 @@ int File::Underflow() {
     }
     reading = true;
     const std::uint64_t at = entryPosition;
+    // A small file gets a buffer of its own size: reading it whole then takes one call. A reader
+    // that limits its read-ahead gets no more than that.
+    std::uint64_t wanted =
+        std::max(readBufferSize,
+                 mode == ReadMode ? std::clamp<std::uint64_t>(knownLength, MinReadBufferSize, ReadBufferSize)
+                                  : ReadBufferSize);
+    if (readAhead > 0)
+        wanted = std::min(wanted, readAhead);
+    if (wanted > readBufferSize) {
+        readBuffer.reset(new char[wanted]);
+        readBufferSize = wanted;
+    }
     // Asking for no more than the known rest spares the call that would only find the end.
-    std::uint64_t wanted = readAhead > 0 ? std::min(readBufferSize, readAhead) : readBufferSize;
     if (mode == ReadMode)
         wanted = std::min(wanted, knownLength > at ? knownLength - at : 0);
     std::uint64_t count = 0;
