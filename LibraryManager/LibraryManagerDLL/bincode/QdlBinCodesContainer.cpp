@@ -10,6 +10,7 @@
 #include "KLRoot/MemoryChannel.hpp"
 #include "LibraryManagerErrors.hpp"
 
+#include <limits>
 #include <vector>
 
 namespace LM {
@@ -69,8 +70,10 @@ int QdlBinCodesContainer::GetLastUsed(int index) const {
     return IsValidBinCodeIndex(index) ? items[static_cast<std::size_t>(index)].lastUsed : 0;
 }
 
+// The count comes from the cache file, which may hold any value; it stops at the largest.
 void QdlBinCodesContainer::Touch(QdlBinCodeItem& item) const {
-    ++item.usedCount;
+    if (item.usedCount < std::numeric_limits<std::int32_t>::max())
+        ++item.usedCount;
     item.lastUsed = static_cast<std::int32_t>(TIGetTime());
 }
 
