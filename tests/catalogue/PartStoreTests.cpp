@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -118,6 +119,44 @@ TEST_F(PartStore, StoringAKnownFileAgainReloadsItInPlace) {
     Set().DeleteLibPart(process, reloaded);
     EXPECT_EQ(Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString())), nullptr);
     EXPECT_EQ(Set().GetIndexByLibPart(reloaded), -1);
+}
+
+// A host's data that tells on which thread its last reference went.
+class ThreadNote : public LM::SymbolUserData {
+public:
+    explicit ThreadNote(std::thread::id* releasedOn) : releasedOn(releasedOn) {}
+    ~ThreadNote() override { *releasedOn = std::this_thread::get_id(); }
+
+private:
+    std::thread::id* releasedOn;
+};
+
+TEST_F(PartStore, EnumeratingAgainReplacesTheCatalogueWholeAndReleasesHostDataOnTheCallersThread) {
+    // Enough parts that the replaced catalogue is torn down beside the next walk.
+    for (std::uint32_t n = 10; n < 1008; ++n) {
+        const std::string name = "Part " + std::to_string(n);
+        SavePart("Lib/Objects/Many/" + name + ".klm", TestId(n), name.c_str(), {TestId(1)});
+    }
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    const std::vector<std::string> first = Catalogue();
+    ASSERT_EQ(first.size(), 1000U);
+
+    std::thread::id releasedOn;
+    const LM::LibPart* chair = Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString()));
+    Set().SetUserData(chair, KL::Guid(7, 0, 0, {}),
+                      KL::ConstSharedPtr<LM::SymbolUserData>(new ThreadNote(&releasedOn)));
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(releasedOn, std::this_thread::get_id());
+    // Twice more, the second while the teardown of the first may still run.
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(Catalogue(), first);
+    const LM::LibPart* part = Set().GetLibPart(LM::LibPartId(TestId(1000), KL::UniString()));
+    ASSERT_NE(part, nullptr);
+    ASSERT_NE(part->GetAncestryId(), nullptr);
+    EXPECT_TRUE(Set().GetAncestryHierarchy()->IsNodeOnPath(part->GetAncestryId(), TestId(1)));
+    EXPECT_EQ(Set().GetAncestryHierarchy()->GetPathReferenceCount(Set().GetAncestryHierarchy()->GetRoot()),
+              1000U);
 }
 
 TEST_F(PartStore, DummiesStandForMissingPartsAndPointToTheirAncestors) {

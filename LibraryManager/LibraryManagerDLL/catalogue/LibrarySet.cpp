@@ -58,6 +58,7 @@ LibrarySet::LibrarySet(QdlBinCodesContainer* binCodes, ILibraryErrorHandler& err
 }
 
 LibrarySet::~LibrarySet() {
+    teardown.Wait();
     delete std::exchange(libParts, nullptr);
     delete std::exchange(folderSet, nullptr);
     delete std::exchange(activeLibraries, nullptr);
@@ -554,13 +555,12 @@ int LibrarySet::EnumerateLibraries(KL::ProcessControl& process) {
 }
 
 void LibrarySet::StartNewCatalogue() {
-    delete std::exchange(libParts, nullptr);
-    delete std::exchange(folderSet, nullptr);
+    teardown.HandOver(std::unique_ptr<LibPartSet>(std::exchange(libParts, nullptr)),
+                      std::unique_ptr<FolderSet>(std::exchange(folderSet, nullptr)), hierarchy->TakeTree());
     libParts = new LibPartSet(errorHandler, this);
     folderSet = new FolderSet;
     if (activeLibraries == nullptr)
         activeLibraries = new LibraryList;
-    hierarchy->Clear();
     inBatch = false;
     batchFolderSetDirty = false;
     batchHierarchyDirty = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "catalogue/CatalogueTeardown.hpp"
 #include "catalogue/LibPart.hpp"
 #include "catalogue/LibPartId.hpp"
 #include "catalogue/LibraryModes.hpp"
@@ -426,6 +427,7 @@ private:
     FolderSet* folderSet = nullptr;
     LibraryList* activeLibraries = nullptr;
     AncestryHierarchy* hierarchy = nullptr;
+    CatalogueTeardown teardown;
     FileTypeList storableFileTypes;
     FileTypeList unsupportedFileTypes;
     FTM::GroupID textTypeGroupOverride;
