@@ -52,11 +52,11 @@ void ThrowMemoryManagerError(int code) {
 Paths::Paths() = default;
 
 Paths::~Paths() {
-    DeleteTree(std::exchange(root, nullptr));
+    DeleteSubtree(std::exchange(root, nullptr));
 }
 
 // Iterative: a hostile part may bring a chain thousands of ancestors deep.
-void Paths::DeleteTree(TreeEntry* node) {
+void Paths::DeleteSubtree(TreeEntry* node) {
     std::vector<TreeEntry*> pending;
     if (node != nullptr)
         pending.push_back(node);
@@ -253,13 +253,8 @@ void Paths::GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection
 }
 
 void Paths::Clear() {
-    DeleteTree(TakeTree());
-}
-
-Paths::TreeEntry* Paths::TakeTree() {
-    TreeEntry* tree = std::exchange(root, nullptr);
+    DeleteSubtree(std::exchange(root, nullptr));
     MakeRoot(KL::UnID());
-    return tree;
 }
 
 void Paths::Print(KL::OChannel* channel, NameFunction nameFunction, void* userData) const {

@@ -67,11 +67,6 @@ public:
 
     // Leaves a fresh root with count 0.
     void Clear();
-    // As Clear, but hands the old tree to the caller instead of deleting it; the caller deletes it
-    // with DeleteTree, on any thread, since nothing here leads to it any more.
-    TreeEntry* TakeTree();
-    // Deletes a node and every node below it.
-    static void DeleteTree(TreeEntry* node);
     using KL::Object::Print;
     void Print(KL::OChannel* channel, NameFunction nameFunction, void* userData) const;
 
@@ -81,6 +76,7 @@ private:
     void DeleteUnreferencedLeafItem(TreeEntry* node);
     void PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth,
                        std::vector<char>* lastAtDepth, NameFunction nameFunction, void* userData) const;
+    static void DeleteSubtree(TreeEntry* node);
 
     TreeEntry* root = nullptr;
 };

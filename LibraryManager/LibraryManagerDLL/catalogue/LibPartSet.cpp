@@ -328,13 +328,6 @@ void LibPartSet::ResetIdTable() {
     }
 }
 
-void LibPartSet::ClearUserData() {
-    for (LibPart& part : parts)
-        part.ClearUserData();
-    for (LibPart& part : duplicates)
-        part.ClearUserData();
-}
-
 void LibPartSet::Reserve(std::size_t more) {
     const std::size_t count = parts.GetSize() + more;
     idToPart.Reserve(count);

@@ -101,8 +101,6 @@ public:
     // Forgets every id that still leads to `part`.
     void RemoveIds(LibPart* part);
     void ResetIdTable();
-    // Lets the host's data on every record go, in the part table and the duplicate store.
-    void ClearUserData();
 
     // Room in the id tables for `more` records beyond those held, so that a pass that knows its
     // count does not grow them step by step.

@@ -58,7 +58,6 @@ LibrarySet::LibrarySet(QdlBinCodesContainer* binCodes, ILibraryErrorHandler& err
 }
 
 LibrarySet::~LibrarySet() {
-    teardown.Wait();
     delete std::exchange(libParts, nullptr);
     delete std::exchange(folderSet, nullptr);
     delete std::exchange(activeLibraries, nullptr);
@@ -555,12 +554,13 @@ int LibrarySet::EnumerateLibraries(KL::ProcessControl& process) {
 }
 
 void LibrarySet::StartNewCatalogue() {
-    teardown.HandOver(std::unique_ptr<LibPartSet>(std::exchange(libParts, nullptr)),
-                      std::unique_ptr<FolderSet>(std::exchange(folderSet, nullptr)), hierarchy->TakeTree());
+    delete std::exchange(libParts, nullptr);
+    delete std::exchange(folderSet, nullptr);
     libParts = new LibPartSet(errorHandler, this);
     folderSet = new FolderSet;
     if (activeLibraries == nullptr)
         activeLibraries = new LibraryList;
+    hierarchy->Clear();
     inBatch = false;
     batchFolderSetDirty = false;
     batchHierarchyDirty = false;

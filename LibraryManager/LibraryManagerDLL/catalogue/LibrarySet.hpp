@@ -1,6 +1,5 @@
 #pragma once
 
-#include "catalogue/CatalogueTeardown.hpp"
 #include "catalogue/LibPart.hpp"
 #include "catalogue/LibPartId.hpp"
 #include "catalogue/LibraryModes.hpp"
@@ -427,7 +426,6 @@ private:
     FolderSet* folderSet = nullptr;
     LibraryList* activeLibraries = nullptr;
     AncestryHierarchy* hierarchy = nullptr;
-    CatalogueTeardown teardown;
     FileTypeList storableFileTypes;
     FileTypeList unsupportedFileTypes;
     FTM::GroupID textTypeGroupOverride;
