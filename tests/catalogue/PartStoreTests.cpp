@@ -2,6 +2,7 @@
 // time, deletions that promote a duplicate, dummies and their proxies, batches, and forwarders of
 // unknown ids.
 #include "support/Catalogue.hpp"
+#include "support/ReleaseNote.hpp"
 
 #include <LibraryManager.hpp>
 
@@ -120,16 +121,6 @@ TEST_F(PartStore, StoringAKnownFileAgainReloadsItInPlace) {
     EXPECT_EQ(Set().GetIndexByLibPart(reloaded), -1);
 }
 
-// A host's data that tells when its last reference went.
-class ReleaseNote : public LM::SymbolUserData {
-public:
-    explicit ReleaseNote(bool* released) : released(released) {}
-    ~ReleaseNote() override { *released = true; }
-
-private:
-    bool* released;
-};
-
 TEST_F(PartStore, EnumeratingAgainReplacesTheCatalogueWholeAndLetsTheHostsDataGo) {
     for (std::uint32_t n = 10; n < 210; ++n) {
         const std::string name = "Part " + std::to_string(n);
@@ -141,8 +132,7 @@ TEST_F(PartStore, EnumeratingAgainReplacesTheCatalogueWholeAndLetsTheHostsDataGo
 
     bool released = false;
     const LM::LibPart* chair = Set().GetLibPart(LM::LibPartId(TestId(2), KL::UniString()));
-    Set().SetUserData(chair, KL::Guid(7, 0, 0, {}),
-                      KL::ConstSharedPtr<LM::SymbolUserData>(new ReleaseNote(&released)));
+    Set().SetUserData(chair, KL::Guid(7, 0, 0, {}), testsupport::NewReleaseNote(&released));
     ASSERT_EQ(Set().Enumerate(process), 0);
     EXPECT_TRUE(released);
     ASSERT_EQ(Set().Enumerate(process), 0);

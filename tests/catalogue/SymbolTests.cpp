@@ -1,5 +1,6 @@
 // Symbol records: filled from real part files, streamed as the library cache's record, dumped as
 // XML, and their files opened once whatever thread asks first.
+#include "support/ReleaseNote.hpp"
 #include "support/ScratchFolder.hpp"
 
 #include <LibraryManager.hpp>
@@ -31,6 +32,7 @@ namespace {
 
 using Access = LM::SymbolStreamAccess;
 using LPF::MakeCode;
+using testsupport::NewReleaseNote;
 using testsupport::ScratchFolder;
 
 constexpr KL::Guid MainGuid("3F2A6C10-5D4E-4B7A-9C81-0E2F3A4B5C61");
@@ -43,20 +45,6 @@ constexpr KL::UnID ChairId(MainGuid, RevisionGuid);
 
 // Bytes of the record before the ancestry: own id, two flags, migration value, ancestry size.
 constexpr std::size_t AncestryOffset = 2 * 16 + 3 + 4;
-
-// A client's data that tells when its last reference went.
-class Note : public LM::SymbolUserData {
-public:
-    explicit Note(bool* released) : released(released) {}
-    ~Note() override { *released = true; }
-
-private:
-    bool* released;
-};
-
-KL::ConstSharedPtr<LM::SymbolUserData> NewNote(bool* released) {
-    return KL::ConstSharedPtr<LM::SymbolUserData>(new Note(released));
-}
 
 std::string AncestryBytes() {
     LM::AncestryInfo ancestry;
@@ -245,7 +233,7 @@ TEST(Symbol, StartsEmptyAndClearKeepsIdentityAndPlace) {
     symbol.SetArchivable(true);
     symbol.SetMigrationValue(LPF::Obsolete);
     symbol.SetQdlBinCodeIndex(QDL_2DScript, 4);
-    symbol.SetUserData(MainGuid, NewNote(&released));
+    symbol.SetUserData(MainGuid, NewReleaseNote(&released));
     EXPECT_TRUE(symbol.IsTemplate() && symbol.IsPlaceable() && symbol.IsArchivable());
     EXPECT_EQ(symbol.GetMigrationValue(), LPF::Obsolete);
 
@@ -266,13 +254,13 @@ TEST(Symbol, UserDataIsOneCountedEntryPerClient) {
 
     bool firstReleased = false;
     bool secondReleased = false;
-    KL::ConstSharedPtr<LM::SymbolUserData> first = NewNote(&firstReleased);
+    KL::ConstSharedPtr<LM::SymbolUserData> first = NewReleaseNote(&firstReleased);
     symbol.SetUserData(MainGuid, first);
     EXPECT_EQ(symbol.GetUserData(MainGuid).Get(), first.Get());
     EXPECT_TRUE(symbol.GetUserData(RevisionGuid).IsNull());
     EXPECT_EQ(first->GetReferenceCount(), 2U);
 
-    symbol.SetUserData(MainGuid, NewNote(&secondReleased));
+    symbol.SetUserData(MainGuid, NewReleaseNote(&secondReleased));
     EXPECT_NE(symbol.GetUserData(MainGuid).Get(), first.Get());
     EXPECT_EQ(first->GetReferenceCount(), 1U); // the replaced entry was let go
     first.Reset();
@@ -284,12 +272,12 @@ TEST(Symbol, UserDataIsOneCountedEntryPerClient) {
 
     bool clearedReleased = false;
     bool destroyedReleased = false;
-    symbol.SetUserData(RevisionGuid, NewNote(&clearedReleased));
+    symbol.SetUserData(RevisionGuid, NewReleaseNote(&clearedReleased));
     symbol.ClearUserData();
     EXPECT_TRUE(clearedReleased);
     {
         LM::Symbol scoped;
-        scoped.SetUserData(MainGuid, NewNote(&destroyedReleased));
+        scoped.SetUserData(MainGuid, NewReleaseNote(&destroyedReleased));
     }
     EXPECT_TRUE(destroyedReleased);
 }
@@ -304,7 +292,7 @@ TEST_F(SymbolRecord, FillReadsThePartFileAndKeepsWhatTheCatalogueOwns) {
     symbol.SetAncestryId(node);
     symbol.SetAsTemplate(true);
     symbol.SetQdlBinCodeIndex(QDL_3DScript, 12);
-    symbol.SetUserData(MainGuid, NewNote(&released));
+    symbol.SetUserData(MainGuid, NewReleaseNote(&released));
 
     int modTime = 0;
     KL::UniString name;
