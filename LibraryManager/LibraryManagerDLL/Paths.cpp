@@ -4,6 +4,7 @@
 #include "KLRoot/Exceptions.hpp"
 #include "KLRoot/OChannel.hpp"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -225,10 +226,20 @@ void Paths::DeleteUnreferencedLeafItem(TreeEntry* node) {
     delete node;
 }
 
+std::vector<Paths::TreeEntry*> Paths::SortedChildren(const TreeEntry* node) {
+    std::vector<TreeEntry*> children;
+    children.reserve(node->children.size());
+    for (const auto& [id, child] : node->children)
+        children.push_back(child);
+    std::sort(children.begin(), children.end(),
+              [](const TreeEntry* a, const TreeEntry* b) { return TreeEntry::IdOrder()(a->id, b->id); });
+    return children;
+}
+
 void Paths::GetChildren(const TreeEntry* node, KL::Queue<TreeEntry*>* collection) const {
     if (node == nullptr)
         return;
-    for (const auto& [id, child] : node->children)
+    for (TreeEntry* child : SortedChildren(node))
         collection->Push(child);
 }
 
@@ -236,9 +247,12 @@ void Paths::GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection
     if (node == nullptr)
         return;
     // Depth first with an explicit stack; children go on it in reverse to come off ascending.
+    const auto pushDescending = [](const TreeEntry* parent, std::vector<TreeEntry*>* stack) {
+        const std::vector<TreeEntry*> children = SortedChildren(parent);
+        stack->insert(stack->end(), children.rbegin(), children.rend());
+    };
     std::vector<TreeEntry*> pending;
-    for (auto child = node->children.rbegin(); child != node->children.rend(); ++child)
-        pending.push_back(child->second);
+    pushDescending(node, &pending);
     while (!pending.empty()) {
         TreeEntry* next = pending.back();
         pending.pop_back();
@@ -247,8 +261,7 @@ void Paths::GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection
             below += child->count;
         if (next->count > below)
             collection->Push(next);
-        for (auto child = next->children.rbegin(); child != next->children.rend(); ++child)
-            pending.push_back(child->second);
+        pushDescending(next, &pending);
     }
 }
 
@@ -277,13 +290,14 @@ void Paths::PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned
     std::string prefix;
     for (unsigned level = 1; level < depth; ++level)
         prefix += (*lastAtDepth)[level] ? "    " : "|   ";
-    std::size_t remaining = node->children.size();
-    for (const auto& [id, child] : node->children) {
+    const std::vector<TreeEntry*> children = SortedChildren(node);
+    std::size_t remaining = children.size();
+    for (const TreeEntry* child : children) {
         channel << prefix << "|\n" << prefix << "+---";
         if (nameFunction != nullptr)
-            nameFunction(userData, channel, id);
+            nameFunction(userData, channel, child->id);
         else
-            channel << IdText(id);
+            channel << IdText(child->id);
         channel << " (" << child->count << ")\n";
         (*lastAtDepth)[depth] = --remaining == 0;
         PrintChildren(channel, child, depth + 1, lastAtDepth, nameFunction, userData);

@@ -8,8 +8,8 @@
 #include "KLRoot/Queue.hpp"
 
 #include <cstdint>
-#include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace KL {
@@ -77,6 +77,8 @@ private:
     void PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth,
                        std::vector<char>* lastAtDepth, NameFunction nameFunction, void* userData) const;
     static void DeleteSubtree(TreeEntry* node);
+    // A node's children in ascending id order.
+    static std::vector<TreeEntry*> SortedChildren(const TreeEntry* node);
 
     TreeEntry* root = nullptr;
 };
@@ -99,8 +101,10 @@ private:
     struct IdOrder {
         bool operator()(const KL::UnID& a, const KL::UnID& b) const { return a.Compare(b) < 0; }
     };
-    // A balanced search tree in ascending id order; no node owns another through it, Paths does.
-    using ChildSet = std::map<KL::UnID, TreeEntry*, IdOrder>;
+    // A hash table: a type of a large library has thousands of parts below it, which a search
+    // tree visits in a cache miss per level. Listings sort the children. No node owns another
+    // through it, Paths does.
+    using ChildSet = std::unordered_map<KL::UnID, TreeEntry*>;
 
     TreeEntry* parent;
     ChildSet children;
