@@ -7,9 +7,12 @@
 
 #include <memory>
 #include <new>
-#include <typeinfo>
 
 namespace LM {
+
+const std::vector<std::uint32_t>* ILibItemOrder::GetWholeOrder(const LibrarySet&) const {
+    return nullptr;
+}
 
 ILibItemOrder::~ILibItemOrder() = default;
 
@@ -17,6 +20,11 @@ ILibItemCriteria::~ILibItemCriteria() = default;
 
 int LibItemOrderByName::operator()(const LibrarySet& librarySet, int position) const {
     return librarySet.GetSortedSymbolIndexByName(position);
+}
+
+const std::vector<std::uint32_t>* LibItemOrderByName::GetWholeOrder(const LibrarySet& librarySet) const {
+    const LibPartSet* parts = librarySet.GetLibPartSet();
+    return parts != nullptr ? &parts->GetIndexByName() : nullptr;
 }
 
 struct LibItemWalk::State {
@@ -27,8 +35,8 @@ struct LibItemWalk::State {
         count = parts != nullptr ? static_cast<int>(parts->GetCount()) : 0;
         // The catalogue holds still during a walk: the orders it keeps itself are read in place,
         // a step then costs what a walk over an array costs.
-        if (order != nullptr && parts != nullptr && typeid(*order) == typeid(LibItemOrderByName))
-            sequence = &parts->GetIndexByName();
+        if (order != nullptr)
+            sequence = order->GetWholeOrder(set);
         position = direction == Forward ? -1 : count;
     }
 

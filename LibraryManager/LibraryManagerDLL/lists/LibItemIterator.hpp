@@ -3,6 +3,8 @@
 #include "KLRoot/KLExport.hpp"
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace LM {
 
@@ -13,6 +15,9 @@ class LibrarySet;
 class LM_EXPORT ILibItemOrder {
 public:
     virtual int operator()(const LibrarySet& librarySet, int position) const = 0;
+    // The record of every position at once, when the catalogue keeps this order itself: a walk
+    // then reads it in place instead of asking position by position. Null otherwise.
+    virtual const std::vector<std::uint32_t>* GetWholeOrder(const LibrarySet& librarySet) const;
     virtual ~ILibItemOrder();
 };
 
@@ -27,6 +32,7 @@ public:
 class LM_EXPORT LibItemOrderByName : public ILibItemOrder {
 public:
     int operator()(const LibrarySet& librarySet, int position) const override;
+    const std::vector<std::uint32_t>* GetWholeOrder(const LibrarySet& librarySet) const override;
 };
 
 // Walks the records of a catalogue in an order, through a filter; deleted slots are never visited.
