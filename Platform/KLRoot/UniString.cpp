@@ -16,10 +16,6 @@ namespace {
 constexpr std::uint32_t FnvOffset = 2166136261u;
 constexpr std::uint32_t FnvPrime = 16777619u;
 
-constexpr UniChar AsciiLower(UniChar c) {
-    return (c >= u'A' && c <= u'Z') ? static_cast<UniChar>(c + 32) : c;
-}
-
 // Compares with ASCII folding up to the first difference; a non-ASCII unit met before it makes the
 // answer ICU's (returns false). A difference between two ASCII units decides alone: folding of
 // what follows cannot change it.
@@ -41,10 +37,6 @@ bool TryCompareAsciiFolded(std::u16string_view a, std::u16string_view b, int& re
         return false;
     result = a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
     return true;
-}
-
-bool IsAsciiText(std::u16string_view text) {
-    return std::all_of(text.begin(), text.end(), [](UniChar c) { return c < 0x80; });
 }
 
 // Runs an ICU case mapping with preflighting: the result may be longer than the source.

@@ -23,6 +23,18 @@ constexpr std::uint16_t CodePointOrderOf(UniChar c) {
     return static_cast<std::uint16_t>(c >= 0xE000 ? c - 0x800u : c + 0x2000u);
 }
 
+// Full case folding of ASCII text is this alone: A to Z lowered.
+constexpr UniChar AsciiLower(UniChar c) {
+    return (c >= u'A' && c <= u'Z') ? static_cast<UniChar>(c + 32) : c;
+}
+
+inline bool IsAsciiText(std::u16string_view text) {
+    for (const UniChar c : text)
+        if (c >= 0x80)
+            return false;
+    return true;
+}
+
 // Negative, zero or positive, in code point order, exactly (UniString::Compare on views).
 LM_EXPORT int CompareCodePointOrder(std::u16string_view a, std::u16string_view b);
 

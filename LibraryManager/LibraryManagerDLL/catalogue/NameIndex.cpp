@@ -22,10 +22,9 @@ int CompareTypes(std::int32_t type, std::int32_t other) {
     return type < other ? -1 : (type > other ? 1 : 0);
 }
 
+// Names are stored with ":" for "/".
 constexpr KL::UniChar AsciiFolded(KL::UniChar c) {
-    if (c == u'/')
-        return u':';
-    return (c >= u'A' && c <= u'Z') ? static_cast<KL::UniChar>(c + 32) : c;
+    return c == u'/' ? u':' : KL::AsciiLower(c);
 }
 
 } // namespace
@@ -37,11 +36,9 @@ NameHead::NameHead(std::u16string_view folded) {
 
 NameQuery::NameQuery(const KL::UniString& name) : text(Fold(name)), head(text) {}
 
-// Full case folding of ASCII is A to Z alone.
 std::u16string_view NameQuery::Fold(const KL::UniString& name) {
     const std::u16string_view units = name.View();
-    if (units.size() <= shortText.size() &&
-        std::all_of(units.begin(), units.end(), [](KL::UniChar c) { return c < 0x80; })) {
+    if (units.size() <= shortText.size() && KL::IsAsciiText(units)) {
         std::transform(units.begin(), units.end(), shortText.begin(), AsciiFolded);
         return {shortText.data(), units.size()};
     }
