@@ -6,6 +6,7 @@
 //
 //   e2e_bench LIBRARY [LIBMGR]
 #include "BenchClock.hpp"
+#include "TreeWalk.hpp"
 
 #include <LibraryManager.hpp>
 
@@ -25,42 +26,11 @@
 
 namespace {
 
+using bench::HeaderWalk;
 using bench::Median;
 using bench::Milliseconds;
-
-struct WalkFacts {
-    std::size_t files = 0;
-    std::uint64_t bytes = 0;
-};
-
-// Opens every regular file in readdir order, reads up to `bytesPerFile` in reads of `chunk`, and
-// closes it; one thread.
-WalkFacts PlainOpenReadWalk(const std::filesystem::path& root, std::size_t bytesPerFile, std::size_t chunk) {
-    WalkFacts facts;
-    std::vector<char> buffer(chunk);
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-        if (!entry.is_regular_file())
-            continue;
-        const int fd = ::open(entry.path().c_str(), O_RDONLY);
-        if (fd < 0)
-            continue;
-        std::uint64_t read = 0;
-        for (ssize_t n; read < bytesPerFile && (n = ::read(fd, buffer.data(), buffer.size())) > 0;)
-            read += static_cast<std::uint64_t>(n);
-        facts.bytes += read;
-        ::close(fd);
-        ++facts.files;
-    }
-    return facts;
-}
-
-WalkFacts HeaderWalk(const std::filesystem::path& root) {
-    return PlainOpenReadWalk(root, 4096, 4096);
-}
-
-WalkFacts WholeFileWalk(const std::filesystem::path& root) {
-    return PlainOpenReadWalk(root, SIZE_MAX, 64 * 1024);
-}
+using bench::WalkFacts;
+using bench::WholeFileWalk;
 
 // A field of /proc/self/status in KiB: VmRSS now, VmHWM the peak since the last reset.
 long StatusKiB(const std::string& field) {

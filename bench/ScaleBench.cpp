@@ -5,6 +5,7 @@
 //
 //   scale_bench LIBMGR LIBRARY...
 #include "BenchClock.hpp"
+#include "TreeWalk.hpp"
 
 #include <cstdio>
 #include <cstdlib>
@@ -32,22 +33,6 @@ struct Measure {
     double enumerateMs = 0;
     long peakKiB = 0;
 };
-
-std::size_t HeaderWalk(const fs::path& root) {
-    std::size_t files = 0;
-    char buffer[4096];
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (!entry.is_regular_file())
-            continue;
-        const int fd = ::open(entry.path().c_str(), O_RDONLY);
-        if (fd < 0)
-            continue;
-        if (::read(fd, buffer, sizeof buffer) >= 0)
-            ++files;
-        ::close(fd);
-    }
-    return files;
-}
 
 // Runs LIBMGR enumerate --json on the library with its output in `output`; the peak resident
 // memory of the child comes from wait4.
@@ -95,8 +80,8 @@ int main(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
         const fs::path library = fs::absolute(argv[i]);
         Measure measure;
-        measure.files = HeaderWalk(library); // fills the page cache, as for every other row
-        measure.walkMs = bench::Milliseconds([&] { HeaderWalk(library); });
+        measure.files = bench::HeaderWalk(library).files; // fills the page cache, as for every other row
+        measure.walkMs = bench::Milliseconds([&] { bench::HeaderWalk(library); });
         if (!RunEnumerate(libmgr, library, output, &measure)) {
             std::fprintf(stderr, "scale_bench: libmgr enumerate failed on %s\n", library.c_str());
             return 1;
