@@ -1,5 +1,7 @@
 // Feeds arbitrary bytes to the compiled script cache's reader as a cache file: the table read into a
 // list, then the file loaded as a store that reads every item's code and ancestry back.
+#include "FuzzFolder.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <cstddef>
@@ -7,17 +9,11 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
 const std::filesystem::path& Folder() {
-    static const std::filesystem::path folder = [] {
-        const std::filesystem::path made =
-            std::filesystem::temp_directory_path() / ("lm-fuzz-bincode-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(made);
-        return made;
-    }();
+    static const std::filesystem::path folder = fuzz::MakeFolder("bincode");
     return folder;
 }
 

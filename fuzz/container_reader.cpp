@@ -1,6 +1,8 @@
 // Feeds arbitrary bytes to the container reader as a container file: the walk that mounts it, and
 // then every folder listed and every file read through the mounted file system's entries, the
 // compressed ones inflated.
+#include "FuzzFolder.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <cstddef>
@@ -8,19 +10,13 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
 namespace {
 
 const std::filesystem::path& Folder() {
-    static const std::filesystem::path folder = [] {
-        const std::filesystem::path made =
-            std::filesystem::temp_directory_path() / ("lm-fuzz-container-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(made);
-        return made;
-    }();
+    static const std::filesystem::path folder = fuzz::MakeFolder("container");
     return folder;
 }
 

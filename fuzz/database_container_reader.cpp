@@ -1,6 +1,8 @@
 // Feeds arbitrary bytes to the database container readers as a container file: the check by
 // content, and the walk that writes every folder and file out. Whatever the database links, the
 // output stays in its own folder, which is emptied after each input.
+#include "FuzzFolder.hpp"
+
 #include <LibraryManager.hpp>
 
 #include <cstddef>
@@ -10,15 +12,12 @@
 #include <fstream>
 #include <string>
 #include <system_error>
-#include <unistd.h>
 
 namespace {
 
 const std::filesystem::path& Folder() {
     static const std::filesystem::path folder = [] {
-        const std::filesystem::path made =
-            std::filesystem::temp_directory_path() / ("lm-fuzz-database-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(made);
+        const std::filesystem::path made = fuzz::MakeFolder("database");
         // The preference the format reads lives here, never in a real home.
         ::setenv("LIBMGR_PREFERENCES", (made / "preferences.json").c_str(), 1);
         LM::SetDatabaseLibraryContainerFormatEnabled(true);
