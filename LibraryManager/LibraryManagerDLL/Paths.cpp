@@ -1,5 +1,7 @@
 #include "Paths.hpp"
 
+#include "PathNodeStore.hpp"
+
 #include "KLRoot/ErrorCodes.hpp"
 #include "KLRoot/Exceptions.hpp"
 #include "KLRoot/OChannel.hpp"
@@ -50,29 +52,13 @@ void ThrowMemoryManagerError(int code) {
     }
 }
 
-Paths::Paths() = default;
+Paths::Paths() : store(std::make_unique<NodeStore>()) {}
 
-Paths::~Paths() {
-    DeleteSubtree(std::exchange(root, nullptr));
-}
-
-// Iterative: a hostile part may bring a chain thousands of ancestors deep.
-void Paths::DeleteSubtree(TreeEntry* node) {
-    std::vector<TreeEntry*> pending;
-    if (node != nullptr)
-        pending.push_back(node);
-    while (!pending.empty()) {
-        TreeEntry* next = pending.back();
-        pending.pop_back();
-        for (const auto& [id, child] : next->children)
-            pending.push_back(child);
-        delete next;
-    }
-}
+Paths::~Paths() = default;
 
 Paths::TreeEntry* Paths::MakeRoot(const KL::UnID& id) {
     if (root == nullptr)
-        root = new TreeEntry(nullptr, id, 0);
+        root = store->MakeRoot(id);
     return root->id == id ? root : nullptr;
 }
 
@@ -134,18 +120,12 @@ Paths::TreeEntry* Paths::AddChild(TreeEntry* parent, const KL::UnID& id) {
         ++last->count;
         return last;
     }
-    auto [slot, inserted] = parent->children.try_emplace(id, nullptr);
-    if (!inserted) {
-        ++slot->second->count;
-        return parent->lastAdded = slot->second;
-    }
-    try {
-        slot->second = new TreeEntry(parent, id, 1);
-    } catch (...) {
-        parent->children.erase(slot);
-        throw;
-    }
-    return parent->lastAdded = slot->second;
+    TreeEntry* child = store->FindChild(parent, id);
+    if (child != nullptr)
+        ++child->count;
+    else
+        child = store->MakeChild(parent, id);
+    return parent->lastAdded = child;
 }
 
 Paths::TreeEntry* Paths::AddPath(const KL::UnID* ids, unsigned count) {
@@ -218,21 +198,16 @@ void Paths::DeletePath(TreeEntry* node) {
 
 void Paths::DeleteUnreferencedLeafItem(TreeEntry* node) {
     Require(node->count == 0 && !node->HasChildren(), "DeleteUnreferencedLeafItem", __LINE__);
-    if (node->parent == nullptr)
-        return;
-    node->parent->children.erase(node->id);
-    if (node->parent->lastAdded == node)
-        node->parent->lastAdded = nullptr;
-    delete node;
+    if (node->parent != nullptr)
+        store->Free(node);
 }
 
 std::vector<Paths::TreeEntry*> Paths::SortedChildren(const TreeEntry* node) {
     std::vector<TreeEntry*> children;
-    children.reserve(node->children.size());
-    for (const auto& [id, child] : node->children)
+    for (TreeEntry* child = node->firstChild; child != nullptr; child = child->nextSibling)
         children.push_back(child);
     std::sort(children.begin(), children.end(),
-              [](const TreeEntry* a, const TreeEntry* b) { return TreeEntry::IdOrder()(a->id, b->id); });
+              [](const TreeEntry* a, const TreeEntry* b) { return a->id.Compare(b->id) < 0; });
     return children;
 }
 
@@ -257,7 +232,7 @@ void Paths::GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection
         TreeEntry* next = pending.back();
         pending.pop_back();
         std::uint64_t below = 0;
-        for (const auto& [id, child] : next->children)
+        for (const TreeEntry* child = next->firstChild; child != nullptr; child = child->nextSibling)
             below += child->count;
         if (next->count > below)
             collection->Push(next);
@@ -266,7 +241,8 @@ void Paths::GetPathEnds(const TreeEntry* node, KL::Queue<TreeEntry*>* collection
 }
 
 void Paths::Clear() {
-    DeleteSubtree(std::exchange(root, nullptr));
+    root = nullptr;
+    store->Clear();
     MakeRoot(KL::UnID());
 }
 

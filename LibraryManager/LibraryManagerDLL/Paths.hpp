@@ -8,8 +8,8 @@
 #include "KLRoot/Queue.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace KL {
@@ -71,48 +71,46 @@ public:
     void Print(KL::OChannel* channel, NameFunction nameFunction, void* userData) const;
 
 private:
+    class NodeStore;
+
     TreeEntry* MakeRoot(const KL::UnID& id);
-    static TreeEntry* AddChild(TreeEntry* parent, const KL::UnID& id);
+    TreeEntry* AddChild(TreeEntry* parent, const KL::UnID& id);
     void DeleteUnreferencedLeafItem(TreeEntry* node);
     void PrintChildren(KL::OChannel& channel, const TreeEntry* node, unsigned depth,
                        std::vector<char>* lastAtDepth, NameFunction nameFunction, void* userData) const;
-    static void DeleteSubtree(TreeEntry* node);
     // A node's children in ascending id order.
     static std::vector<TreeEntry*> SortedChildren(const TreeEntry* node);
 
+    std::unique_ptr<NodeStore> store;
     TreeEntry* root = nullptr;
 };
 
 // One node of a path tree.
 class LM_EXPORT Paths::TreeEntry {
 public:
-    TreeEntry(TreeEntry* parent, const KL::UnID& id, std::uint32_t count)
-        : parent(parent), id(id), count(count) {}
     TreeEntry(const TreeEntry&) = delete;
     TreeEntry& operator=(const TreeEntry&) = delete;
 
     TreeEntry* GetParent() const { return parent; }
     const KL::UnID& GetId() const { return id; }
     std::uint32_t GetCount() const { return count; }
-    bool HasChildren() const { return !children.empty(); }
+    bool HasChildren() const { return firstChild != nullptr; }
 
 private:
     friend class Paths;
-    struct IdOrder {
-        bool operator()(const KL::UnID& a, const KL::UnID& b) const { return a.Compare(b) < 0; }
-    };
-    // A hash table: a type of a large library has thousands of parts below it, which a search
-    // tree visits in a cache miss per level. Listings sort the children. No node owns another
-    // through it, Paths does.
-    using ChildSet = std::unordered_map<KL::UnID, TreeEntry*>;
+    TreeEntry() = default;
 
-    TreeEntry* parent;
-    ChildSet children;
+    // Nodes belong to the tree's store, which also finds a child by id; the sibling list, in no
+    // order, is for walks, which sort.
+    TreeEntry* parent = nullptr;
+    TreeEntry* firstChild = nullptr;
+    TreeEntry* nextSibling = nullptr;
+    TreeEntry* previousSibling = nullptr;
     // The child last added to: parts arrive folder by folder, and the parts of a folder mostly
     // share their ancestors, so most additions find their child here without a search.
     TreeEntry* lastAdded = nullptr;
     KL::UnID id;
-    std::uint32_t count;
+    std::uint32_t count = 0;
 };
 
 } // namespace LM

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -112,6 +114,53 @@ TEST(Paths, AppendsReplacesAndFindsPathEnds) {
     EXPECT_EQ(rootChildren[1]->GetId(), Id(10));
     EXPECT_EQ(paths.AddPath(nullptr, 3), nullptr);
     EXPECT_EQ(paths.AddPath(prefix, 0), nullptr);
+}
+
+// Thousands of children under a few parents, the same ids under each, removed and added again in
+// a random order: every search must still find what is there, and nothing that is not.
+TEST(Paths, ManyChildrenSurviveRandomRemovalsAgainstAModel) {
+    Paths paths;
+    constexpr std::uint32_t parents = 3;
+    constexpr std::uint32_t childrenPerParent = 3000;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, Paths::TreeEntry*> live;
+    std::mt19937 random(7);
+    for (int round = 0; round < 4; ++round) {
+        for (std::uint32_t parent = 0; parent < parents; ++parent)
+            for (std::uint32_t child = 0; child < childrenPerParent; ++child) {
+                if (live.count({parent, child}) != 0 || random() % 4 == 0)
+                    continue;
+                const KL::UnID chain[] = {Id(100000 + parent), Id(child)};
+                live[{parent, child}] = paths.AddPath(chain, 2);
+            }
+        for (auto entry = live.begin(); entry != live.end();)
+            if (random() % 2 == 0) {
+                paths.DeletePath(entry->second);
+                entry = live.erase(entry);
+            } else {
+                ++entry;
+            }
+        for (std::uint32_t parent = 0; parent < parents; ++parent)
+            for (std::uint32_t child = 0; child < childrenPerParent; child += 7) {
+                const KL::UnID chain[] = {Id(100000 + parent), Id(child)};
+                const auto found = live.find({parent, child});
+                if (found == live.end())
+                    continue;
+                // Adding an existing path finds its node; deleting it again restores the count.
+                ASSERT_EQ(paths.AddPath(chain, 2), found->second) << round << " " << parent << " " << child;
+                paths.DeletePath(found->second);
+            }
+    }
+    KL::Queue<Paths::TreeEntry*> tops;
+    paths.GetChildren(paths.GetRoot(), &tops);
+    std::size_t listed = 0;
+    for (Paths::TreeEntry* top : tops) {
+        KL::Queue<Paths::TreeEntry*> children;
+        paths.GetChildren(top, &children);
+        for (Paths::TreeEntry* child : children)
+            EXPECT_EQ(paths.GetPathReferenceCount(child), 1U);
+        listed += children.GetSize();
+    }
+    EXPECT_EQ(listed, live.size());
 }
 
 TEST(Paths, IllegalArgumentsRaiseTheirOwnTexts) {
