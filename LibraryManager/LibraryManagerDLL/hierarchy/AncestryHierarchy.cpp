@@ -6,6 +6,7 @@
 #include "lists/LibItemIterator.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 
+#include <algorithm>
 #include <vector>
 
 namespace LM {
@@ -16,12 +17,27 @@ bool IsPartFile(const LibPart& part) {
     return part.IsSymbol() && part.GetGeneralFileType() == GetSymbolFileGroup();
 }
 
-bool Flag(const KL::HashTable<const LibPart*, bool>& flags, const LibPart* part) {
-    const bool* value = flags.GetPtr(part);
-    return value != nullptr && *value;
-}
-
 } // namespace
+
+// Marks on records by catalogue index: a build visits every part, and an entry in a hash table
+// would cost an allocation each.
+class AncestryHierarchy::PartMarks {
+public:
+    explicit PartMarks(const LibrarySet& set)
+        : set(set), marks(static_cast<std::size_t>(std::max(set.GetLibPartNumber(), 0))) {}
+    void Mark(const LibPart* part) {
+        if (const int index = set.GetIndexByLibPart(part); index >= 0 && std::size_t(index) < marks.size())
+            marks[static_cast<std::size_t>(index)] = true;
+    }
+    bool IsMarked(const LibPart* part) const {
+        const int index = set.GetIndexByLibPart(part);
+        return index >= 0 && std::size_t(index) < marks.size() && marks[static_cast<std::size_t>(index)];
+    }
+
+private:
+    const LibrarySet& set;
+    std::vector<bool> marks;
+};
 
 const KL::ClassInfo AncestryHierarchy::classInfo("LM::AncestryHierarchy",
                                                  KL::Guid("0FA63CCD-E0CF-4F75-BE44-C3905969DFF5"), 2, 1);
@@ -58,8 +74,8 @@ AncestryInfo AncestryHierarchy::PathOf(const LibPart* part) const {
 void AncestryHierarchy::Build(bool conformAll) {
     if (GetRoot() == nullptr)
         return;
-    PartFlags visited;
-    PartFlags moved;
+    PartMarks visited(*librarySet);
+    PartMarks moved(*librarySet);
     EntryQueue work;
     GetChildren(GetRoot(), &work);
     while (!work.IsEmpty()) {
@@ -68,8 +84,8 @@ void AncestryHierarchy::Build(bool conformAll) {
         if (id.IsNull())
             continue; // old parts, re-anchored at the end
         if (const LibPart* part = librarySet->SearchSymbolByUnID(id, nullptr)) {
-            visited.Put(part, true);
-            if (conformAll || Flag(moved, part)) {
+            visited.Mark(part);
+            if (conformAll || moved.IsMarked(part)) {
                 ConformSymbolToNewHierarchyPosition(entry, part);
                 librarySet->DeleteAncestryUpToDate(part);
             }
@@ -86,7 +102,7 @@ void AncestryHierarchy::Build(bool conformAll) {
         EntryQueue before;
         GetChildren(present->GetAncestryId(), &before);
         MoveSubtree(entry, present, &moved);
-        if (Flag(visited, present)) {
+        if (visited.IsMarked(present)) {
             // The present revision was walked already: walk what just arrived under it.
             EntryQueue after;
             GetChildren(present->GetAncestryId(), &after);
@@ -130,7 +146,7 @@ KL::Array<const LibPart*> AncestryHierarchy::PartsEndingAt(const TreeEntry* end)
     return parts;
 }
 
-void AncestryHierarchy::MoveSubtree(TreeEntry* entry, const LibPart* part, PartFlags* moved) {
+void AncestryHierarchy::MoveSubtree(TreeEntry* entry, const LibPart* part, PartMarks* moved) {
     const AncestryInfo chain = PathOf(part);
     const unsigned depth = GetPathLength(entry) - 1;
     EntryQueue ends;
@@ -140,7 +156,7 @@ void AncestryHierarchy::MoveSubtree(TreeEntry* entry, const LibPart* part, PartF
         for (const LibPart* mover : PartsEndingAt(end)) {
             TreeEntry* newEnd =
                 ReplaceAncestryPath(chain, depth, const_cast<TreeEntry*>(mover->GetAncestryId()));
-            moved->Put(mover, true);
+            moved->Mark(mover);
             librarySet->SetAncestryId(mover, newEnd);
         }
     }

@@ -66,10 +66,10 @@ public:
     int Read(KL::IChannel& channel) override;
 
 private:
-    using PartFlags = KL::HashTable<const LibPart*, bool>;
+    class PartMarks;
     using EntryQueue = KL::Queue<TreeEntry*>;
 
-    void MoveSubtree(TreeEntry* entry, const LibPart* part, PartFlags* moved);
+    void MoveSubtree(TreeEntry* entry, const LibPart* part, PartMarks* moved);
     TreeEntry* ReplaceAncestryPath(AncestryInfo chain, unsigned depth, TreeEntry* entry);
     void ConformSymbolToNewHierarchyPosition(const TreeEntry* entry, const LibPart* part);
     unsigned GetSimilarUnIDIdxs(const KL::UnID& id, KL::PagedArray<const LibPart*, 8>* parts) const;
