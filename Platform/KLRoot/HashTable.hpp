@@ -13,6 +13,8 @@ namespace KL {
 template <typename Key, typename Value, typename Hash = std::hash<Key>, typename Equal = std::equal_to<Key>>
 class HashTable {
 public:
+    using const_iterator = typename std::unordered_map<Key, Value, Hash, Equal>::const_iterator;
+
     std::size_t GetSize() const { return table.size(); }
     bool IsEmpty() const { return table.empty(); }
 

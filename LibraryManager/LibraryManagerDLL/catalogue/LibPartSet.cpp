@@ -507,18 +507,33 @@ DuplicateReport AcceptedMembers(ILibraryErrorHandler& handler,
 
 } // namespace
 
+// The groups of a table in the catalogue order of their winners: the table is keyed by address,
+// and reports must not change with where the allocator put the records.
+std::vector<LibPartSet::DuplicateTable::const_iterator>
+LibPartSet::InCatalogueOrder(const DuplicateTable& table) const {
+    std::vector<DuplicateTable::const_iterator> groups;
+    groups.reserve(table.GetSize());
+    for (auto group = table.begin(); group != table.end(); ++group)
+        groups.push_back(group);
+    std::sort(groups.begin(), groups.end(), [this](const auto& a, const auto& b) {
+        return static_cast<std::uint32_t>(GetIndex(a->first)) <
+               static_cast<std::uint32_t>(GetIndex(b->first));
+    });
+    return groups;
+}
+
 void LibPartSet::UpdateDuplicateCounters() const {
     if (errorHandler == nullptr)
         return;
     errorHandler->Reset();
-    for (const auto& [winner, members] : nameDuplicates) {
-        const DuplicateReport report = AcceptedMembers(*errorHandler, members);
+    for (const auto& group : InCatalogueOrder(nameDuplicates)) {
+        const DuplicateReport report = AcceptedMembers(*errorHandler, group->second);
         if (report.count > 1)
             errorHandler->ReportNameDuplicate(report);
     }
-    for (const auto& [winner, members] : idDuplicates) {
-        DuplicateReport report = AcceptedMembers(*errorHandler, members);
-        report.unId = winner->GetOwnUnID();
+    for (const auto& group : InCatalogueOrder(idDuplicates)) {
+        DuplicateReport report = AcceptedMembers(*errorHandler, group->second);
+        report.unId = group->first->GetOwnUnID();
         if (report.count > 1)
             errorHandler->ReportIdDuplicate(report);
     }

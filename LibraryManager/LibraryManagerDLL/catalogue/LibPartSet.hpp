@@ -149,6 +149,7 @@ public:
 
 private:
     DuplicateLibpartData MakeDuplicateData(const LibPart& part) const;
+    std::vector<DuplicateTable::const_iterator> InCatalogueOrder(const DuplicateTable& table) const;
     // Removes the entry of `id` when it leads to `part`.
     void ForgetId(const LibPartId& id, const LibPart* part);
     bool IsDuplicateOf(const LibPartCache* entry, const LibPartId& id, const LibPart& record) const;
