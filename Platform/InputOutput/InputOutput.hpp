@@ -4,6 +4,7 @@
 // tree walks, memory and compressed channels, and the file type table.
 #include "InputOutput/File.hpp"
 #include "InputOutput/FileEntry.hpp"
+#include "InputOutput/FileHeadPrefetcher.hpp"
 #include "InputOutput/FileSystem.hpp"
 #include "InputOutput/FileType.hpp"
 #include "InputOutput/FileTypeManager.hpp"

@@ -26,6 +26,8 @@ bool TreeEnumerator::LinkFound(const Name&) {
     return false;
 }
 
+void TreeEnumerator::FolderListed(const Folder&, const Folder::TimedListing&) {}
+
 void TreeEnumerator::FolderEntered(const Name&, const Folder&) {}
 
 void TreeEnumerator::FolderExited(const Name&, const Folder&) {}
@@ -54,6 +56,7 @@ void TreeEnumerator::WalkFolder(const Folder& folder, int depth) {
         NoteFailure(err);
         return;
     }
+    FolderListed(folder, listing);
     for (const auto& [name, type, time] : listing) {
         if (stopped)
             return;

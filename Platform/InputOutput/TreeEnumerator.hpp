@@ -26,6 +26,8 @@ public:
     virtual bool FolderFound(const Name& name);
     // A link to a folder or a broken link; false by default, so link cycles cannot trap a walk.
     virtual bool LinkFound(const Name& name);
+    // The entries of `folder`, before any of them is reported.
+    virtual void FolderListed(const Folder& folder, const Folder::TimedListing& listing);
     virtual void FolderEntered(const Name& name, const Folder& folder);
     virtual void FolderExited(const Name& name, const Folder& folder);
     // Walks the tree below the root. A folder that cannot be read is passed over and the walk goes

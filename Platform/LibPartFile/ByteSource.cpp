@@ -1,5 +1,6 @@
 #include "LibPartFile/ByteSource.hpp"
 
+#include "InputOutput/FileHeadPrefetcher.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
 #include <algorithm>
@@ -8,12 +9,34 @@
 namespace LPF {
 
 int FileByteSource::Open() {
-    file = std::make_unique<IO::File>(location, IO::File::FailAtOpen);
-    int err = file->Open(IO::File::ReadMode);
+    if (TakePrefetchedHead())
+        return KL::NoError;
+    int err = OpenFile();
     if (err == KL::NoError)
         err = file->GetDataLength(&length);
     if (err == KL::NoError)
         err = file->GetModificationTime(&modificationTime);
+    if (err != KL::NoError)
+        file.reset();
+    isOpen = err == KL::NoError;
+    return err;
+}
+
+bool FileByteSource::TakePrefetchedHead() {
+    IO::FileHeadPrefetcher* ahead = IO::FileHeadPrefetcher::GetCurrent();
+    IO::FileHead head;
+    if (ahead == nullptr || !ahead->Take(location, &head))
+        return false;
+    length = head.length;
+    modificationTime = head.modificationTime;
+    prefix = std::move(head.bytes);
+    isOpen = true;
+    return true;
+}
+
+int FileByteSource::OpenFile() {
+    file = std::make_unique<IO::File>(location, IO::File::FailAtOpen);
+    const int err = file->Open(IO::File::ReadMode);
     if (err != KL::NoError)
         file.reset();
     return err;
@@ -21,12 +44,13 @@ int FileByteSource::Open() {
 
 // The prefix goes with its capacity: a catalogue keeps one source per part for as long as it lives.
 void FileByteSource::Close() {
+    isOpen = false;
     file.reset();
     std::vector<char>().swap(prefix);
 }
 
 int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size) {
-    if (file == nullptr)
+    if (!isOpen)
         return KL::ErrParam;
     if (offset > length || size > length - offset)
         return KL::ErrEndOfData;
@@ -44,6 +68,9 @@ int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size)
         std::memcpy(dest, prefix.data() + offset, size);
         return KL::NoError;
     }
+    if (file == nullptr)
+        if (const int err = OpenFile(); err != KL::NoError)
+            return err;
     if (const int err = file->SetPosition(offset); err != KL::NoError)
         return err;
     file->SetReadAhead(size);

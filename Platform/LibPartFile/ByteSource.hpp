@@ -40,7 +40,13 @@ private:
     // name and directory usually cost one call together.
     static constexpr std::uint64_t PrefixSize = 4096;
 
+    // A walk may have read the start already (IO::FileHeadPrefetcher); the file itself is then
+    // opened only for a read past it.
+    bool TakePrefetchedHead();
+    int OpenFile();
+
     IO::Location location;
+    bool isOpen = false;
     std::unique_ptr<IO::File> file;
     std::vector<char> prefix;
     std::uint64_t length = 0;

@@ -4,6 +4,7 @@
 #include "services/LibraryManagerGlobals.hpp"
 
 #include "InputOutput/File.hpp"
+#include "InputOutput/FileHeadPrefetcher.hpp"
 #include "InputOutput/FileTypeManager.hpp"
 #include "InputOutput/Name.hpp"
 #include "KLRoot/ErrorCodes.hpp"
@@ -67,10 +68,8 @@ void LibPart::Reload() {
 // Reads what the file says about itself; `symbol` exists exactly for symbol and script types.
 void LibPart::FillFromFile(bool reload) {
     if (!HasSymbolType()) {
-        IO::File file(location);
-        if (file.Open() != 0)
+        if (!ReadModificationTime())
             return;
-        file.GetModificationTime(&modTime);
     } else if (fileType == GetSymbolFileGroup()) {
         reload ? symbol->ReloadSymbol(location, &modTime, &name)
                : symbol->FillSymbol(location, &modTime, &name);
@@ -80,6 +79,22 @@ void LibPart::FillFromFile(bool reload) {
     }
     if (name.IsEmpty())
         DeriveNameFromLocation();
+}
+
+// A file that is no part is opened only for its time; a walk may have read it already. False when
+// it cannot be opened.
+bool LibPart::ReadModificationTime() {
+    IO::FileHead head;
+    if (IO::FileHeadPrefetcher* ahead = IO::FileHeadPrefetcher::GetCurrent();
+        ahead != nullptr && ahead->Take(location, &head)) {
+        modTime = head.modificationTime;
+        return true;
+    }
+    IO::File file(location);
+    if (file.Open() != 0)
+        return false;
+    file.GetModificationTime(&modTime);
+    return true;
 }
 
 void LibPart::DeriveNameFromLocation() {

@@ -122,6 +122,7 @@ public:
 private:
     bool HasSymbolType() const;
     void FillFromFile(bool reload);
+    bool ReadModificationTime();
     void DeriveNameFromLocation();
     void ResetToDeleted();
 

@@ -5,6 +5,7 @@
 #include "containers/VirtualFileSystemRegistry.hpp"
 #include "lists/FolderSet.hpp"
 
+#include "InputOutput/FileHeadPrefetcher.hpp"
 #include "InputOutput/FileSystem.hpp"
 #include "KLRoot/ProcessControl.hpp"
 #include "KLUtils/ResourceFileSystem.hpp"
@@ -15,6 +16,10 @@ namespace LM {
 namespace {
 
 const KL::UniString ContainerExtension("LCF");
+
+bool IsContainerName(const IO::Name& name) {
+    return name.GetExtension().IsEqual(ContainerExtension, KL::CaseInsensitive);
+}
 
 // Told by the file system's kind: a host may mount file systems of its own below a library.
 bool IsOnContainerFileSystem(const IO::Folder& folder) {
@@ -64,9 +69,29 @@ void LibraryEnumerator::RecordCacheEntry(const IO::Location& location, TITime mo
     cacheEntries->Push(std::move(entry));
 }
 
+int LibraryEnumerator::Do() {
+    prefetcher = std::make_unique<IO::FileHeadPrefetcher>();
+    const IO::FileHeadPrefetcher::Scope scope(*prefetcher);
+    const int result = IO::TreeEnumerator::Do();
+    prefetcher.reset();
+    return result;
+}
+
+// Only files of the local disk are read ahead: a container's entries share its one file.
+void LibraryEnumerator::FolderListed(const IO::Folder& folder, const IO::Folder::TimedListing& listing) {
+    if (prefetcher == nullptr || folder.GetOwnerFileSystem() != nullptr)
+        return;
+    std::vector<IO::Location> files;
+    files.reserve(listing.size());
+    for (const IO::Folder::TimedEntry& entry : listing)
+        if (entry.type == IO::FileEntryType && !IsContainerName(entry.name))
+            files.push_back(folder.GetLocation() + entry.name);
+    prefetcher->Announce(folder.GetLocation(), std::move(files));
+}
+
 // A container file is no part: it is mounted where it lies, and the walk goes on through it.
 bool LibraryEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
-    if (isFolder || !name.GetExtension().IsEqual(ContainerExtension, KL::CaseInsensitive))
+    if (isFolder || !IsContainerName(name))
         return true;
     const IO::Location location = GetParent().GetLocation() + name;
     if (cacheEntries != nullptr && !insideContainer)
@@ -124,7 +149,9 @@ void LibraryEnumerator::FolderEntered(const IO::Name& name, const IO::Folder& fo
         location, FolderGuid(location), name.GetText(), folderStack.back(), library));
 }
 
-void LibraryEnumerator::FolderExited(const IO::Name&, const IO::Folder&) {
+void LibraryEnumerator::FolderExited(const IO::Name&, const IO::Folder& folder) {
+    if (prefetcher != nullptr)
+        prefetcher->Withdraw(folder.GetLocation());
     if (insideContainer)
         insideContainer = IsOnContainerFileSystem(GetParent());
     if (folderStack.size() > 1)

@@ -9,8 +9,12 @@
 #include "KLRoot/KLExport.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+namespace IO {
+class FileHeadPrefetcher;
+}
 namespace IOUtil {
 class ScratchFile;
 }
@@ -38,8 +42,11 @@ public:
                       IServerLibraryCollection* serverCollection);
     ~LibraryEnumerator() override;
 
+    // Walks with the heads of the files of each folder read ahead on a second thread.
+    int Do() override;
     bool EntryFound(const IO::Name& name, bool isFolder) override;
     bool FileFound(const IO::Name& name) override;
+    void FolderListed(const IO::Folder& folder, const IO::Folder::TimedListing& listing) override;
     void FolderEntered(const IO::Name& name, const IO::Folder& folder) override;
     void FolderExited(const IO::Name& name, const IO::Folder& folder) override;
 
@@ -67,6 +74,8 @@ private:
     // depth of nesting can run past its end.
     std::vector<std::int32_t> folderStack;
     IServerLibraryCollection* serverCollection;
+    // Present while Do runs.
+    std::unique_ptr<IO::FileHeadPrefetcher> prefetcher;
 };
 
 // Run after a failed walk, to tell whether an over-long path was the cause.

@@ -1,0 +1,232 @@
+#include "InputOutput/FileHeadPrefetcher.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace IO {
+
+namespace {
+
+thread_local FileHeadPrefetcher* current = nullptr;
+
+// Waking a sleeping thread takes longer than a head takes to read, and the walk announces a new
+// folder every few dozen files: both sides spin a while before they sleep.
+constexpr auto TakerSpin = std::chrono::milliseconds(2);
+constexpr auto HelperSpin = std::chrono::microseconds(300);
+
+// Polls `ready` with the lock let go between polls; true once it holds, false after `limit`.
+template <typename Ready>
+bool SpinUntil(std::unique_lock<std::mutex>& guard, Ready ready, std::chrono::steady_clock::duration limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!ready()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        guard.unlock();
+        for (int i = 0; i < 32; ++i)
+            __builtin_ia32_pause();
+        guard.lock();
+    }
+    return true;
+}
+
+bool ReadFully(int descriptor, char* bytes, std::size_t size) {
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t count = read(descriptor, bytes + done, size - done);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        done += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+} // namespace
+
+FileHeadPrefetcher::FileHeadPrefetcher() = default;
+
+FileHeadPrefetcher::~FileHeadPrefetcher() {
+    {
+        const std::lock_guard guard(lock);
+        stopping = true;
+    }
+    workChanged.notify_all();
+    if (helper.joinable())
+        helper.join();
+}
+
+FileHeadPrefetcher* FileHeadPrefetcher::GetCurrent() {
+    return current;
+}
+
+FileHeadPrefetcher::Scope::Scope(FileHeadPrefetcher& prefetcher)
+    : previous(std::exchange(current, &prefetcher)) {}
+
+FileHeadPrefetcher::Scope::~Scope() {
+    current = previous;
+}
+
+void FileHeadPrefetcher::Announce(const Location& folder, std::vector<Location> files) {
+    if (files.empty())
+        return;
+    auto batch = std::make_shared<Batch>();
+    batch->folder = folder;
+    batch->items.resize(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i)
+        batch->items[i].location = std::move(files[i]);
+    bool wake = false;
+    {
+        const std::lock_guard guard(lock);
+        batches.push_back(std::move(batch));
+        if (!helper.joinable())
+            helper = std::thread(&FileHeadPrefetcher::Run, this);
+        wake = helperSleeping;
+    }
+    if (wake)
+        workChanged.notify_one();
+}
+
+void FileHeadPrefetcher::Withdraw(const Location& folder) {
+    bool reopened = false;
+    {
+        const std::lock_guard guard(lock);
+        const auto found = std::find_if(batches.rbegin(), batches.rend(),
+                                        [&](const BatchPointer& batch) { return batch->folder == folder; });
+        if (found == batches.rend())
+            return;
+        Batch& batch = **found;
+        batch.withdrawn = true;
+        for (Item& item : batch.items)
+            reopened = Release(item) || reopened;
+        batches.erase(std::next(found).base());
+        reopened = reopened && helperSleeping;
+    }
+    if (reopened)
+        workChanged.notify_one();
+}
+
+bool FileHeadPrefetcher::Take(const Location& location, FileHead* head) {
+    std::unique_lock guard(lock);
+    if (batches.empty())
+        return false;
+    // The batch stays alive while we wait, even if the walk withdrew it meanwhile.
+    const BatchPointer batch = batches.back();
+    const auto first = batch->items.begin() + static_cast<std::ptrdiff_t>(batch->nextToTake);
+    const auto found =
+        std::find_if(first, batch->items.end(), [&](const Item& item) { return item.location == location; });
+    if (found == batch->items.end())
+        return false;
+    // Files the walk passed over will not be asked for.
+    bool reopened = false;
+    for (auto skipped = first; skipped != found; ++skipped)
+        reopened = Release(*skipped) || reopened;
+    const auto index = static_cast<std::size_t>(found - batch->items.begin());
+    batch->nextToTake = index;
+    Item& item = *found;
+    if (!item.read) {
+        awaited = &item;
+        if (helperSleeping)
+            workChanged.notify_one();
+        const auto arrived = [&] { return item.read; };
+        if (!SpinUntil(guard, arrived, TakerSpin)) {
+            takerSleeping = true;
+            headRead.wait(guard, arrived);
+            takerSleeping = false;
+        }
+        awaited = nullptr;
+    }
+    batch->nextToTake = index + 1;
+    const bool usable = item.usable;
+    if (usable)
+        *head = std::move(item.head);
+    reopened = Release(item) || reopened;
+    const bool wake = reopened && helperSleeping;
+    guard.unlock();
+    if (wake)
+        workChanged.notify_one();
+    return usable;
+}
+
+bool FileHeadPrefetcher::Release(Item& item) {
+    if (!item.usable)
+        return false;
+    item.usable = false;
+    item.head = FileHead();
+    return waitingHeads-- == Window;
+}
+
+bool FileHeadPrefetcher::NextToRead(BatchPointer* batch, std::size_t* index) {
+    for (auto candidate = batches.rbegin(); candidate != batches.rend(); ++candidate) {
+        Batch& next = **candidate;
+        const std::size_t first = std::max(next.nextToRead, next.nextToTake);
+        if (first < next.items.size()) {
+            *batch = *candidate;
+            *index = first;
+            return true;
+        }
+    }
+    return false;
+}
+
+void FileHeadPrefetcher::Run() {
+    std::unique_lock guard(lock);
+    for (;;) {
+        BatchPointer batch;
+        std::size_t index = 0;
+        const auto ready = [&] {
+            return stopping || ((waitingHeads < Window || awaited != nullptr) && NextToRead(&batch, &index));
+        };
+        if (!SpinUntil(guard, ready, HelperSpin)) {
+            helperSleeping = true;
+            workChanged.wait(guard, ready);
+            helperSleeping = false;
+        }
+        if (stopping)
+            return;
+        batch->nextToRead = index + 1;
+        // An item's location is fixed once announced, and its batch is held here.
+        const std::string path = batch->items[index].location.ToString();
+        guard.unlock();
+        FileHead head;
+        const bool usable = ReadHead(path, &head);
+        guard.lock();
+        Item& item = batch->items[index];
+        item.read = true;
+        if (usable && !batch->withdrawn && index >= batch->nextToTake) {
+            item.usable = true;
+            item.head = std::move(head);
+            ++waitingHeads;
+        }
+        if (&item == awaited && takerSleeping)
+            headRead.notify_one();
+    }
+}
+
+// Opened as the local file system opens for reading; O_NONBLOCK keeps a fifo from holding the
+// helper, and anything but a regular file is left to its reader.
+bool FileHeadPrefetcher::ReadHead(const std::string& path, FileHead* head) {
+    int descriptor;
+    do {
+        descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0)
+        return false;
+    struct statx info {};
+    bool usable = statx(descriptor, "", AT_EMPTY_PATH, STATX_TYPE | STATX_SIZE | STATX_MTIME, &info) == 0 &&
+                  S_ISREG(info.stx_mode);
+    if (usable) {
+        head->length = info.stx_size;
+        head->modificationTime = TIFromUnixTime(info.stx_mtime.tv_sec);
+        head->bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(head->length, HeadSize)));
+        usable = ReadFully(descriptor, head->bytes.data(), head->bytes.size());
+    }
+    close(descriptor);
+    return usable;
+}
+
+} // namespace IO
