@@ -1,6 +1,7 @@
 #include "InputOutput/FileHeadPrefetcher.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -19,16 +20,24 @@ thread_local FileHeadPrefetcher* current = nullptr;
 constexpr auto TakerSpin = std::chrono::milliseconds(2);
 constexpr auto HelperSpin = std::chrono::microseconds(300);
 
-// Polls `ready` with the lock let go between polls; true once it holds, false after `limit`.
+// Waits for `ready` without holding the lock: the lock is taken again only when `changes` moved,
+// so a spinning side never makes the other one wait for the lock. True once `ready` holds, false
+// after `limit`, with the lock held either way.
 template <typename Ready>
-bool SpinUntil(std::unique_lock<std::mutex>& guard, Ready ready, std::chrono::steady_clock::duration limit) {
+bool SpinUntil(std::unique_lock<std::mutex>& guard, const std::atomic<std::uint64_t>& changes, Ready ready,
+               std::chrono::steady_clock::duration limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!ready()) {
-        if (std::chrono::steady_clock::now() >= end)
-            return false;
+        const std::uint64_t seen = changes.load(std::memory_order_relaxed);
         guard.unlock();
-        for (int i = 0; i < 32; ++i)
-            __builtin_ia32_pause();
+        while (changes.load(std::memory_order_relaxed) == seen) {
+            if (std::chrono::steady_clock::now() >= end) {
+                guard.lock();
+                return ready();
+            }
+            for (int i = 0; i < 16; ++i)
+                __builtin_ia32_pause();
+        }
         guard.lock();
     }
     return true;
@@ -83,6 +92,7 @@ void FileHeadPrefetcher::Announce(const Location& folder, std::vector<Location> 
     {
         const std::lock_guard guard(lock);
         batches.push_back(std::move(batch));
+        changes.fetch_add(1, std::memory_order_relaxed);
         if (!helper.joinable())
             helper = std::thread(&FileHeadPrefetcher::Run, this);
         wake = helperSleeping;
@@ -104,6 +114,7 @@ void FileHeadPrefetcher::Withdraw(const Location& folder) {
         for (Item& item : batch.items)
             reopened = Release(item) || reopened;
         batches.erase(std::next(found).base());
+        changes.fetch_add(1, std::memory_order_relaxed);
         reopened = reopened && helperSleeping;
     }
     if (reopened)
@@ -130,10 +141,11 @@ bool FileHeadPrefetcher::Take(const Location& location, FileHead* head) {
     Item& item = *found;
     if (!item.read) {
         awaited = &item;
+        changes.fetch_add(1, std::memory_order_relaxed);
         if (helperSleeping)
             workChanged.notify_one();
         const auto arrived = [&] { return item.read; };
-        if (!SpinUntil(guard, arrived, TakerSpin)) {
+        if (!SpinUntil(guard, changes, arrived, TakerSpin)) {
             takerSleeping = true;
             headRead.wait(guard, arrived);
             takerSleeping = false;
@@ -145,6 +157,7 @@ bool FileHeadPrefetcher::Take(const Location& location, FileHead* head) {
     if (usable)
         *head = std::move(item.head);
     reopened = Release(item) || reopened;
+    changes.fetch_add(1, std::memory_order_relaxed);
     const bool wake = reopened && helperSleeping;
     guard.unlock();
     if (wake)
@@ -181,7 +194,7 @@ void FileHeadPrefetcher::Run() {
         const auto ready = [&] {
             return stopping || ((waitingHeads < Window || awaited != nullptr) && NextToRead(&batch, &index));
         };
-        if (!SpinUntil(guard, ready, HelperSpin)) {
+        if (!SpinUntil(guard, changes, ready, HelperSpin)) {
             helperSleeping = true;
             workChanged.wait(guard, ready);
             helperSleeping = false;
@@ -197,6 +210,7 @@ void FileHeadPrefetcher::Run() {
         guard.lock();
         Item& item = batch->items[index];
         item.read = true;
+        changes.fetch_add(1, std::memory_order_relaxed);
         if (usable && !batch->withdrawn && index >= batch->nextToTake) {
             item.usable = true;
             item.head = std::move(head);

@@ -4,6 +4,7 @@
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/Time.hpp"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -102,6 +103,9 @@ private:
     // Who sleeps needs a notification; who spins sees the change by itself.
     bool takerSleeping = false;
     bool helperSleeping = false;
+    // Moves with every change of the state above, so that a spinning side can watch it without
+    // the lock.
+    std::atomic<std::uint64_t> changes{0};
     bool stopping = false;
     std::thread helper;
 };
