@@ -81,6 +81,11 @@ void LibPart::FillFromFile(bool reload) {
         DeriveNameFromLocation();
 }
 
+void LibPart::ReleaseFiles() const {
+    if (symbol != nullptr)
+        symbol->ReleaseFiles();
+}
+
 // A file that is no part is opened only for its time; a walk may have read it already. False when
 // it cannot be opened.
 bool LibPart::ReadModificationTime() {

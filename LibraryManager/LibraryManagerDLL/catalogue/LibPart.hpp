@@ -115,6 +115,10 @@ public:
     LPF::ScriptFile* GetScriptFileNotConst() const;
     static const LPF::SymbolFile* GetSymbolFile(const LibPart& part) { return part.GetSymbolFile(); }
 
+    // A walked part ends as a replayed one does: its files closed and their headers let go, to be
+    // read again when first asked for. A catalogue of many parts then keeps no header of each.
+    void ReleaseFiles() const;
+
     KL::ConstSharedPtr<SymbolUserData> GetUserData(const KL::Guid& client) const;
     void SetUserData(const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
     void ClearUserData();

@@ -235,6 +235,11 @@ Symbol::~Symbol() {
     delete scriptFile.load(std::memory_order_acquire);
 }
 
+void Symbol::ReleaseFiles() const {
+    delete symbolFile.exchange(nullptr, std::memory_order_acq_rel);
+    delete scriptFile.exchange(nullptr, std::memory_order_acq_rel);
+}
+
 void Symbol::ResetForFill() {
     ownUnID = KL::NULLUnID;
     Clear();

@@ -98,6 +98,9 @@ public:
     // Null removes the client's entry.
     void SetUserData(const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
     void ClearUserData() { userData.Clear(); }
+    // Lets the file objects go; the next question opens them again. Owner's thread only, with no
+    // reader of them left.
+    void ReleaseFiles() const;
 
     // The header of an open symbol file and, unless the bits of `detail` say otherwise (1 ancestry,
     // 2 parameters, 4 migration table), its section dumps. Nothing without an open symbol file.

@@ -123,6 +123,9 @@ bool LibraryEnumerator::FileFound(const IO::Name& name) {
     RecordCacheEntry(part->GetLocation(), part->GetFileModTime());
     if (cacheStream != nullptr)
         part->Write(cacheStream->GetOutputChannel(), firstFolderIndex);
+    part->ReleaseFiles();
+    if (stored != nullptr && stored != part)
+        stored->ReleaseFiles();
     return false;
 }
 
