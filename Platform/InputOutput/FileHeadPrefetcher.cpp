@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -202,12 +203,19 @@ void FileHeadPrefetcher::Run() {
         if (stopping)
             return;
         batch->nextToRead = index + 1;
-        // An item's location is fixed once announced, and its batch is held here.
-        const std::string path = batch->items[index].location.ToString();
-        guard.unlock();
         FileHead head;
-        const bool usable = ReadHead(path, &head);
-        guard.lock();
+        bool usable = false;
+        // An item's location is fixed once announced, and its batch is held here. A failure to
+        // allocate leaves the file to its reader.
+        try {
+            const std::string path = batch->items[index].location.ToString();
+            guard.unlock();
+            usable = ReadHead(path, &head);
+        } catch (const std::bad_alloc&) {
+            usable = false;
+        }
+        if (!guard.owns_lock())
+            guard.lock();
         Item& item = batch->items[index];
         item.read = true;
         changes.fetch_add(1, std::memory_order_relaxed);
