@@ -144,14 +144,15 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
     LibPart& record = parts[index];
     const LibPartId id = OwnIdOf(record);
     const KL::UnID& unId = id.GetUnId();
-    if (!unId.mainGuid.IsNull()) {
-        if (const KL::Array<LibPartCache>* sameMain = mainGuidToParts.GetPtr(unId.mainGuid)) {
-            // Parts without a full id record nothing, so the search goes on past them; one
-            // record per newcomer is enough, since the conflict table holds every revision.
-            for (const LibPartCache& entry : *sameMain) {
-                if (entry.part->GetOwnUnID() != unId && AddRevisionConflict(*entry.part, record))
-                    break;
-            }
+    // The record's entry is made now, so that one search serves the check and the entry; a
+    // duplicate leaves it to its winner.
+    KL::Array<LibPartCache>* sameMain = unId.mainGuid.IsNull() ? nullptr : &mainGuidToParts[unId.mainGuid];
+    if (sameMain != nullptr) {
+        // Parts without a full id record nothing, so the search goes on past them; one record
+        // per newcomer is enough, since the conflict table holds every revision.
+        for (const LibPartCache& entry : *sameMain) {
+            if (entry.part->GetOwnUnID() != unId && AddRevisionConflict(*entry.part, record))
+                break;
         }
     }
 
@@ -173,13 +174,15 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
             loser.Swap(winner);
         if (duplicateSlot != nullptr)
             *duplicateSlot = &loser;
+        if (sameMain != nullptr && sameMain->IsEmpty())
+            mainGuidToParts.Delete(unId.mainGuid);
         return winner;
     }
 
     EnterIndex(&record, static_cast<std::uint32_t>(index));
     AddOwnIds(&record, false, true);
-    if (!unId.mainGuid.IsNull())
-        mainGuidToParts[unId.mainGuid].Push(OwnEntry(&record, false));
+    if (sameMain != nullptr)
+        sameMain->Push(OwnEntry(&record, false));
     AddMigrations(&record, migration);
     return &record;
 }
