@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <new>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -20,6 +21,17 @@ thread_local FileHeadPrefetcher* current = nullptr;
 // folder every few dozen files: both sides spin a while before they sleep.
 constexpr auto TakerSpin = std::chrono::milliseconds(2);
 constexpr auto HelperSpin = std::chrono::microseconds(300);
+
+// Tells the core that this is a spin, so that it spends less on it.
+inline void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#else
+    std::this_thread::yield();
+#endif
+}
 
 // Waits for `ready` without holding the lock: the lock is taken again only when `changes` moved,
 // so a spinning side never makes the other one wait for the lock. True once `ready` holds, false
@@ -37,7 +49,7 @@ bool SpinUntil(std::unique_lock<std::mutex>& guard, const std::atomic<std::uint6
                 return ready();
             }
             for (int i = 0; i < 16; ++i)
-                __builtin_ia32_pause();
+                CpuRelax();
         }
         guard.lock();
     }
@@ -92,10 +104,19 @@ void FileHeadPrefetcher::Announce(const Location& folder, std::vector<Location> 
     bool wake = false;
     {
         const std::lock_guard guard(lock);
+        if (unavailable)
+            return;
+        if (!helper.joinable()) {
+            try {
+                helper = std::thread(&FileHeadPrefetcher::Run, this);
+            } catch (const std::system_error&) {
+                // No thread to be had: every reader opens its file itself, as without a prefetcher.
+                unavailable = true;
+                return;
+            }
+        }
         batches.push_back(std::move(batch));
         changes.fetch_add(1, std::memory_order_relaxed);
-        if (!helper.joinable())
-            helper = std::thread(&FileHeadPrefetcher::Run, this);
         wake = helperSleeping;
     }
     if (wake)
@@ -103,7 +124,7 @@ void FileHeadPrefetcher::Announce(const Location& folder, std::vector<Location> 
 }
 
 void FileHeadPrefetcher::Withdraw(const Location& folder) {
-    bool reopened = false;
+    bool wake = false;
     {
         const std::lock_guard guard(lock);
         const auto found = std::find_if(batches.rbegin(), batches.rend(),
@@ -113,12 +134,12 @@ void FileHeadPrefetcher::Withdraw(const Location& folder) {
         Batch& batch = **found;
         batch.withdrawn = true;
         for (Item& item : batch.items)
-            reopened = Release(item) || reopened;
+            Release(item);
         batches.erase(std::next(found).base());
         changes.fetch_add(1, std::memory_order_relaxed);
-        reopened = reopened && helperSleeping;
+        wake = helperSleeping;
     }
-    if (reopened)
+    if (wake)
         workChanged.notify_one();
 }
 
@@ -134,9 +155,8 @@ bool FileHeadPrefetcher::Take(const Location& location, FileHead* head) {
     if (found == batch->items.end())
         return false;
     // Files the walk passed over will not be asked for.
-    bool reopened = false;
     for (auto skipped = first; skipped != found; ++skipped)
-        reopened = Release(*skipped) || reopened;
+        Release(*skipped);
     const auto index = static_cast<std::size_t>(found - batch->items.begin());
     batch->nextToTake = index;
     Item& item = *found;
@@ -157,32 +177,39 @@ bool FileHeadPrefetcher::Take(const Location& location, FileHead* head) {
     const bool usable = item.usable;
     if (usable)
         *head = std::move(item.head);
-    reopened = Release(item) || reopened;
+    Release(item);
     changes.fetch_add(1, std::memory_order_relaxed);
-    const bool wake = reopened && helperSleeping;
+    // The window moved on.
+    const bool wake = helperSleeping;
     guard.unlock();
     if (wake)
         workChanged.notify_one();
     return usable;
 }
 
-bool FileHeadPrefetcher::Release(Item& item) {
+void FileHeadPrefetcher::Release(Item& item) {
     if (!item.usable)
-        return false;
+        return;
     item.usable = false;
     item.head = FileHead();
-    return waitingHeads-- == Window;
+    --waitingHeads;
 }
 
+// The folder being walked is read up to Window files past the one last taken, whatever waits
+// elsewhere; the folders above it, whose files come after it, only while fewer than Window heads
+// wait in all.
 bool FileHeadPrefetcher::NextToRead(BatchPointer* batch, std::size_t* index) {
     for (auto candidate = batches.rbegin(); candidate != batches.rend(); ++candidate) {
         Batch& next = **candidate;
         const std::size_t first = std::max(next.nextToRead, next.nextToTake);
-        if (first < next.items.size()) {
-            *batch = *candidate;
-            *index = first;
-            return true;
-        }
+        if (first >= next.items.size())
+            continue;
+        const bool walked = candidate == batches.rbegin();
+        if (walked ? first >= next.nextToTake + Window : waitingHeads >= Window)
+            return false;
+        *batch = *candidate;
+        *index = first;
+        return true;
     }
     return false;
 }
@@ -192,9 +219,7 @@ void FileHeadPrefetcher::Run() {
     for (;;) {
         BatchPointer batch;
         std::size_t index = 0;
-        const auto ready = [&] {
-            return stopping || ((waitingHeads < Window || awaited != nullptr) && NextToRead(&batch, &index));
-        };
+        const auto ready = [&] { return stopping || NextToRead(&batch, &index); };
         if (!SpinUntil(guard, changes, ready, HelperSpin)) {
             helperSleeping = true;
             workChanged.wait(guard, ready);
@@ -208,9 +233,9 @@ void FileHeadPrefetcher::Run() {
         // An item's location is fixed once announced, and its batch is held here. A failure to
         // allocate leaves the file to its reader.
         try {
-            const std::string path = batch->items[index].location.ToString();
+            const Location& location = batch->items[index].location;
             guard.unlock();
-            usable = ReadHead(path, &head);
+            usable = ReadHead(*batch, location, &head);
         } catch (const std::bad_alloc&) {
             usable = false;
         }
@@ -229,12 +254,29 @@ void FileHeadPrefetcher::Run() {
     }
 }
 
+FileHeadPrefetcher::Batch::~Batch() {
+    if (folderDescriptor >= 0)
+        close(folderDescriptor);
+}
+
 // Opened as the local file system opens for reading; O_NONBLOCK keeps a fifo from holding the
 // helper, and anything but a regular file is left to its reader.
-bool FileHeadPrefetcher::ReadHead(const std::string& path, FileHead* head) {
+bool FileHeadPrefetcher::ReadHead(Batch& batch, const Location& location, FileHead* head) {
+    if (!batch.folderOpened) {
+        batch.folderOpened = true;
+        batch.folderPath = batch.folder.ToString();
+        batch.folderDescriptor = open(batch.folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    }
+    const std::string path = location.ToString();
+    const std::size_t folderLength = batch.folderPath.size();
+    const bool inFolder = batch.folderDescriptor >= 0 && path.size() > folderLength + 1 &&
+                          path.compare(0, folderLength, batch.folderPath) == 0 && path[folderLength] == '/' &&
+                          path.find('/', folderLength + 1) == std::string::npos;
+    const char* name = inFolder ? path.c_str() + folderLength + 1 : path.c_str();
     int descriptor;
     do {
-        descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        descriptor =
+            openat(inFolder ? batch.folderDescriptor : AT_FDCWD, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0)
         return false;

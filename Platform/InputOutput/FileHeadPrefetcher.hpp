@@ -34,7 +34,8 @@ struct FileHead {
 // is the one it works in: its files are read first, in their order. A reader on the walking
 // thread takes a file's head instead of opening the file (see GetCurrent). Whatever the helper
 // cannot read as a regular file yields no head; its reader then opens the file as it always
-// does, and meets the same error or kind. At most Window heads wait at a time.
+// does, and meets the same error or kind. At most Window heads wait in the folder being walked,
+// and Window more in the folders above it.
 class LM_EXPORT FileHeadPrefetcher {
 public:
     static constexpr std::size_t HeadSize = 4096;
@@ -76,21 +77,30 @@ private:
         FileHead head;
     };
     struct Batch {
+        Batch() = default;
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+        ~Batch();
+
         Location folder;
         std::vector<Item> items;
         std::size_t nextToRead = 0;
         std::size_t nextToTake = 0;
         bool withdrawn = false;
+        // The helper's alone: files are opened relative to their folder, which spares the walk of
+        // the whole path per file.
+        bool folderOpened = false;
+        std::string folderPath;
+        int folderDescriptor = -1;
     };
     using BatchPointer = std::shared_ptr<Batch>;
 
     void Run();
     // The next item to read, searching from the folder announced last; false when none is left.
     bool NextToRead(BatchPointer* batch, std::size_t* index);
-    static bool ReadHead(const std::string& path, FileHead* head);
-    // Lets go of a head that waits; true when that reopens the window, which the helper may be
-    // waiting for.
-    bool Release(Item& item);
+    static bool ReadHead(Batch& batch, const Location& location, FileHead* head);
+    // Lets go of a head that waits.
+    void Release(Item& item);
 
     std::mutex lock;
     std::condition_variable workChanged;
@@ -107,6 +117,8 @@ private:
     // the lock.
     std::atomic<std::uint64_t> changes{0};
     bool stopping = false;
+    // No helper thread could be made.
+    bool unavailable = false;
     std::thread helper;
 };
 

@@ -28,6 +28,7 @@ inline constexpr int NameTooLongError = ToErrorCode(0x8101010Bu);  // the system
 inline constexpr int NotAvailableError = ToErrorCode(0x8101010Cu); // the file system is no longer mounted
 inline constexpr int MountError = ToErrorCode(0x8101010Du);        // a mount is refused at that location
 inline constexpr int LockedError = ToErrorCode(0x8101010Eu);       // another opening holds a conflicting lock
+inline constexpr int ChangedError = ToErrorCode(0x8101010Fu);      // the file changed within one visit
 inline constexpr int FolderAccessDeniedError = ToErrorCode(0x81010400u); // a folder of a walk cannot be read
 
 // The status for an errno value of a failed system call.

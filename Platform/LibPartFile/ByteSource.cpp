@@ -1,6 +1,7 @@
 #include "LibPartFile/ByteSource.hpp"
 
 #include "InputOutput/FileHeadPrefetcher.hpp"
+#include "InputOutput/IOErrors.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
 #include <algorithm>
@@ -42,6 +43,22 @@ int FileByteSource::OpenFile() {
     return err;
 }
 
+// The head was read ahead, maybe a while ago: a file replaced since must not lend its rest to the
+// old file's start.
+int FileByteSource::OpenFileAfterHead() {
+    if (const int err = OpenFile(); err != KL::NoError)
+        return err;
+    std::uint64_t nowLength = 0;
+    TITime nowTime = 0;
+    if (file->GetDataLength(&nowLength) != KL::NoError ||
+        file->GetModificationTime(&nowTime) != KL::NoError || nowLength != length ||
+        nowTime != modificationTime) {
+        file.reset();
+        return IO::ChangedError;
+    }
+    return KL::NoError;
+}
+
 // The prefix goes with its capacity: a catalogue keeps one source per part for as long as it lives.
 void FileByteSource::Close() {
     isOpen = false;
@@ -69,7 +86,7 @@ int FileByteSource::ReadAt(std::uint64_t offset, void* dest, std::uint64_t size)
         return KL::NoError;
     }
     if (file == nullptr)
-        if (const int err = OpenFile(); err != KL::NoError)
+        if (const int err = OpenFileAfterHead(); err != KL::NoError)
             return err;
     if (const int err = file->SetPosition(offset); err != KL::NoError)
         return err;

@@ -2,6 +2,7 @@
 
 #include "InputOutput/File.hpp"
 #include "InputOutput/Location.hpp"
+#include "KLRoot/KLExport.hpp"
 #include "KLRoot/Time.hpp"
 
 #include <cstdint>
@@ -12,7 +13,7 @@ namespace LPF {
 
 // Where the bytes of a part file come from. A part keeps no file open between reads, so that a
 // catalogue of many thousand parts holds no descriptors; each visit opens, reads and closes.
-class ByteSource {
+class LM_EXPORT ByteSource {
 public:
     virtual ~ByteSource() = default;
     // Opens for a series of reads; the length and time are those of this opening.
@@ -25,7 +26,7 @@ public:
     virtual std::uint64_t GetBufferedLength() const = 0;
 };
 
-class FileByteSource final : public ByteSource {
+class LM_EXPORT FileByteSource final : public ByteSource {
 public:
     explicit FileByteSource(const IO::Location& location) : location(location) {}
     int Open() override;
@@ -44,6 +45,7 @@ private:
     // opened only for a read past it.
     bool TakePrefetchedHead();
     int OpenFile();
+    int OpenFileAfterHead();
 
     IO::Location location;
     bool isOpen = false;

@@ -39,10 +39,11 @@ TEST(FileHeadPrefetcher, HeadsMatchTheFilesAndWhatCannotBeReadIsLeftToTheReader)
     EXPECT_EQ(IO::FileHeadPrefetcher::GetCurrent(), nullptr);
 
     std::vector<IO::Location> files;
-    for (const char* name : {"empty", "fifo", "folder", "gone", "small", "large", "skipped", "last"})
+    for (const char* name : {"empty", "fifo", "folder", "gone", "small", "large", "skipped", "folder/last"})
         files.push_back(scratch.Location(std::string("F/") + name));
     scratch.Write("F/skipped", "never asked for");
-    scratch.Write("F/last", "last");
+    // Announced with its folder though it lies deeper: it is found by its whole path.
+    scratch.Write("F/folder/last", "last");
     prefetcher.Announce(scratch.Location("F"), files);
 
     IO::FileHead head;

@@ -4,6 +4,7 @@
 #include "catalogue/LibrarySet.hpp"
 #include "containers/VirtualFileSystemRegistry.hpp"
 #include "lists/FolderSet.hpp"
+#include "services/LibraryManagerGlobals.hpp"
 
 #include "InputOutput/FileHeadPrefetcher.hpp"
 #include "InputOutput/FileSystem.hpp"
@@ -121,8 +122,14 @@ bool LibraryEnumerator::FileFound(const IO::Name& name) {
         return false;
     ++storedPartCount;
     RecordCacheEntry(part->GetLocation(), part->GetFileModTime());
-    if (cacheStream != nullptr)
+    if (cacheStream != nullptr) {
+        // When the newcomer won, the loser's slot holds the earlier part, whose files were let go
+        // when it was stored; its record takes its ancestry and migration table from them.
+        if (duplicate != nullptr && duplicate->IsSymbol() &&
+            duplicate->GetGeneralFileType() == GetSymbolFileGroup())
+            duplicate->GetSymbolFile();
         part->Write(cacheStream->GetOutputChannel(), firstFolderIndex);
+    }
     part->ReleaseFiles();
     if (stored != nullptr && stored != part)
         stored->ReleaseFiles();
