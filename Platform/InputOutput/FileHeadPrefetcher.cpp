@@ -86,6 +86,10 @@ FileHeadPrefetcher* FileHeadPrefetcher::GetCurrent() {
     return current;
 }
 
+bool FileHeadPrefetcher::TakeOnThisThread(const Location& location, FileHead* head) {
+    return current != nullptr && current->Take(location, head);
+}
+
 FileHeadPrefetcher::Scope::Scope(FileHeadPrefetcher& prefetcher)
     : previous(std::exchange(current, &prefetcher)) {}
 

@@ -57,6 +57,8 @@ public:
     // The prefetcher a Scope made current on this thread, or null: readers deep below a walk find
     // it here, since the walk's calls do not carry it.
     static FileHeadPrefetcher* GetCurrent();
+    // Take on the prefetcher current on this thread; false without one.
+    static bool TakeOnThisThread(const Location& location, FileHead* head);
 
     class LM_EXPORT Scope {
     public:

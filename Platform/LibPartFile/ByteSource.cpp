@@ -10,34 +10,26 @@
 namespace LPF {
 
 int FileByteSource::Open() {
-    if (TakePrefetchedHead())
+    IO::FileHead head;
+    if (IO::FileHeadPrefetcher::TakeOnThisThread(location, &head)) {
+        length = head.length;
+        modificationTime = head.modificationTime;
+        prefix = std::move(head.bytes);
+        isOpen = true;
         return KL::NoError;
-    int err = OpenFile();
-    if (err == KL::NoError)
-        err = file->GetDataLength(&length);
-    if (err == KL::NoError)
-        err = file->GetModificationTime(&modificationTime);
-    if (err != KL::NoError)
-        file.reset();
+    }
+    const int err = OpenFile(&length, &modificationTime);
     isOpen = err == KL::NoError;
     return err;
 }
 
-bool FileByteSource::TakePrefetchedHead() {
-    IO::FileHeadPrefetcher* ahead = IO::FileHeadPrefetcher::GetCurrent();
-    IO::FileHead head;
-    if (ahead == nullptr || !ahead->Take(location, &head))
-        return false;
-    length = head.length;
-    modificationTime = head.modificationTime;
-    prefix = std::move(head.bytes);
-    isOpen = true;
-    return true;
-}
-
-int FileByteSource::OpenFile() {
+int FileByteSource::OpenFile(std::uint64_t* fileLength, TITime* fileTime) {
     file = std::make_unique<IO::File>(location, IO::File::FailAtOpen);
-    const int err = file->Open(IO::File::ReadMode);
+    int err = file->Open(IO::File::ReadMode);
+    if (err == KL::NoError)
+        err = file->GetDataLength(fileLength);
+    if (err == KL::NoError)
+        err = file->GetModificationTime(fileTime);
     if (err != KL::NoError)
         file.reset();
     return err;
@@ -46,13 +38,11 @@ int FileByteSource::OpenFile() {
 // The head was read ahead, maybe a while ago: a file replaced since must not lend its rest to the
 // old file's start.
 int FileByteSource::OpenFileAfterHead() {
-    if (const int err = OpenFile(); err != KL::NoError)
-        return err;
     std::uint64_t nowLength = 0;
     TITime nowTime = 0;
-    if (file->GetDataLength(&nowLength) != KL::NoError ||
-        file->GetModificationTime(&nowTime) != KL::NoError || nowLength != length ||
-        nowTime != modificationTime) {
+    if (const int err = OpenFile(&nowLength, &nowTime); err != KL::NoError)
+        return err;
+    if (nowLength != length || nowTime != modificationTime) {
         file.reset();
         return IO::ChangedError;
     }

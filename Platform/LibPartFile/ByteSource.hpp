@@ -43,8 +43,7 @@ private:
 
     // A walk may have read the start already (IO::FileHeadPrefetcher); the file itself is then
     // opened only for a read past it.
-    bool TakePrefetchedHead();
-    int OpenFile();
+    int OpenFile(std::uint64_t* fileLength, TITime* fileTime);
     int OpenFileAfterHead();
 
     IO::Location location;

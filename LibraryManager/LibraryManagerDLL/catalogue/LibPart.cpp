@@ -90,8 +90,7 @@ void LibPart::ReleaseFiles() const {
 // it cannot be opened.
 bool LibPart::ReadModificationTime() {
     IO::FileHead head;
-    if (IO::FileHeadPrefetcher* ahead = IO::FileHeadPrefetcher::GetCurrent();
-        ahead != nullptr && ahead->Take(location, &head)) {
+    if (IO::FileHeadPrefetcher::TakeOnThisThread(location, &head)) {
         modTime = head.modificationTime;
         return true;
     }

@@ -26,15 +26,20 @@ public:
     explicit PartMarks(const LibrarySet& set)
         : set(set), marks(static_cast<std::size_t>(std::max(set.GetLibPartNumber(), 0))) {}
     void Mark(const LibPart* part) {
-        if (const int index = set.GetIndexByLibPart(part); index >= 0 && std::size_t(index) < marks.size())
-            marks[static_cast<std::size_t>(index)] = true;
+        if (const std::size_t index = IndexOf(part); index < marks.size())
+            marks[index] = true;
     }
     bool IsMarked(const LibPart* part) const {
-        const int index = set.GetIndexByLibPart(part);
-        return index >= 0 && std::size_t(index) < marks.size() && marks[static_cast<std::size_t>(index)];
+        const std::size_t index = IndexOf(part);
+        return index < marks.size() && marks[index];
     }
 
 private:
+    // Past the end for a record outside the catalogue (-1 wraps).
+    std::size_t IndexOf(const LibPart* part) const {
+        return static_cast<std::size_t>(set.GetIndexByLibPart(part));
+    }
+
     const LibrarySet& set;
     std::vector<bool> marks;
 };
