@@ -117,6 +117,47 @@ TEST_F(Iteration, FiltersDeletedSlotsAndTheReverseWalk) {
     EXPECT_EQ(Backward(afterBack), "Ghost,Bench,Armchair");
 }
 
+// The name order asked position by position, as an order the catalogue does not keep itself.
+class NameOrderOneByOne : public LM::ILibItemOrder {
+public:
+    int operator()(const LM::LibrarySet& set, int position) const override {
+        return set.GetSortedSymbolIndexByName(position);
+    }
+};
+
+// The name order read in place takes the records in batches; it must visit what the order asked
+// position by position visits, across batch ends and runs of records it passes over.
+TEST_F(Iteration, TheKeptNameOrderVisitsWhatTheOrderAskedOneByOneVisits) {
+    for (int n = 0; n < 700; ++n) {
+        const std::string name = "Part " + std::to_string(n);
+        SavePart("Lib/C/" + name + ".klm", TestId(100 + static_cast<std::uint32_t>(n)), name.c_str());
+    }
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    // A long run of dummies, which a walk of valid parts passes over, and scattered deleted slots.
+    for (int n = 0; n < 600; ++n)
+        Set().StoreDummyLibPart(process, KL::UniString("Part 3x" + std::to_string(n)),
+                                TestId(1000 + static_cast<std::uint32_t>(n)), LM::GetSymbolFileGroup(),
+                                LM::AncestryInfo(), false);
+    for (int n = 0; n < 700; n += 7)
+        Set().DeleteLibPart(process, Named(("Part " + std::to_string(n)).c_str()));
+
+    const LM::LibItemOrderByName kept;
+    const NameOrderOneByOne asked;
+    for (const auto valid : {LM::LibItemIterator::AllItems, LM::LibItemIterator::ValidItemsOnly}) {
+        LM::LibItemIterator keptForward(Set(), kept, valid);
+        LM::LibItemIterator askedForward(Set(), asked, valid);
+        const std::string forward = Forward(keptForward);
+        EXPECT_EQ(forward, Forward(askedForward));
+        EXPECT_EQ(forward.find("Part 0,"), std::string::npos) << "a deleted slot was visited";
+        EXPECT_EQ(forward.find("Part 3x0,") != std::string::npos, valid == LM::LibItemIterator::AllItems);
+
+        const LM::LibPart* start = Named("Part 512");
+        LM::LibItemReverseIterator keptBack(Set(), kept, valid, start);
+        LM::LibItemReverseIterator askedBack(Set(), asked, valid, start);
+        EXPECT_EQ(Backward(keptBack), Backward(askedBack));
+    }
+}
+
 TEST_F(Iteration, AnEmptyCatalogueEndsAtOnce) {
     ASSERT_EQ(Set().ResetActiveLibraries(), 0);
     ASSERT_EQ(Set().Enumerate(process), 0);

@@ -5,6 +5,7 @@
 
 #include "KLRoot/Exceptions.hpp"
 
+#include <array>
 #include <memory>
 #include <new>
 
@@ -50,38 +51,86 @@ struct LibItemWalk::State {
         return (*order)(*librarySet, at);
     }
 
-    // Records in an order of names lie anywhere in memory: asking for one some steps ahead lets
-    // the memory answer several at once, as it does for a loop over an array.
-    void FetchAhead() const {
-        constexpr int Distance = 32;
-        const int ahead = RecordAt(position + (direction == Forward ? Distance : -Distance));
-        if (ahead >= 0 && ahead < count)
-            __builtin_prefetch(&parts->GetLibPart(static_cast<std::size_t>(ahead)));
+    // The next records the walk visits, at most a batch.
+    void Fill() {
+        filled = 0;
+        if (sequence != nullptr && criteria == nullptr)
+            FillInKeptOrder();
+        else
+            FillOneByOne();
     }
 
-    // Settles on the record at `position` when the walk visits it.
-    bool Visits() {
-        if (sequence != nullptr)
-            FetchAhead();
-        const int index = RecordAt(position);
-        current = index >= 0 && index < count ? &parts->GetLibPart(static_cast<std::size_t>(index)) : nullptr;
-        if (current == nullptr || current->GetState() == LibPartStateDeleted ||
-            (criteria != nullptr && !(*criteria)(*librarySet, index)))
-            return false;
-        return !validOnly || current->IsValid();
+    // An order the catalogue keeps, read straight from its array: the common walk. A batch first
+    // finds where its records are, then reads their states in a loop of few instructions, so that
+    // the reads of many records are under way at once, as in a loop over an array of pointers.
+    void FillInKeptOrder() {
+        const int size = static_cast<int>(sequence->size());
+        const int step = direction == Forward ? 1 : -1;
+        if (position > size)
+            position = size;
+        int found = 0;
+        while (found == 0) {
+            const int left = direction == Forward ? size - 1 - position : position;
+            if (left <= 0) {
+                position = direction == Forward ? size : -1;
+                break;
+            }
+            const int take = left < BatchSize ? left : BatchSize;
+            LocateBatch(*parts, static_cast<std::uint32_t>(count), sequence->data() + position + step, step,
+                        take, batch.data());
+            found = KeepVisited(take);
+            position += step * take;
+        }
+        filled = found;
     }
 
-    void Step() {
+    // Restrict: the batch's stores cannot change the part table, which is then read once.
+    static void LocateBatch(const LibPartSet& set, std::uint32_t known, const std::uint32_t* record, int step,
+                            int take, const LibPart** __restrict slot) {
+        for (int taken = 0; taken < take; ++taken, record += step)
+            slot[taken] = *record < known ? &set.GetLibPart(*record) : nullptr;
+    }
+
+    // Compacts the batch in place to the records the walk visits. The condition is settled
+    // outside the loop, which then reads nothing but the records.
+    int KeepVisited(int take) {
+        return validOnly
+                   ? KeepIf(take, [](LibPartState partState) { return partState == LibPartStateValid; })
+                   : KeepIf(take, [](LibPartState partState) { return partState != LibPartStateDeleted; });
+    }
+
+    template <typename Condition>
+    int KeepIf(int take, Condition visits) {
+        const LibPart** slot = batch.data();
+        int found = 0;
+        for (int taken = 0; taken < take; ++taken) {
+            const LibPart* part = slot[taken];
+            if (part != nullptr && visits(part->GetState()))
+                slot[found++] = part;
+        }
+        return found;
+    }
+
+    // A filter is the caller's code: it is asked about a record only when the walk reaches it.
+    void FillOneByOne() {
         const int end = direction == Forward ? count : -1;
         const int step = direction == Forward ? 1 : -1;
-        current = nullptr;
-        while (step > 0 ? position < end : position > end) {
+        const int limit = criteria != nullptr ? 1 : BatchSize;
+        while (filled < limit && (step > 0 ? position < end : position > end)) {
             position += step;
-            if (Visits())
-                return;
+            const int index = RecordAt(position);
+            if (index < 0 || index >= count)
+                continue;
+            const LibPart& part = parts->GetLibPart(static_cast<std::size_t>(index));
+            if (part.GetState() == LibPartStateDeleted ||
+                (criteria != nullptr && !(*criteria)(*librarySet, index)))
+                continue;
+            if (!validOnly || part.IsValid())
+                batch[static_cast<std::size_t>(filled++)] = &part;
         }
-        current = nullptr;
     }
+
+    static constexpr int BatchSize = 256;
 
     const LibrarySet* librarySet;
     const LibPartSet* parts;
@@ -93,7 +142,8 @@ struct LibItemWalk::State {
     const SortedRecords* sequence = nullptr;
     // A position in the order, not a record index; -1 and the record count lie beyond its ends.
     int position = -1;
-    const LibPart* current = nullptr;
+    std::array<const LibPart*, BatchSize> batch{};
+    int filled = 0;
 };
 
 // Both directions start at the start part's position; without one, or when the order does not hold
@@ -113,8 +163,7 @@ LibItemWalk::LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* orde
                 state->position = position;
                 break;
             }
-    state->Step();
-    current = state->current;
+    Refill();
     static_cast<void>(owned.release());
 }
 
@@ -122,11 +171,11 @@ LibItemWalk::~LibItemWalk() {
     delete state;
 }
 
-void LibItemWalk::Step() {
-    if (state != nullptr) {
-        state->Step();
-        current = state->current;
-    }
+void LibItemWalk::Refill() {
+    state->Fill();
+    ahead = state->batch.data();
+    aheadEnd = ahead + state->filled;
+    current = ahead != aheadEnd ? *ahead++ : nullptr;
 }
 
 } // namespace LM

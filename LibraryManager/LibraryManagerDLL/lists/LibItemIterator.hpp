@@ -59,11 +59,22 @@ protected:
     // Null `order` and `criteria` take the catalogue's own order and no filter.
     LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order, const ILibItemCriteria* criteria,
                 bool validOnly, const LibPart* start, Direction direction);
-    void Step();
+    void Step() {
+        if (ahead != aheadEnd)
+            current = *ahead++;
+        else
+            Refill();
+    }
 
 private:
+    void Refill();
+
     State* state;
-    // Kept here rather than in the state, so that reading it costs a walk no call.
+    // The records the walk visits next, found in a batch: a step then costs what a step over an
+    // array costs, and the memory answers the batch's reads together. Kept here rather than in
+    // the state, so that a step costs no call.
+    const LibPart* const* ahead = nullptr;
+    const LibPart* const* aheadEnd = nullptr;
     const LibPart* current = nullptr;
 };
 
