@@ -102,6 +102,8 @@ void FileHeadPrefetcher::Announce(const Location& folder, std::vector<Location> 
         return;
     auto batch = std::make_shared<Batch>();
     batch->folder = folder;
+    batch->folderPath = folder.ToString();
+    batch->folderDescriptor = open(batch->folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     batch->items.resize(files.size());
     for (std::size_t i = 0; i < files.size(); ++i)
         batch->items[i].location = std::move(files[i]);
@@ -169,6 +171,12 @@ bool FileHeadPrefetcher::Take(const Location& location, FileHead* head) {
         changes.fetch_add(1, std::memory_order_relaxed);
         if (helperSleeping)
             workChanged.notify_one();
+        // While the helper reads this one, this thread reads the next file nobody has begun
+        // instead of waiting idle: when the helper falls behind, both threads open files.
+        BatchPointer other;
+        std::size_t next = 0;
+        while (!item.read && NextToRead(&other, &next))
+            ReadItem(guard, other, next);
         const auto arrived = [&] { return item.read; };
         if (!SpinUntil(guard, changes, arrived, TakerSpin)) {
             takerSleeping = true;
@@ -231,31 +239,36 @@ void FileHeadPrefetcher::Run() {
         }
         if (stopping)
             return;
-        batch->nextToRead = index + 1;
-        FileHead head;
-        bool usable = false;
-        // An item's location is fixed once announced, and its batch is held here. A failure to
-        // allocate leaves the file to its reader.
-        try {
-            const Location& location = batch->items[index].location;
-            guard.unlock();
-            usable = ReadHead(*batch, location, &head);
-        } catch (const std::bad_alloc&) {
-            usable = false;
-        }
-        if (!guard.owns_lock())
-            guard.lock();
-        Item& item = batch->items[index];
-        item.read = true;
-        changes.fetch_add(1, std::memory_order_relaxed);
-        if (usable && !batch->withdrawn && index >= batch->nextToTake) {
-            item.usable = true;
-            item.head = std::move(head);
-            ++waitingHeads;
-        }
-        if (&item == awaited && takerSleeping)
-            headRead.notify_one();
+        ReadItem(guard, batch, index);
     }
+}
+
+void FileHeadPrefetcher::ReadItem(std::unique_lock<std::mutex>& guard, const BatchPointer& batch,
+                                  std::size_t index) {
+    batch->nextToRead = index + 1;
+    FileHead head;
+    bool usable = false;
+    // An item's location is fixed once announced, and its batch is held by the caller. A failure
+    // to allocate leaves the file to its reader.
+    try {
+        const Location& location = batch->items[index].location;
+        guard.unlock();
+        usable = ReadHead(*batch, location, &head);
+    } catch (const std::bad_alloc&) {
+        usable = false;
+    }
+    if (!guard.owns_lock())
+        guard.lock();
+    Item& item = batch->items[index];
+    item.read = true;
+    changes.fetch_add(1, std::memory_order_relaxed);
+    if (usable && !batch->withdrawn && index >= batch->nextToTake) {
+        item.usable = true;
+        item.head = std::move(head);
+        ++waitingHeads;
+    }
+    if (&item == awaited && takerSleeping)
+        headRead.notify_one();
 }
 
 FileHeadPrefetcher::Batch::~Batch() {
@@ -265,12 +278,7 @@ FileHeadPrefetcher::Batch::~Batch() {
 
 // Opened as the local file system opens for reading; O_NONBLOCK keeps a fifo from holding the
 // helper, and anything but a regular file is left to its reader.
-bool FileHeadPrefetcher::ReadHead(Batch& batch, const Location& location, FileHead* head) {
-    if (!batch.folderOpened) {
-        batch.folderOpened = true;
-        batch.folderPath = batch.folder.ToString();
-        batch.folderDescriptor = open(batch.folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    }
+bool FileHeadPrefetcher::ReadHead(const Batch& batch, const Location& location, FileHead* head) {
     const std::string path = location.ToString();
     const std::size_t folderLength = batch.folderPath.size();
     const bool inFolder = batch.folderDescriptor >= 0 && path.size() > folderLength + 1 &&

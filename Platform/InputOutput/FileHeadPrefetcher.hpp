@@ -89,9 +89,8 @@ private:
         std::size_t nextToRead = 0;
         std::size_t nextToTake = 0;
         bool withdrawn = false;
-        // The helper's alone: files are opened relative to their folder, which spares the walk of
-        // the whole path per file.
-        bool folderOpened = false;
+        // Set before the batch is shared, then only read: files are opened relative to their
+        // folder, which spares the walk of the whole path per file.
         std::string folderPath;
         int folderDescriptor = -1;
     };
@@ -100,7 +99,10 @@ private:
     void Run();
     // The next item to read, searching from the folder announced last; false when none is left.
     bool NextToRead(BatchPointer* batch, std::size_t* index);
-    static bool ReadHead(Batch& batch, const Location& location, FileHead* head);
+    // Reads an item NextToRead gave, on whichever thread calls, with the lock held on entry and
+    // on return but not while reading.
+    void ReadItem(std::unique_lock<std::mutex>& guard, const BatchPointer& batch, std::size_t index);
+    static bool ReadHead(const Batch& batch, const Location& location, FileHead* head);
     // Lets go of a head that waits.
     void Release(Item& item);
 
