@@ -277,6 +277,20 @@ TEST_F(PartStore, RevisionConflictsReachPastAPartWithoutRevision) {
     std::sort(places.begin(), places.end());
     EXPECT_EQ(places, (std::vector<std::string>{"Elsewhere/C.klm", "Lib/Lamps/A.klm", "Lib/Lamps/B.klm",
                                                 "Lib/Lamps/D.klm"}));
+
+    // Members taken out, the first and one in the middle, leave the others to be met by the next.
+    Set().DeleteLibPart(process,
+                        Set().GetLibPart(LM::LibPartId(KL::UnID(lamp, KL::NULLGuid), KL::UniString())));
+    Set().DeleteLibPart(process, moved);
+    Store(SavePart("Lib/Lamps/E.klm", revision(4), "Lamp"));
+    Set().UpdateDuplicateCounters();
+    ASSERT_EQ(Reports().GetRevisionConflicts().GetSize(), 1U);
+    const LM::DuplicateReport& after = Reports().GetRevisionConflicts()[0];
+    members.clear();
+    for (std::size_t i = 0; i < after.locations.GetSize(); ++i)
+        members.push_back(Relative(after.locations[i]));
+    std::sort(members.begin(), members.end());
+    EXPECT_EQ(members, (std::vector<std::string>{"Lib/Lamps/B.klm", "Lib/Lamps/D.klm", "Lib/Lamps/E.klm"}));
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 #include <numeric>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace LM {
 
@@ -146,12 +147,16 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
     const KL::UnID& unId = id.GetUnId();
     // The record's entry is made now, so that one search serves the check and the entry; a
     // duplicate leaves it to its winner.
-    KL::Array<LibPartCache>* sameMain = unId.mainGuid.IsNull() ? nullptr : &mainGuidToParts[unId.mainGuid];
-    if (sameMain != nullptr) {
+    // The record's chain is found or made now, so that one search serves the check and the link;
+    // a duplicate leaves it to its winner.
+    ChainStart* chain = unId.mainGuid.IsNull() ? nullptr : &mainGuidChains[unId.mainGuid];
+    if (chain != nullptr) {
         // Parts without a full id record nothing, so the search goes on past them; one record
         // per newcomer is enough, since the conflict table holds every revision.
-        for (const LibPartCache& entry : *sameMain) {
-            if (entry.part->GetOwnUnID() != unId && AddRevisionConflict(*entry.part, record))
+        for (std::int32_t at = chain->first; at >= 0;
+             at = parts[static_cast<std::size_t>(at)].nextSameMainGuid) {
+            const LibPart& other = parts[static_cast<std::size_t>(at)];
+            if (other.GetOwnUnID() != unId && AddRevisionConflict(other, record))
                 break;
         }
     }
@@ -174,15 +179,15 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
             loser.Swap(winner);
         if (duplicateSlot != nullptr)
             *duplicateSlot = &loser;
-        if (sameMain != nullptr && sameMain->IsEmpty())
-            mainGuidToParts.Delete(unId.mainGuid);
+        if (chain != nullptr && chain->first < 0)
+            mainGuidChains.Delete(unId.mainGuid);
         return winner;
     }
 
     EnterIndex(&record, static_cast<std::uint32_t>(index));
     AddOwnIds(&record, false, true);
-    if (sameMain != nullptr)
-        sameMain->Push(OwnEntry(&record, false));
+    if (chain != nullptr)
+        AppendToChain(*chain, static_cast<std::uint32_t>(index));
     AddMigrations(&record, migration);
     return &record;
 }
@@ -213,10 +218,34 @@ void LibPartSet::RemoveMigrations(const LibPart* part) {
         EraseFromArray(migrationGuidToParts, guid, part);
 }
 
-void LibPartSet::RemoveFromMainGuidTable(const LibPart* part) {
-    const KL::Guid& mainGuid = part->GetOwnUnID().mainGuid;
-    if (!mainGuid.IsNull())
-        EraseFromArray(mainGuidToParts, mainGuid, part);
+// Chains are short, a guid's revisions: appending and unlinking walk them.
+void LibPartSet::AppendToChain(ChainStart& chain, std::uint32_t index) {
+    std::int32_t* link = &chain.first;
+    while (*link >= 0)
+        link = &parts[static_cast<std::size_t>(*link)].nextSameMainGuid;
+    *link = static_cast<std::int32_t>(index);
+    parts[index].nextSameMainGuid = -1;
+}
+
+// A record is unlinked under the main guid it has, or else under the one it was registered with,
+// should its id have changed meanwhile.
+void LibPartSet::UnlinkMainGuid(std::uint32_t index) {
+    LibPart& record = parts[index];
+    const KL::Guid own = record.GetOwnUnID().mainGuid;
+    for (const KL::Guid& mainGuid : {own, record.registeredUnId.mainGuid}) {
+        ChainStart* chain = mainGuid.IsNull() ? nullptr : mainGuidChains.GetPtr(mainGuid);
+        if (chain == nullptr)
+            continue;
+        std::int32_t* link = &chain->first;
+        while (*link >= 0 && *link != static_cast<std::int32_t>(index))
+            link = &parts[static_cast<std::size_t>(*link)].nextSameMainGuid;
+        if (*link < 0)
+            continue;
+        *link = std::exchange(record.nextSameMainGuid, -1);
+        if (chain->first < 0)
+            mainGuidChains.Delete(mainGuid);
+        return;
+    }
 }
 
 LibPart* LibPartSet::FindDuplicateOf(const LibPartId& id, const LibPart& record) {
@@ -246,17 +275,17 @@ bool LibPartSet::Unregister(std::size_t index) {
         }
     }
 
+    UnlinkMainGuid(static_cast<std::uint32_t>(index));
     RemoveIds(&record);
     record.storeIndex = -1;
-    RemoveFromMainGuidTable(&record);
     RemoveMigrations(&record);
     if (promoted == nullptr)
         return false;
     const auto newIndex = static_cast<std::uint32_t>(parts.GetSize() - 1);
     EnterIndex(promoted, newIndex);
     AddOwnIds(promoted, false, true);
-    if (!promoted->GetOwnUnID().mainGuid.IsNull())
-        mainGuidToParts[promoted->GetOwnUnID().mainGuid].Push(OwnEntry(promoted, false));
+    if (const KL::Guid mainGuid = promoted->GetOwnUnID().mainGuid; !mainGuid.IsNull())
+        AppendToChain(mainGuidChains[mainGuid], newIndex);
     AddMigrations(promoted, nullptr);
     return true;
 }
@@ -334,7 +363,7 @@ void LibPartSet::ResetIdTable() {
 void LibPartSet::Reserve(std::size_t more) {
     const std::size_t count = parts.GetSize() + more;
     idToPart.Reserve(count);
-    mainGuidToParts.Reserve(count);
+    mainGuidChains.Reserve(count);
 }
 
 void LibPartSet::BuildSortedIndices() {

@@ -140,9 +140,6 @@ public:
     const KL::Array<LibPartCache>* FindMigrations(const KL::Guid& mainGuid) const {
         return migrationGuidToParts.GetPtr(mainGuid);
     }
-    const KL::Array<LibPartCache>* FindByMainGuid(const KL::Guid& mainGuid) const {
-        return mainGuidToParts.GetPtr(mainGuid);
-    }
 
     ILibraryErrorHandler* GetErrorHandler() const { return errorHandler; }
     LibrarySet* GetLibrarySet() const { return librarySet; }
@@ -157,7 +154,10 @@ private:
     void RemoveRevisionConflict(const LibPart& record);
     void AddMigrations(const LibPart* part, const MigrationTable* migration);
     void RemoveMigrations(const LibPart* part);
-    void RemoveFromMainGuidTable(const LibPart* part);
+    struct ChainStart;
+    // The chain of registered records with a main guid, in the order they were registered.
+    void AppendToChain(ChainStart& chain, std::uint32_t index);
+    void UnlinkMainGuid(std::uint32_t index);
     LibPart* FindDuplicateOf(const LibPartId& id, const LibPart& record);
     void ReportRevisionConflicts() const;
     void ReportSameNameDifferentContents() const;
@@ -171,7 +171,11 @@ private:
     KL::HashTable<LibPartId, LibPartCache> idToPart;
     // The ids each slot was entered under, beyond a non-null own id (which the slot keeps itself).
     KL::HashTable<const LibPart*, KL::HashSet<LibPartId>> partToIds;
-    KL::HashTable<KL::Guid, KL::Array<LibPartCache>> mainGuidToParts;
+    // The first slot of each main guid's chain (see LibPart::nextSameMainGuid).
+    struct ChainStart {
+        std::int32_t first = -1;
+    };
+    KL::HashTable<KL::Guid, ChainStart> mainGuidChains;
     KL::HashTable<KL::Guid, KL::Array<LibPartCache>> migrationGuidToParts;
     ILibraryErrorHandler* errorHandler;
     LibrarySet* librarySet;
