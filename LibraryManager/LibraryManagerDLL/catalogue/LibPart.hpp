@@ -137,6 +137,9 @@ private:
     IO::Location location;
     IO::Location origLocation;
     std::int32_t folderIndex = -1;
+    // The next slot of the part table whose record has this record's main guid, or -1: the store
+    // chains them to find revision conflicts. It belongs to the slot, like storeIndex.
+    std::int32_t nextSameMainGuid = -1;
     FTM::GeneralID fileType;
     TITime modTime = 0;
     Symbol* symbol = nullptr;
@@ -144,9 +147,6 @@ private:
     // The record's catalogue index while a store has it registered, else -1. It belongs to the
     // slot: Swap and MoveAssignment leave it where it is.
     std::int32_t storeIndex = -1;
-    // The next slot of the part table whose record has this record's main guid, or -1: the store
-    // chains them to find revision conflicts. It belongs to the slot, like storeIndex.
-    std::int32_t nextSameMainGuid = -1;
     // The own id the store's id table holds for this slot, when it is not null; it is what the
     // store forgets again, whatever the record's id has become meanwhile.
     KL::UnID registeredUnId;

@@ -278,7 +278,7 @@ void Symbol::Clear() {
     isPlaceable = false;
     isArchivable = false;
     migrationValue = LPF::Normal;
-    userData.Clear();
+    userData.reset();
     binCodeIndices.Clear();
 }
 
@@ -312,15 +312,20 @@ const LPF::ScriptFile* Symbol::GetScriptFile(const IO::Location& location) const
 }
 
 KL::ConstSharedPtr<SymbolUserData> Symbol::GetUserData(const KL::Guid& client) const {
-    const KL::ConstSharedPtr<SymbolUserData>* entry = userData.GetPtr(client);
+    const KL::ConstSharedPtr<SymbolUserData>* entry =
+        userData != nullptr ? userData->GetPtr(client) : nullptr;
     return entry != nullptr ? *entry : KL::ConstSharedPtr<SymbolUserData>();
 }
 
 void Symbol::SetUserData(const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data) {
-    if (data.IsNull())
-        userData.Delete(client);
-    else
-        userData.Put(client, data);
+    if (data.IsNull()) {
+        if (userData != nullptr)
+            userData->Delete(client);
+        return;
+    }
+    if (userData == nullptr)
+        userData = std::make_unique<KL::HashTable<KL::Guid, KL::ConstSharedPtr<SymbolUserData>>>();
+    userData->Put(client, data);
 }
 
 int Symbol::WriteToXML(KL::XMLOChannel& channel, unsigned detail) const {

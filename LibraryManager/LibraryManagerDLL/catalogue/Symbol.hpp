@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 class MigrationTableObject;
 
@@ -97,7 +98,7 @@ public:
     KL::ConstSharedPtr<SymbolUserData> GetUserData(const KL::Guid& client) const;
     // Null removes the client's entry.
     void SetUserData(const KL::Guid& client, const KL::ConstSharedPtr<SymbolUserData>& data);
-    void ClearUserData() { userData.Clear(); }
+    void ClearUserData() { userData.reset(); }
     // Lets the file objects go; the next question opens them again. Owner's thread only, with no
     // reader of them left.
     void ReleaseFiles() const;
@@ -131,7 +132,9 @@ private:
     bool isArchivable = false;
     LPF::MigrationValue migrationValue = LPF::Normal;
     QdlBinCodeIndexArray binCodeIndices;
-    KL::HashTable<KL::Guid, KL::ConstSharedPtr<SymbolUserData>> userData;
+    // Made when a client first sets data: few parts ever carry any, and an empty table would
+    // cost every part its size.
+    std::unique_ptr<KL::HashTable<KL::Guid, KL::ConstSharedPtr<SymbolUserData>>> userData;
     mutable KL::SpinLock lock;
 };
 
