@@ -50,8 +50,9 @@ public:
     void Announce(const Location& folder, std::vector<Location> files);
     // Drops what is left of the files announced for `folder`.
     void Withdraw(const Location& folder);
-    // The head of `location` when it is among the files of the folder announced last; waits while
-    // the helper reads it. False when it has no head: the caller opens the file itself.
+    // The head of `location` when it is among the files of the folder announced last. While the
+    // helper reads it, the caller reads the next files nobody has begun, then waits. False when
+    // it has no head: the caller opens the file itself.
     bool Take(const Location& location, FileHead* head);
 
     // The prefetcher a Scope made current on this thread, or null: readers deep below a walk find

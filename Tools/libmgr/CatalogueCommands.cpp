@@ -256,12 +256,11 @@ int RunEnumerateCommand(const Arguments& arguments) {
     const CommandHelp help{
         "enumerate LIB... [--json] [-q]",
         "Enumerates the libraries and prints a summary: libraries, parts (valid, dummy, and\n"
-        "damaged: part files that cannot be read),\n"
-        "folders, duplicates by kind, and the time taken.\n\n"
+        "damaged: part files that cannot be read), folders, duplicates by kind, and the time\n"
+        "taken.\n\n"
         "Then one line per library: replayed from the library cache, or walked.\n\n"
         "  --json   one JSON object with libraries, parts, validParts, dummyParts, damagedParts,\n"
-        "           folders,\n"
-        "           duplicates, duplicatesByKind, seconds and libraryPasses\n"
+        "           folders, duplicates, duplicatesByKind, seconds and libraryPasses\n"
         "  -q       no progress on the terminal\n\n"};
     return RunOnCatalogue(arguments, help, {}, [](Session& session, const Options& options) {
         if (options.json)

@@ -145,8 +145,6 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
     LibPart& record = parts[index];
     const LibPartId id = OwnIdOf(record);
     const KL::UnID& unId = id.GetUnId();
-    // The record's entry is made now, so that one search serves the check and the entry; a
-    // duplicate leaves it to its winner.
     // The record's chain is found or made now, so that one search serves the check and the link;
     // a duplicate leaves it to its winner.
     ChainStart* chain = unId.mainGuid.IsNull() ? nullptr : &mainGuidChains[unId.mainGuid];
@@ -218,11 +216,15 @@ void LibPartSet::RemoveMigrations(const LibPart* part) {
         EraseFromArray(migrationGuidToParts, guid, part);
 }
 
-// Chains are short, a guid's revisions: appending and unlinking walk them.
+// Chains are short, a guid's revisions: appending and unlinking walk them. A record already in
+// the chain stays where it is.
 void LibPartSet::AppendToChain(ChainStart& chain, std::uint32_t index) {
     std::int32_t* link = &chain.first;
-    while (*link >= 0)
+    while (*link >= 0) {
+        if (*link == static_cast<std::int32_t>(index))
+            return;
         link = &parts[static_cast<std::size_t>(*link)].nextSameMainGuid;
+    }
     *link = static_cast<std::int32_t>(index);
     parts[index].nextSameMainGuid = -1;
 }
