@@ -324,7 +324,7 @@ void Symbol::SetUserData(const KL::Guid& client, const KL::ConstSharedPtr<Symbol
         return;
     }
     if (userData == nullptr)
-        userData = std::make_unique<KL::HashTable<KL::Guid, KL::ConstSharedPtr<SymbolUserData>>>();
+        userData = std::make_unique<UserDataTable>();
     userData->Put(client, data);
 }
 

@@ -134,7 +134,8 @@ private:
     QdlBinCodeIndexArray binCodeIndices;
     // Made when a client first sets data: few parts ever carry any, and an empty table would
     // cost every part its size.
-    std::unique_ptr<KL::HashTable<KL::Guid, KL::ConstSharedPtr<SymbolUserData>>> userData;
+    using UserDataTable = KL::HashTable<KL::Guid, KL::ConstSharedPtr<SymbolUserData>>;
+    std::unique_ptr<UserDataTable> userData;
     mutable KL::SpinLock lock;
 };
 

@@ -51,6 +51,11 @@ struct LibItemWalk::State {
         return (*order)(*librarySet, at);
     }
 
+    // Whether a walk visits a record in this state, a filter aside.
+    static bool Visits(LibPartState partState, bool onlyValid) {
+        return onlyValid ? partState == LibPartStateValid : partState != LibPartStateDeleted;
+    }
+
     // The next records the walk visits, at most a batch.
     void Fill() {
         filled = 0;
@@ -94,9 +99,8 @@ struct LibItemWalk::State {
     // Compacts the batch in place to the records the walk visits. The condition is settled
     // outside the loop, which then reads nothing but the records.
     int KeepVisited(int take) {
-        return validOnly
-                   ? KeepIf(take, [](LibPartState partState) { return partState == LibPartStateValid; })
-                   : KeepIf(take, [](LibPartState partState) { return partState != LibPartStateDeleted; });
+        return validOnly ? KeepIf(take, [](LibPartState partState) { return Visits(partState, true); })
+                         : KeepIf(take, [](LibPartState partState) { return Visits(partState, false); });
     }
 
     template <typename Condition>
@@ -125,7 +129,7 @@ struct LibItemWalk::State {
             if (part.GetState() == LibPartStateDeleted ||
                 (criteria != nullptr && !(*criteria)(*librarySet, index)))
                 continue;
-            if (!validOnly || part.IsValid())
+            if (Visits(part.GetState(), validOnly))
                 batch[static_cast<std::size_t>(filled++)] = &part;
         }
     }
