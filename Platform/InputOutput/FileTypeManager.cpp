@@ -303,6 +303,13 @@ TypeID FileTypeManager::IdentifyLocked(const KL::UniString& extension, GeneralID
     return FindTypeOf(within, byCode);
 }
 
+// A name that a type claims settles the matter: content and codes speak only for names no type
+// knows. Codes are shared ("TEXT" of scripts and texts alike), extensions are not. This also
+// spares a walk the opening of every picture and text that it asks about the part types first.
+bool FileTypeManager::IsClaimedByAnyType(const KL::UniString& extension) const {
+    return !extension.IsEmpty() && FindTypeOf(RootGroup, ClaimsExtension(extension)) != UnknownType;
+}
+
 bool FileTypeManager::MatchLocked(const KL::UniString& extension, GeneralID id, FileFacts& facts) const {
     const auto byExtension = ClaimsExtension(extension);
     if (id.IsGroup()) {
@@ -310,7 +317,7 @@ bool FileTypeManager::MatchLocked(const KL::UniString& extension, GeneralID id, 
         // content's question, and not this one's.
         if (FindTypeOf(id, byExtension) != UnknownType)
             return true;
-        return IdentifyLocked(extension, id, facts) != UnknownType;
+        return !IsClaimedByAnyType(extension) && IdentifyLocked(extension, id, facts) != UnknownType;
     }
     const auto found = types.find(id.GetValue());
     if (found == types.end())
@@ -318,11 +325,7 @@ bool FileTypeManager::MatchLocked(const KL::UniString& extension, GeneralID id, 
     const FileType& type = *found->second;
     if (byExtension(type))
         return true;
-    if (type.GetDetector() == nullptr && type.GetMacType() == 0)
-        return false;
-    // A name that another type claims settles the matter: content and codes speak only for names
-    // no type knows. Codes are shared ("TEXT" of scripts and texts alike), extensions are not.
-    if (!extension.IsEmpty() && FindTypeOf(RootGroup, byExtension) != UnknownType)
+    if ((type.GetDetector() == nullptr && type.GetMacType() == 0) || IsClaimedByAnyType(extension))
         return false;
     return DetectorAccepts(type, facts) ||
            (facts.GetTypeCode() != 0 && facts.GetTypeCode() == type.GetMacType());

@@ -80,6 +80,7 @@ private:
     TypeID FindTypeOf(GeneralID within, Accepts accepts) const;
     TypeID IdentifyLocked(const KL::UniString& extension, GeneralID within, FileFacts& facts) const;
     bool MatchLocked(const KL::UniString& extension, GeneralID id, FileFacts& facts) const;
+    bool IsClaimedByAnyType(const KL::UniString& extension) const;
 
     std::uint32_t applicationCreator;
     std::map<std::int32_t, std::unique_ptr<FileType>> types;

@@ -256,6 +256,15 @@ RelativeLocation::RelativeLocation(std::string_view path) {
     }
 }
 
+bool RelativeLocation::IsEntryOf(const RelativeLocation& folder, const Name& name) const {
+    const std::u16string_view all = joined.View();
+    const std::u16string_view head = folder.joined.View();
+    const std::u16string_view tail = name.GetText().View();
+    const std::size_t separator = folder.count > 0 ? 1 : 0;
+    return count == folder.count + 1 && all.size() == head.size() + separator + tail.size() &&
+           all.starts_with(head) && all.ends_with(tail);
+}
+
 int RelativeLocation::Write(KL::OChannel& channel) const {
     channel.Write(count);
     return WriteNames(channel);

@@ -103,6 +103,8 @@ public:
     std::string ToString() const { return joined.ToUTF8(); }
 
     bool operator==(const RelativeLocation& other) const { return joined == other.joined; }
+    // Equal to `folder` with `name` appended; a walk compares each entry so without a copy.
+    bool IsEntryOf(const RelativeLocation& folder, const Name& name) const;
     std::strong_ordering operator<=>(const RelativeLocation& other) const { return CompareNames(other); }
 
     // Stream form: u32 name count, then the names.

@@ -101,6 +101,10 @@ TEST(FileTypeManager, IdentifiesFilesByExtensionThenContentThenCode) {
     EXPECT_TRUE(manager.Match(scratch.Location("photo.PNG"), images));
     EXPECT_TRUE(manager.Match(scratch.Location("disguised.dat"), png));
     EXPECT_FALSE(manager.Match(scratch.Location("photo.bmp"), png));
+    // Content speaks for a group only where no type claims the name.
+    scratch.Write("photo.txt", "\x89PNG....");
+    EXPECT_TRUE(manager.Match(scratch.Location("disguised.dat"), images));
+    EXPECT_FALSE(manager.Match(scratch.Location("photo.txt"), images));
 
     // Two types share an extension: the file's own type code decides, else the first wins.
     EXPECT_EQ(manager.Identify(scratch.Location("notes.txt")), plain);

@@ -18,7 +18,6 @@
 #include "walking/LibraryCacheEntry.hpp"
 
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 namespace IO {
@@ -222,9 +221,6 @@ public:
     // Enters the part's chain, from `ancestryHandle` or else its own "ANCS" section, in the tree.
     void AddLibPartToAncestryHierarchy(LibPart* part, const char* const* ancestryHandle);
     bool IsLocationStorableFileType(const IO::Location& location, FTM::GeneralID* id) const;
-    // IsLocationStorableFileType for the comparing walk of a replay, which keeps the answer for
-    // the records read next: the file is the same, as its time proves, and is not read again.
-    bool IsLocationStorableFileTypeForReplay(const IO::Location& location, FTM::GeneralID* id);
     bool IsLocationUnsupportedFileType(const IO::Location& location, FTM::GeneralID* id) const;
     // The target takes over the parameters it shares with the source.
     int UpdateSymbolParameters(const LibPart* target, const LibPart* source);
@@ -434,8 +430,6 @@ private:
     QdlBinCodesContainer* binCodes;
     bool isEnumerated = false;
     std::vector<bool> replayedLibraries;
-    // What the comparing walk of the library being replayed found storable, by place.
-    std::unordered_map<IO::Location, FTM::GeneralID> replayTypes;
     // Set while the empty pass after a fault runs, so that a fault of that pass ends there.
     bool recoveringFromFault = false;
     bool inBatch = false;

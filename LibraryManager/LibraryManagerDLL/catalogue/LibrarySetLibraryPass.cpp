@@ -90,11 +90,6 @@ bool LibrarySet::ReplayLibrary(KL::ProcessControl& process, int index, const IO:
     const IO::Location partStreamLocation = cache.PartStream(name);
     if (!cache.IsEnabled() || partStreamLocation.IsEmpty())
         return false;
-    // The types the comparing walk found serve this library's records only.
-    struct ForgetTypes {
-        std::unordered_map<IO::Location, FTM::GeneralID>& types;
-        ~ForgetTypes() { types.clear(); }
-    } forget{replayTypes};
     IO::File partStream(partStreamLocation);
     if (partStream.Open(IO::File::ReadMode) != KL::NoError ||
         !cache.CheckValidity(process, folder, this, partStreamLocation))
@@ -140,16 +135,10 @@ int LibrarySet::LoadCachedPart(KL::IChannel& channel, int firstFolderIndex) {
     int result = record.Read(channel, firstFolderIndex, &ancestry, &migration);
     const KL::ScopedHandle ancestryHandle(ancestry);
     FTM::GeneralID type;
-    const auto storable = [this, &type](const IO::Location& location) {
-        if (const auto known = replayTypes.find(location); known != replayTypes.end()) {
-            type = known->second;
-            return true;
-        }
-        return IsLocationStorableFileType(location, &type);
-    };
     if (result == KL::NoError &&
         (record.GetState() != LibPartStateValid || !folderSet->IsValidIndex(record.GetFolderIndex()) ||
-         (!storable(record.GetLocation()) && !IsLocationUnsupportedFileType(record.GetLocation(), &type))))
+         (!IsLocationStorableFileType(record.GetLocation(), &type) &&
+          !IsLocationUnsupportedFileType(record.GetLocation(), &type))))
         result = LibPartFileError;
     if (result != KL::NoError) {
         libParts->MakeHole(index);

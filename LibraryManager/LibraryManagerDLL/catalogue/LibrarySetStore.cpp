@@ -345,16 +345,6 @@ bool LibrarySet::IsLocationStorableFileType(const IO::Location& location, FTM::G
     return MatchesAnyType(storableFileTypes, location, id);
 }
 
-bool LibrarySet::IsLocationStorableFileTypeForReplay(const IO::Location& location, FTM::GeneralID* id) {
-    FTM::GeneralID type;
-    if (!IsLocationStorableFileType(location, &type))
-        return false;
-    replayTypes.insert_or_assign(location, type);
-    if (id != nullptr)
-        *id = type;
-    return true;
-}
-
 bool LibrarySet::IsLocationUnsupportedFileType(const IO::Location& location, FTM::GeneralID* id) const {
     return MatchesAnyType(unsupportedFileTypes, location, id);
 }

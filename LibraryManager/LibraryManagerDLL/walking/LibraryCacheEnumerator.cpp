@@ -17,8 +17,7 @@ const KL::UniString ContainerExtension("LCF");
 LibraryCacheEnumerator::LibraryCacheEnumerator(KL::ProcessControl& processControl, const IO::Folder& folder,
                                                LibrarySet* librarySet,
                                                const KL::Array<LibraryCacheEntry>* entries)
-    : IO::TreeEnumerator(folder), rootLocation(folder.GetLocation()), entries(entries),
-      librarySet(librarySet), processControl(processControl) {
+    : IO::TreeEnumerator(folder), entries(entries), librarySet(librarySet), processControl(processControl) {
     ListModificationTimes();
 }
 
@@ -33,17 +32,18 @@ LibraryCacheEnumerator::~LibraryCacheEnumerator() {
 bool LibraryCacheEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
     if (isFolder || !name.GetExtension().IsEqual(ContainerExtension, KL::CaseInsensitive))
         return true;
-    const IO::Location location = GetParent().GetLocation() + name;
-    containers.Push(location);
-    CompareWithNextEntry(location);
+    containers.Push(GetParent().GetLocation() + name);
+    CompareWithNextEntry(name);
     return false;
 }
 
-// Only files the catalogue stores have entries: others may come and go without a word.
+// Only files the catalogue stores have entries: others may come and go without a word. A file
+// the list names at this place kept its type as long as it kept its time, so only the others
+// are asked for theirs.
 bool LibraryCacheEnumerator::FileFound(const IO::Name& name) {
-    const IO::Location location = GetParent().GetLocation() + name;
-    if (librarySet->IsLocationStorableFileTypeForReplay(location, nullptr))
-        CompareWithNextEntry(location);
+    if (IsNextEntry(name) ||
+        librarySet->IsLocationStorableFileType(GetParent().GetLocation() + name, nullptr))
+        CompareWithNextEntry(name);
     return false;
 }
 
@@ -52,7 +52,17 @@ bool LibraryCacheEnumerator::FolderFound(const IO::Name&) {
     return !IsContainerFileSystem(GetParent().GetOwnerFileSystem());
 }
 
+void LibraryCacheEnumerator::FolderEntered(const IO::Name& name, const IO::Folder&) {
+    folderPlace.Append(name);
+}
+
+void LibraryCacheEnumerator::FolderExited(const IO::Name&, const IO::Folder&) {
+    folderPlace.DeleteLastLocalName();
+}
+
 int LibraryCacheEnumerator::Do() {
+    folderPlace.Clear();
+    nextEntry = 0;
     const int result = IO::TreeEnumerator::Do();
     // The list names files the disk no longer has.
     if (isValid && nextEntry != entries->GetSize())
@@ -65,22 +75,21 @@ void LibraryCacheEnumerator::Invalidate() {
     Stop();
 }
 
+bool LibraryCacheEnumerator::IsNextEntry(const IO::Name& name) const {
+    return nextEntry < entries->GetSize() && (*entries)[nextEntry].relLocation.IsEntryOf(folderPlace, name);
+}
+
 // By position: a changed order counts as a change.
-void LibraryCacheEnumerator::CompareWithNextEntry(const IO::Location& location) {
-    if (nextEntry >= entries->GetSize())
-        return Invalidate();
-    const LibraryCacheEntry& expected = (*entries)[nextEntry];
-    IO::RelativeLocation relative;
-    location.GetDifference(rootLocation, &relative);
-    if (!(relative == expected.relLocation))
+void LibraryCacheEnumerator::CompareWithNextEntry(const IO::Name& name) {
+    if (!IsNextEntry(name))
         return Invalidate();
     // The listing's time spares a lookup of the whole path; without it the file is asked.
     TITime time = 0;
     if (const TITime* listed = GetFoundModificationTime())
         time = *listed;
-    else if (IO::fileSystem.GetFileModificationTime(location, &time) != 0)
+    else if (IO::fileSystem.GetFileModificationTime(GetParent().GetLocation() + name, &time) != 0)
         return Invalidate();
-    if (time != expected.modTime)
+    if (time != (*entries)[nextEntry].modTime)
         return Invalidate();
     ++nextEntry;
 }

@@ -31,15 +31,19 @@ public:
     bool EntryFound(const IO::Name& name, bool isFolder) override;
     bool FileFound(const IO::Name& name) override;
     bool FolderFound(const IO::Name& name) override;
+    void FolderEntered(const IO::Name& name, const IO::Folder& folder) override;
+    void FolderExited(const IO::Name& name, const IO::Folder& folder) override;
     int Do() override;
 
     bool IsValid() const { return isValid; }
 
 private:
-    void CompareWithNextEntry(const IO::Location& location);
+    bool IsNextEntry(const IO::Name& name) const;
+    void CompareWithNextEntry(const IO::Name& name);
     void Invalidate();
 
-    IO::Location rootLocation;
+    // The folder being walked, relative to the library.
+    IO::RelativeLocation folderPlace;
     bool isValid = true;
     const KL::Array<LibraryCacheEntry>* entries;
     std::uint32_t nextEntry = 0;
