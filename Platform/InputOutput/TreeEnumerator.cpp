@@ -1,6 +1,7 @@
 #include "InputOutput/TreeEnumerator.hpp"
 
 #include "InputOutput/FileSystem.hpp"
+#include "InputOutput/FolderListingPrefetcher.hpp"
 #include "InputOutput/IOErrors.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
@@ -38,7 +39,11 @@ int TreeEnumerator::Do() {
     parent = &root;
     if (root.GetStatus() != KL::NoError)
         return root.GetStatus();
-    WalkFolder(root, 0);
+    const bool listedAhead = listAhead && root.GetOwnerFileSystem() == nullptr;
+    if (listedAhead)
+        prefetcher = std::make_unique<FolderListingPrefetcher>(root.GetLocation(), listTimes, MaxDepth);
+    WalkFolder(root, 0, listedAhead);
+    prefetcher.reset();
     parent = &root;
     return firstFailure;
 }
@@ -48,11 +53,18 @@ void TreeEnumerator::NoteFailure(int error) {
         firstFailure = error;
 }
 
-void TreeEnumerator::WalkFolder(const Folder& folder, int depth) {
+int TreeEnumerator::List(const Folder& folder, bool listedAhead, Folder::TimedListing* listing) {
+    int status = KL::NoError;
+    if (listedAhead && prefetcher->Take(folder.GetLocation(), listing, &status))
+        return status;
+    return folder.List(listing, listTimes);
+}
+
+void TreeEnumerator::WalkFolder(const Folder& folder, int depth, bool listedAhead) {
     // The listing is taken whole first, so reports may change the folder (mount a container)
     // without disturbing the walk.
     Folder::TimedListing listing;
-    if (const int err = folder.List(&listing, listTimes); err != KL::NoError) {
+    if (const int err = List(folder, listedAhead, &listing); err != KL::NoError) {
         NoteFailure(err);
         return;
     }
@@ -80,12 +92,13 @@ void TreeEnumerator::WalkFolder(const Folder& folder, int depth) {
         } else {
             enter = type == FileEntryType && fileSystem.IsMountPoint(folder.GetLocation() + name);
         }
+        // The prefetcher lists the folders its listings name, and no link or mount point.
         if (enter && !stopped)
-            Descend(folder, name, depth + 1);
+            Descend(folder, name, depth + 1, listedAhead && type == FolderEntryType);
     }
 }
 
-void TreeEnumerator::Descend(const Folder& folder, const Name& name, int depth) {
+void TreeEnumerator::Descend(const Folder& folder, const Name& name, int depth, bool listedAhead) {
     if (depth > MaxDepth) {
         NoteFailure(NameTooLongError);
         return;
@@ -101,7 +114,7 @@ void TreeEnumerator::Descend(const Folder& folder, const Name& name, int depth) 
     FolderEntered(name, child);
     if (stopped)
         return;
-    WalkFolder(child, depth);
+    WalkFolder(child, depth, listedAhead);
     foundTime = nullptr; // the child's listing is gone
     if (stopped)
         return;

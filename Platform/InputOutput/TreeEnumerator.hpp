@@ -4,7 +4,11 @@
 #include "InputOutput/Name.hpp"
 #include "KLRoot/KLExport.hpp"
 
+#include <memory>
+
 namespace IO {
+
+class FolderListingPrefetcher;
 
 // Walks a folder tree depth first, entries of each folder in name order, so two walks of the
 // same tree report the same sequence. Mounted file systems are walked like folders.
@@ -44,6 +48,9 @@ protected:
     // them at hand give without a lookup of each file's path; for the constructor of a walk that
     // compares times.
     void ListModificationTimes() { listTimes = true; }
+    // Asks for the folders of the local disk to be listed on a second thread as well, for a walk
+    // that spends its time in the listings (one that compares times); for its constructor.
+    void ListAhead() { listAhead = true; }
     // During a report of a file: its modification time when the listing gave it, else null.
     const TITime* GetFoundModificationTime() const { return foundTime; }
     // Ends the walk: nothing more is reported.
@@ -51,8 +58,10 @@ protected:
     bool IsStopped() const { return stopped; }
 
 private:
-    void WalkFolder(const Folder& folder, int depth);
-    void Descend(const Folder& folder, const Name& name, int depth);
+    // `listedAhead`: the folder is one the prefetcher lists.
+    void WalkFolder(const Folder& folder, int depth, bool listedAhead);
+    void Descend(const Folder& folder, const Name& name, int depth, bool listedAhead);
+    int List(const Folder& folder, bool listedAhead, Folder::TimedListing* listing);
     void NoteFailure(int error);
 
     const Folder& root;
@@ -60,6 +69,8 @@ private:
     bool stopped = false;
     int firstFailure = 0;
     bool listTimes = false;
+    bool listAhead = false;
+    std::unique_ptr<FolderListingPrefetcher> prefetcher;
     const TITime* foundTime = nullptr;
 };
 

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,10 @@ using testsupport::ScratchFolder;
 // EntryFound, so that mounted ones are entered as folders.
 class RecordingWalk : public IO::TreeEnumerator {
 public:
-    using IO::TreeEnumerator::TreeEnumerator;
+    explicit RecordingWalk(const IO::Folder& root, bool listAhead = false) : IO::TreeEnumerator(root) {
+        if (listAhead)
+            ListAhead();
+    }
 
     bool EntryFound(const IO::Name& name, bool isFolder) override {
         Note("entry", name);
@@ -33,6 +37,7 @@ public:
         Note("file", name);
         return true;
     }
+    bool FolderFound(const IO::Name& name) override { return !passOver.contains(name.ToUTF8()); }
     bool LinkFound(const IO::Name& name) override {
         Note("link", name);
         return false;
@@ -44,6 +49,7 @@ public:
 
     std::vector<std::string> events;
     std::string stopAt;
+    std::set<std::string> passOver;
 
 private:
     void Note(const char* what, const IO::Name& name) {
@@ -104,6 +110,10 @@ TEST_F(Mounted, TreeWalkDescendsIntoTheMountAndBackInOneOrder) {
     again.root = root.GetLocation();
     again.Do();
     EXPECT_EQ(again.events, expected);
+    RecordingWalk ahead(root, true);
+    ahead.root = root.GetLocation();
+    ahead.Do();
+    EXPECT_EQ(ahead.events, expected) << "the mount is listed by the walk, the disk ahead of it";
 
     RecordingWalk stopped(root);
     stopped.root = root.GetLocation();
@@ -116,7 +126,11 @@ TEST_F(Mounted, TreeWalkDescendsIntoTheMountAndBackInOneOrder) {
 // Notes each file with the time its listing gave, or "-" where it gave none.
 class TimedWalk : public IO::TreeEnumerator {
 public:
-    explicit TimedWalk(const IO::Folder& root) : IO::TreeEnumerator(root) { ListModificationTimes(); }
+    explicit TimedWalk(const IO::Folder& root, bool listAhead = false) : IO::TreeEnumerator(root) {
+        ListModificationTimes();
+        if (listAhead)
+            ListAhead();
+    }
     bool EntryFound(const IO::Name& name, bool isFolder) override {
         return isFolder || name.GetExtension() != "lcf";
     }
@@ -141,6 +155,9 @@ TEST_F(Mounted, AWalkThatAsksForTimesHasThemForDiskFilesOnly) {
         {"b.klm", "-"},
         {"top.txt", "-"}};
     EXPECT_EQ(walk.times, expected);
+    TimedWalk ahead(root, true);
+    EXPECT_EQ(ahead.Do(), KL::NoError);
+    EXPECT_EQ(ahead.times, expected);
 }
 
 TEST_F(Mounted, FilesAndFoldersOfTheMountReadLikeDiskOnes) {
@@ -222,6 +239,41 @@ TEST_F(Mounted, RefusesSecondMountsAndMountsInsideAClosedFileSystem) {
     EXPECT_EQ(IO::fileSystem.GetMountedVFS(Pack()), &vfs);
 }
 
+// Many folders, more than the prefetcher keeps waiting, some of which the walk passes over, and
+// a walk that stops halfway: listing ahead changes none of the reports.
+TEST(TreeEnumerator, AWalkThatListsAheadReportsWhatAWalkReports) {
+    ScratchFolder scratch;
+    for (int top = 0; top < 24; ++top) {
+        const std::string folder = "lib/t" + std::to_string(top);
+        scratch.Write(folder + "/part.klm", "x");
+        for (int sub = 0; sub < top % 6; ++sub) {
+            const std::string inner = folder + "/s" + std::to_string(sub);
+            for (int file = 0; file <= sub; ++file)
+                scratch.Write(inner + "/f" + std::to_string(file) + ".txt", "x");
+            if (sub % 2 == 1)
+                scratch.Write(inner + "/deep/deeper/end.txt", "x");
+        }
+    }
+    std::filesystem::create_directory_symlink(scratch.Path() / "lib/t3", scratch.Path() / "lib/t9/link");
+    const IO::Folder root(scratch.Location("lib"));
+    const auto walk = [&root](bool listAhead, const std::set<std::string>& passOver,
+                              const std::string& stopAt) {
+        RecordingWalk recording(root, listAhead);
+        recording.root = root.GetLocation();
+        recording.passOver = passOver;
+        recording.stopAt = stopAt;
+        EXPECT_EQ(recording.Do(), KL::NoError);
+        return recording.events;
+    };
+    const std::vector<std::pair<std::set<std::string>, std::string>> cases = {
+        {{}, ""}, {{"t1", "t10", "t11", "t12", "t13", "s1", "deeper"}, ""}, {{"s3"}, "f2.txt"}};
+    EXPECT_GT(walk(false, {}, "").size(), 400u);
+    for (const auto& [passOver, stopAt] : cases) {
+        const std::vector<std::string> expected = walk(false, passOver, stopAt);
+        EXPECT_EQ(walk(true, passOver, stopAt), expected) << passOver.size() << " passed over";
+    }
+}
+
 TEST(TreeEnumerator, PassesOverLinksToFoldersAndUnreadableFolders) {
     ScratchFolder scratch;
     scratch.Write("lib/real/part.klm", "x");
@@ -243,10 +295,12 @@ TEST(TreeEnumerator, PassesOverLinksToFoldersAndUnreadableFolders) {
 
     if (testsupport::PermissionsAreEnforced()) {
         std::filesystem::permissions(scratch.Path() / "lib/open", std::filesystem::perms::none);
-        RecordingWalk denied(root);
-        denied.root = root.GetLocation();
-        EXPECT_EQ(denied.Do(), IO::FolderAccessDeniedError);
-        EXPECT_EQ(denied.events.back(), "exit :real") << "the walk goes on past the unreadable folder";
+        for (const bool listAhead : {false, true}) {
+            RecordingWalk denied(root, listAhead);
+            denied.root = root.GetLocation();
+            EXPECT_EQ(denied.Do(), IO::FolderAccessDeniedError);
+            EXPECT_EQ(denied.events.back(), "exit :real") << "the walk goes on past the unreadable folder";
+        }
     }
     EXPECT_EQ(RecordingWalk(IO::Folder(scratch.Location("missing"))).Do(), IO::NotFoundError);
 }

@@ -19,6 +19,7 @@ LibraryCacheEnumerator::LibraryCacheEnumerator(KL::ProcessControl& processContro
                                                const KL::Array<LibraryCacheEntry>* entries)
     : IO::TreeEnumerator(folder), entries(entries), librarySet(librarySet), processControl(processControl) {
     ListModificationTimes();
+    ListAhead();
 }
 
 // Only a library that proved valid as a whole gets its containers mounted.
