@@ -66,7 +66,7 @@ Paths::TreeEntry* Paths::NodeStore::FindChild(const TreeEntry* parent, const KL:
 
 Paths::TreeEntry* Paths::NodeStore::MakeChild(TreeEntry* parent, const KL::UnID& id) {
     if ((indexed + 1) * 2 > slots.size())
-        GrowIndex();
+        ResizeIndex(slotBits == 0 ? FirstSlotBits : slotBits + 1);
     TreeEntry* child = Fill(Allocate(), parent, id, 1);
     child->nextSibling = parent->firstChild;
     if (parent->firstChild != nullptr)
@@ -85,10 +85,18 @@ void Paths::NodeStore::Index(TreeEntry* node) {
     ++indexed;
 }
 
-void Paths::NodeStore::GrowIndex() {
-    std::vector<TreeEntry*> old(std::size_t{1} << (slotBits == 0 ? FirstSlotBits : slotBits + 1), nullptr);
+void Paths::NodeStore::Reserve(std::size_t more) {
+    unsigned bits = std::max(slotBits, FirstSlotBits);
+    while ((indexed + more) * 2 > std::size_t{1} << bits)
+        ++bits;
+    if (bits != slotBits)
+        ResizeIndex(bits);
+}
+
+void Paths::NodeStore::ResizeIndex(unsigned bits) {
+    std::vector<TreeEntry*> old(std::size_t{1} << bits, nullptr);
     old.swap(slots);
-    slotBits = slotBits == 0 ? FirstSlotBits : slotBits + 1;
+    slotBits = bits;
     indexed = 0;
     for (TreeEntry* node : old)
         if (node != nullptr)

@@ -26,6 +26,8 @@ public:
     // Takes a childless node out of its parent and the index; its room is reused.
     void Free(TreeEntry* node);
     void Clear();
+    // Room in the index for `more` nodes, so that a known number of additions never regrows it.
+    void Reserve(std::size_t more);
 
 private:
     TreeEntry* Allocate();
@@ -35,7 +37,7 @@ private:
     std::size_t SlotOf(const TreeEntry* node) const;
     void Index(TreeEntry* node);
     void Unindex(TreeEntry* node);
-    void GrowIndex();
+    void ResizeIndex(unsigned bits);
 
     // Linear probing; a null slot is empty. Its size is a power of two, at most half full.
     std::vector<TreeEntry*> slots;

@@ -246,6 +246,10 @@ void Paths::Clear() {
     MakeRoot(KL::UnID());
 }
 
+void Paths::Reserve(std::size_t more) {
+    store->Reserve(more);
+}
+
 void Paths::Print(KL::OChannel* channel, NameFunction nameFunction, void* userData) const {
     Require(channel != nullptr, "Print", __LINE__);
     if (root == nullptr) {

@@ -67,6 +67,8 @@ public:
 
     // Leaves a fresh root with count 0.
     void Clear();
+    // Room for `more` nodes, for a caller that knows how many paths are coming.
+    void Reserve(std::size_t more);
     using KL::Object::Print;
     void Print(KL::OChannel* channel, NameFunction nameFunction, void* userData) const;
 

@@ -236,12 +236,12 @@ TypeID FileTypeManager::SearchForMime(const char* mime) const {
 }
 
 TypeID FileTypeManager::Identify(const IO::Location& location, GeneralID within) const {
-    IO::Name name;
-    if (location.GetLastLocalName(&name) != KL::NoError)
+    if (location.GetLength() == 0)
         return UnknownType;
+    const KL::UniString extension = location.GetLastExtension().GetFolded();
     std::shared_lock guard(lock);
     FileFacts facts(location);
-    return IdentifyLocked(name.GetExtension().GetFolded(), within, facts);
+    return IdentifyLocked(extension, within, facts);
 }
 
 bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
@@ -249,12 +249,11 @@ bool FileTypeManager::Match(const IO::Location& location, GeneralID id) const {
 }
 
 int FileTypeManager::MatchFirst(const IO::Location& location, std::span<const GeneralID> ids) const {
-    IO::Name name;
-    if (location.GetLastLocalName(&name) != KL::NoError)
+    if (location.GetLength() == 0)
         return -1;
     // Runs for every file of a walk: the extension is folded once, and the file is read at most
     // once, whichever of the ids needs its content.
-    const KL::UniString extension = name.GetExtension().GetFolded();
+    const KL::UniString extension = location.GetLastExtension().GetFolded();
     std::shared_lock guard(lock);
     FileFacts facts(location);
     for (std::size_t i = 0; i < ids.size(); ++i) {

@@ -4,6 +4,7 @@
 #include "KLRoot/Channel.hpp"
 #include "KLRoot/ErrorCodes.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -490,7 +491,9 @@ int LocalFolderEntry::ListEntries(TimedEntryCallback callback, void* data, bool 
             continue;
         // A name that is no UTF-8 cannot be found again from its text: such an entry is passed over.
         const Name name(text);
-        if (!name.IsValid() || name.ToUTF8() != text) {
+        const bool ascii = std::all_of(text.begin(), text.end(),
+                                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+        if (!name.IsValid() || (!ascii && name.ToUTF8() != text)) {
             passedOverNames.fetch_add(1, std::memory_order_relaxed);
             continue;
         }

@@ -62,6 +62,18 @@ int NameSequence::GetLastLocalName(Name* name) const {
     return KL::NoError;
 }
 
+std::u16string_view NameSequence::GetLastLocalNameText() const {
+    const std::u16string_view text = joined.View();
+    const std::size_t separator = text.rfind(Separator);
+    return separator == std::u16string_view::npos ? text : text.substr(separator + 1);
+}
+
+KL::UniString NameSequence::GetLastExtension() const {
+    const std::u16string_view name = GetLastLocalNameText();
+    const std::size_t dot = name.rfind(u'.');
+    return dot == std::u16string_view::npos ? KL::UniString() : KL::UniString(name.substr(dot + 1));
+}
+
 int NameSequence::DeleteLastLocalName() {
     if (count == 0)
         return KL::ErrParam;

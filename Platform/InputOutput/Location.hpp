@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace IO {
 
@@ -21,6 +22,10 @@ public:
     // ErrParam for an index past the last name.
     int GetLocalName(std::size_t index, Name* name) const;
     int GetLastLocalName(Name* name) const;
+    // The last name's text, without making a name; empty without names.
+    std::u16string_view GetLastLocalNameText() const;
+    // What follows the last dot of the last name; empty without names.
+    KL::UniString GetLastExtension() const;
     int DeleteLastLocalName();
 
 protected:

@@ -80,6 +80,16 @@ TEST(Location, ParsesPathsAndDoesPathArithmetic) {
     EXPECT_EQ(location.GetLocalName(3, &name), KL::ErrParam);
     EXPECT_EQ(location.GetLastLocalName(&name), KL::NoError);
     EXPECT_EQ(name, IO::Name("Casement.klm"));
+    // The last name's text and extension, as the name itself would give them.
+    for (const char* path :
+         {"/library/Windows/Casement.klm", "/a.b/README", "/a/.klm", "/a/b.", "/", "/x.y.z"}) {
+        const IO::Location place(path);
+        IO::Name last;
+        const bool named = place.GetLastLocalName(&last) == KL::NoError;
+        EXPECT_EQ(KL::UniString(place.GetLastLocalNameText()), named ? last.GetText() : KL::UniString())
+            << path;
+        EXPECT_EQ(place.GetLastExtension(), named ? last.GetExtension() : KL::UniString()) << path;
+    }
 
     EXPECT_TRUE(IO::Location("relative/path").IsEmpty());
     EXPECT_TRUE(IO::Location("").IsEmpty());

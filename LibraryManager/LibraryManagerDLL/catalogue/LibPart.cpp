@@ -164,10 +164,7 @@ void LibPart::ResetToDeleted() {
 }
 
 KL::UniString LibPart::GetFileName() const {
-    IO::Name last;
-    if (location.GetLastLocalName(&last) != 0)
-        return KL::UniString();
-    return last.GetText();
+    return KL::UniString(location.GetLastLocalNameText());
 }
 
 std::uint32_t LibPart::GetFlags() const {

@@ -116,6 +116,7 @@ int LibrarySet::LoadCachedParts(KL::IChannel& channel, int firstFolderIndex) {
     // The count is the stream's word: room for a large library at most, the rest as it comes.
     constexpr std::uint32_t MostReserved = 1U << 18;
     libParts->Reserve(std::min(count, MostReserved));
+    hierarchy->Reserve(std::min(count, MostReserved));
     for (std::uint32_t i = 0; i < count; ++i) {
         if (const int err = LoadCachedPart(channel, firstFolderIndex); err != KL::NoError)
             return err;
