@@ -38,6 +38,7 @@ namespace LM {
 class AncestryHierarchy;
 class TypeHierarchyExporter;
 class AncestryInfo;
+struct CachedPartRecord;
 class FolderSet;
 class ILibraryErrorHandler;
 class IServerLibraryCollection;
@@ -381,7 +382,7 @@ private:
     bool ReplayLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder,
                        const LibraryCachePaths& cache, const KL::UniString& name);
     int LoadCachedParts(KL::IChannel& channel, int firstFolderIndex);
-    int LoadCachedPart(KL::IChannel& channel, int firstFolderIndex);
+    int LoadCachedPart(CachedPartRecord& read);
     WalkResult WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder,
                            const LibraryCachePaths& cache, const KL::UniString& name);
     void WriteLibraryCache(IOUtil::ScratchFile& partStream, const WalkResult& walk, int firstFolderIndex,

@@ -11,6 +11,7 @@
 #include "lists/LibraryItem.hpp"
 #include "lists/VersionFileFinder.hpp"
 #include "services/LibraryManagerGlobals.hpp"
+#include "walking/CachedPartReader.hpp"
 #include "walking/LibraryCache.hpp"
 #include "walking/LibraryEnumerator.hpp"
 
@@ -117,8 +118,13 @@ int LibrarySet::LoadCachedParts(KL::IChannel& channel, int firstFolderIndex) {
     constexpr std::uint32_t MostReserved = 1U << 18;
     libParts->Reserve(std::min(count, MostReserved));
     hierarchy->Reserve(std::min(count, MostReserved));
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (const int err = LoadCachedPart(channel, firstFolderIndex); err != KL::NoError)
+    CachedPartReader reader(channel, count, firstFolderIndex,
+                            [this](const IO::Location& location, FTM::GeneralID* type) {
+                                return IsLocationStorableFileType(location, type) ||
+                                       IsLocationUnsupportedFileType(location, type);
+                            });
+    while (CachedPartRecord* record = reader.Next()) {
+        if (const int err = LoadCachedPart(*record); err != KL::NoError)
             return err;
     }
     return KL::NoError;
@@ -128,28 +134,24 @@ int LibrarySet::LoadCachedParts(KL::IChannel& channel, int firstFolderIndex) {
 // table and ancestry come with it, so the part file stays closed. A record the walk could not
 // have written (another state, a place of no stored type, a folder the stream did not bring)
 // fails the load.
-int LibrarySet::LoadCachedPart(KL::IChannel& channel, int firstFolderIndex) {
+int LibrarySet::LoadCachedPart(CachedPartRecord& read) {
     const std::size_t index = libParts->GetCount();
     LibPart& record = libParts->AppendPart();
-    char** ancestry = nullptr;
-    MigrationTableObject migration;
-    int result = record.Read(channel, firstFolderIndex, &ancestry, &migration);
-    const KL::ScopedHandle ancestryHandle(ancestry);
-    FTM::GeneralID type;
-    if (result == KL::NoError &&
-        (record.GetState() != LibPartStateValid || !folderSet->IsValidIndex(record.GetFolderIndex()) ||
-         (!IsLocationStorableFileType(record.GetLocation(), &type) &&
-          !IsLocationUnsupportedFileType(record.GetLocation(), &type))))
+    record.Swap(&read.part);
+    int result = read.result;
+    if (result == KL::NoError && (record.GetState() != LibPartStateValid ||
+                                  !folderSet->IsValidIndex(record.GetFolderIndex()) || !read.typed))
         result = LibPartFileError;
     if (result != KL::NoError) {
         libParts->MakeHole(index);
         return result;
     }
+    const FTM::GeneralID type = read.type;
     record.SetGeneralFileType(type);
     const IO::Location location = record.GetLocation();
     LibPart* loser = nullptr;
     LibPart* stored =
-        libParts->Register(index, LibPartSet::AppendedRecord, false, &migration.GetTable(), &loser);
+        libParts->Register(index, LibPartSet::AppendedRecord, false, &read.migration.GetTable(), &loser);
     // Of a duplicate only a swap brings this record's data into the catalogue.
     if (loser != nullptr) {
         if (Paths::TreeEntry* node = loser->GetAncestryId()) {
@@ -160,7 +162,7 @@ int LibrarySet::LoadCachedPart(KL::IChannel& channel, int firstFolderIndex) {
             return KL::NoError;
     }
     if (type == GetSymbolFileGroup())
-        AddLibPartToAncestryHierarchy(stored, ancestryHandle.Get());
+        AddLibPartToAncestryHierarchy(stored, read.ancestry.Get());
     return KL::NoError;
 }
 

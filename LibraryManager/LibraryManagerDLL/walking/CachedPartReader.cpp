@@ -1,0 +1,95 @@
+#include "walking/CachedPartReader.hpp"
+
+#include "KLRoot/ErrorCodes.hpp"
+
+#include <system_error>
+
+namespace LM {
+
+CachedPartReader::CachedPartReader(KL::IChannel& channel, std::uint32_t count, int firstFolderIndex,
+                                   TypeOf typeOf)
+    : channel(channel), firstFolderIndex(firstFolderIndex), typeOf(std::move(typeOf)), unread(count),
+      undelivered(count) {
+    // Without a helper the storing thread reads each batch itself when it needs it.
+    try {
+        helper = std::thread([this] { Run(); });
+    } catch (const std::system_error&) {
+    }
+}
+
+CachedPartReader::~CachedPartReader() {
+    {
+        const std::lock_guard guard(lock);
+        stopping = true;
+    }
+    changed.notify_all();
+    if (helper.joinable())
+        helper.join();
+}
+
+void CachedPartReader::Run() {
+    for (std::size_t next = 0;; next ^= 1) {
+        Batch& batch = batches[next];
+        {
+            std::unique_lock guard(lock);
+            changed.wait(guard, [&] { return stopping || !batch.full; });
+            if (stopping)
+                return;
+        }
+        const bool more = Fill(batch);
+        {
+            const std::lock_guard guard(lock);
+            batch.full = true;
+        }
+        changed.notify_all();
+        if (!more)
+            return;
+    }
+}
+
+bool CachedPartReader::Fill(Batch& batch) {
+    batch.count = 0;
+    while (batch.count < BatchSize && unread > 0 && !failed) {
+        std::optional<Record>& slot = batch.records[batch.count++];
+        Record& record = slot.emplace();
+        char** ancestry = nullptr;
+        record.result = record.part.Read(channel, firstFolderIndex, &ancestry, &record.migration);
+        record.ancestry.Reset(ancestry);
+        --unread;
+        if (record.result != KL::NoError)
+            failed = true;
+        else
+            record.typed = typeOf(record.part.GetLocation(), &record.type);
+    }
+    return unread > 0 && !failed;
+}
+
+CachedPartReader::Record* CachedPartReader::Next() {
+    if (undelivered == 0 || failureDelivered)
+        return nullptr;
+    if (held && nextInBatch == batches[current].count) {
+        {
+            const std::lock_guard guard(lock);
+            batches[current].full = false;
+        }
+        changed.notify_all();
+        current ^= 1;
+        held = false;
+    }
+    if (!held) {
+        if (helper.joinable()) {
+            std::unique_lock guard(lock);
+            changed.wait(guard, [this] { return batches[current].full; });
+        } else {
+            Fill(batches[current]);
+        }
+        held = true;
+        nextInBatch = 0;
+    }
+    Record& record = *batches[current].records[nextInBatch++];
+    --undelivered;
+    failureDelivered = record.result != KL::NoError;
+    return &record;
+}
+
+} // namespace LM
