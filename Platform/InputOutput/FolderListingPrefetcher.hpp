@@ -27,7 +27,7 @@ namespace IO {
 // Window listings wait to be taken.
 class FolderListingPrefetcher {
 public:
-    static constexpr std::size_t Window = 64;
+    static constexpr std::size_t Window = 256;
 
     FolderListingPrefetcher(const Location& root, bool withTimes, int maxDepth);
     ~FolderListingPrefetcher();

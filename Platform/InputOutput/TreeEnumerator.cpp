@@ -33,14 +33,24 @@ void TreeEnumerator::FolderEntered(const Name&, const Folder&) {}
 
 void TreeEnumerator::FolderExited(const Name&, const Folder&) {}
 
+void TreeEnumerator::ListAhead() {
+    listAhead = true;
+    if (IsListedAhead())
+        prefetcher = std::make_unique<FolderListingPrefetcher>(root.GetLocation(), listTimes, MaxDepth);
+}
+
+bool TreeEnumerator::IsListedAhead() const {
+    return listAhead && root.GetStatus() == KL::NoError && root.GetOwnerFileSystem() == nullptr;
+}
+
 int TreeEnumerator::Do() {
     stopped = false;
     firstFailure = KL::NoError;
     parent = &root;
     if (root.GetStatus() != KL::NoError)
         return root.GetStatus();
-    const bool listedAhead = listAhead && root.GetOwnerFileSystem() == nullptr;
-    if (listedAhead)
+    const bool listedAhead = IsListedAhead();
+    if (listedAhead && prefetcher == nullptr)
         prefetcher = std::make_unique<FolderListingPrefetcher>(root.GetLocation(), listTimes, MaxDepth);
     WalkFolder(root, 0, listedAhead);
     prefetcher.reset();

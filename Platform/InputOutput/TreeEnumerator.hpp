@@ -48,9 +48,10 @@ protected:
     // them at hand give without a lookup of each file's path; for the constructor of a walk that
     // compares times.
     void ListModificationTimes() { listTimes = true; }
-    // Asks for the folders of the local disk to be listed on a second thread as well, for a walk
-    // that spends its time in the listings (one that compares times); for its constructor.
-    void ListAhead() { listAhead = true; }
+    // Has the folders of the local disk listed on a second thread as well, for a walk that spends
+    // its time in the listings (one that compares times). For the constructor, after
+    // ListModificationTimes: the listing begins at once, while the walk readies itself.
+    void ListAhead();
     // During a report of a file: its modification time when the listing gave it, else null.
     const TITime* GetFoundModificationTime() const { return foundTime; }
     // Ends the walk: nothing more is reported.
@@ -62,6 +63,7 @@ private:
     void WalkFolder(const Folder& folder, int depth, bool listedAhead);
     void Descend(const Folder& folder, const Name& name, int depth, bool listedAhead);
     int List(const Folder& folder, bool listedAhead, Folder::TimedListing* listing);
+    bool IsListedAhead() const;
     void NoteFailure(int error);
 
     const Folder& root;

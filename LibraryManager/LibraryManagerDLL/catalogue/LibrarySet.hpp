@@ -383,6 +383,12 @@ private:
                        const LibraryCachePaths& cache, const KL::UniString& name);
     int LoadCachedParts(KL::IChannel& channel, int firstFolderIndex);
     int LoadCachedPart(CachedPartRecord& read);
+    void PrepareCachedPart(CachedPartRecord& read) const;
+    // A chain read from a part's "ANCS" section, cut where it repeats; false for none or a
+    // damaged one.
+    static bool ReadPartChain(const LibPart& part, const char* const* section, AncestryInfo* chain);
+    // Enters `chain`, or no chain, in the tree in place of the part's old one.
+    void AddLibPartChain(LibPart* part, const AncestryInfo* chain);
     WalkResult WalkLibrary(KL::ProcessControl& process, int index, const IO::Folder& folder,
                            const LibraryCachePaths& cache, const KL::UniString& name);
     void WriteLibraryCache(IOUtil::ScratchFile& partStream, const WalkResult& walk, int firstFolderIndex,

@@ -119,15 +119,22 @@ int LibrarySet::LoadCachedParts(KL::IChannel& channel, int firstFolderIndex) {
     libParts->Reserve(std::min(count, MostReserved));
     hierarchy->Reserve(std::min(count, MostReserved));
     CachedPartReader reader(channel, count, firstFolderIndex,
-                            [this](const IO::Location& location, FTM::GeneralID* type) {
-                                return IsLocationStorableFileType(location, type) ||
-                                       IsLocationUnsupportedFileType(location, type);
-                            });
+                            [this](CachedPartRecord& record) { PrepareCachedPart(record); });
     while (CachedPartRecord* record = reader.Next()) {
         if (const int err = LoadCachedPart(*record); err != KL::NoError)
             return err;
     }
     return KL::NoError;
+}
+
+// On the reading thread: the record's type and chain, from the record alone.
+void LibrarySet::PrepareCachedPart(CachedPartRecord& read) const {
+    const IO::Location& location = read.part.GetLocation();
+    read.typed = IsLocationStorableFileType(location, &read.type) ||
+                 IsLocationUnsupportedFileType(location, &read.type);
+    read.chainRead = read.part.IsSymbol() && read.ancestry.Get() != nullptr;
+    if (read.chainRead)
+        read.hasChain = ReadPartChain(read.part, read.ancestry.Get(), &read.chain);
 }
 
 // A record is stored as the walk stored it, from what the stream holds alone: its migration
@@ -161,8 +168,10 @@ int LibrarySet::LoadCachedPart(CachedPartRecord& read) {
         if (!(stored->GetLocation() == location))
             return KL::NoError;
     }
-    if (type == GetSymbolFileGroup())
-        AddLibPartToAncestryHierarchy(stored, read.ancestry.Get());
+    if (type == GetSymbolFileGroup() && read.chainRead)
+        AddLibPartChain(stored, read.hasChain ? &read.chain : nullptr);
+    else if (type == GetSymbolFileGroup())
+        AddLibPartToAncestryHierarchy(stored, nullptr);
     return KL::NoError;
 }
 

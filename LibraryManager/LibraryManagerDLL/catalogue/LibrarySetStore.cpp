@@ -309,10 +309,6 @@ int LibrarySet::SetSymbolAncestor(LibPart* part, int parentIndex) {
 void LibrarySet::AddLibPartToAncestryHierarchy(LibPart* part, const char* const* ancestryHandle) {
     if (part == nullptr || !part->IsSymbol())
         return;
-    if (Paths::TreeEntry* old = part->GetAncestryId()) {
-        hierarchy->DeletePath(old);
-        part->SetAncestryId(nullptr);
-    }
     const char* const* section = ancestryHandle;
     if (section == nullptr) {
         const LPF::SymbolFile* file = part->GetSymbolFile();
@@ -321,24 +317,39 @@ void LibrarySet::AddLibPartToAncestryHierarchy(LibPart* part, const char* const*
             section = own;
     }
     AncestryInfo info;
+    AddLibPartChain(part, ReadPartChain(*part, section, &info) ? &info : nullptr);
+}
+
+bool LibrarySet::ReadPartChain(const LibPart& part, const char* const* section, AncestryInfo* chain) {
+    if (section == nullptr)
+        return false;
     try {
-        if (section == nullptr || info.SetAncestrySection(&section) != 0)
-            section = nullptr;
+        if (chain->SetAncestrySection(&section) != 0)
+            return false;
     } catch (const KL::IllegalArgumentException&) {
         // A chain that claims more than its section holds is read as no chain: one damaged part
         // must not cost the whole catalogue.
-        section = nullptr;
+        return false;
     }
-    if (section == nullptr) {
+    chain->CheckAndFix(part.GetOwnUnID());
+    return true;
+}
+
+void LibrarySet::AddLibPartChain(LibPart* part, const AncestryInfo* chain) {
+    if (part == nullptr || !part->IsSymbol())
+        return;
+    if (Paths::TreeEntry* old = part->GetAncestryId()) {
+        hierarchy->DeletePath(old);
+        part->SetAncestryId(nullptr);
+    }
+    if (chain == nullptr) {
         part->SetAsTemplate(false);
         return;
     }
-    const KL::UnID own = part->GetOwnUnID();
-    info.CheckAndFix(own);
-    const KL::Array<KL::UnID>& ancestors = info.GetAncestors();
-    part->SetAncestryId(
-        hierarchy->AddPath(ancestors.GetContent(), static_cast<unsigned>(ancestors.GetSize()), own));
-    part->SetAsTemplate(info.IsTemplate());
+    const KL::Array<KL::UnID>& ancestors = chain->GetAncestors();
+    part->SetAncestryId(hierarchy->AddPath(ancestors.GetContent(), static_cast<unsigned>(ancestors.GetSize()),
+                                           part->GetOwnUnID()));
+    part->SetAsTemplate(chain->IsTemplate());
 }
 
 bool LibrarySet::IsLocationStorableFileType(const IO::Location& location, FTM::GeneralID* id) const {

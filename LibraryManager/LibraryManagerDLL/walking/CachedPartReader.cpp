@@ -7,8 +7,8 @@
 namespace LM {
 
 CachedPartReader::CachedPartReader(KL::IChannel& channel, std::uint32_t count, int firstFolderIndex,
-                                   TypeOf typeOf)
-    : channel(channel), firstFolderIndex(firstFolderIndex), typeOf(std::move(typeOf)), unread(count),
+                                   Prepare prepare)
+    : channel(channel), firstFolderIndex(firstFolderIndex), prepare(std::move(prepare)), unread(count),
       undelivered(count) {
     // Without a helper the storing thread reads each batch itself when it needs it.
     try {
@@ -59,7 +59,7 @@ bool CachedPartReader::Fill(Batch& batch) {
         if (record.result != KL::NoError)
             failed = true;
         else
-            record.typed = typeOf(record.part.GetLocation(), &record.type);
+            prepare(record);
     }
     return unread > 0 && !failed;
 }

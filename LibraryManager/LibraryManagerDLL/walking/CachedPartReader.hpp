@@ -4,6 +4,7 @@
 // thread that stores them. Reading a record (its names, place and symbol) and telling the type of
 // its place cost about as much as storing it, and a replay does both for every part.
 #include "catalogue/LibPart.hpp"
+#include "hierarchy/AncestryInfo.hpp"
 
 #include "InputOutput/FileType.hpp"
 #include "KLMSections/MigrationTable.hpp"
@@ -30,19 +31,24 @@ struct CachedPartRecord {
     int result = 0;
     KL::ScopedHandle ancestry;
     MigrationTableObject migration;
-    // Whether the place is of a type the catalogue stores or knows as unsupported, and which.
+    // What the reading thread learnt besides, for the storing thread (see the Prepare callback).
     bool typed = false;
     FTM::GeneralID type;
+    bool chainRead = false;
+    bool hasChain = false;
+    AncestryInfo chain;
 };
 
 class CachedPartReader {
 public:
     using Record = CachedPartRecord;
-    using TypeOf = std::function<bool(const IO::Location& location, FTM::GeneralID* type)>;
+    // Runs on the reading thread for each record read whole, and must touch nothing the storing
+    // thread changes.
+    using Prepare = std::function<void(Record& record)>;
 
     // Reads `count` records from `channel`, which nobody else reads meanwhile; folder indices are
     // shifted by `firstFolderIndex`.
-    CachedPartReader(KL::IChannel& channel, std::uint32_t count, int firstFolderIndex, TypeOf typeOf);
+    CachedPartReader(KL::IChannel& channel, std::uint32_t count, int firstFolderIndex, Prepare prepare);
     ~CachedPartReader();
     CachedPartReader(const CachedPartReader&) = delete;
     CachedPartReader& operator=(const CachedPartReader&) = delete;
@@ -65,7 +71,7 @@ private:
 
     KL::IChannel& channel;
     const int firstFolderIndex;
-    const TypeOf typeOf;
+    const Prepare prepare;
     // The reading side's count, and whether it met a record it could not read.
     std::uint32_t unread;
     bool failed = false;

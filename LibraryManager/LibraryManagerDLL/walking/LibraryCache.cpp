@@ -89,10 +89,11 @@ bool LibraryCachePaths::CheckValidity(KL::ProcessControl& process, const IO::Fol
     IO::Location libraryLocation;
     TITime folderTime = 0;
     KL::Array<LibraryCacheEntry> entries;
+    // The comparing walk begins to list the library while its list is read.
+    LibraryCacheEnumerator comparison(process, folder, librarySet, &entries);
     if (ReadValidityStream(validity, &libraryLocation, &folderTime, &entries) != KL::NoError ||
         !(libraryLocation == folder.GetLocation()) || folderTime != ModificationTimeOf(folder))
         return false;
-    LibraryCacheEnumerator comparison(process, folder, librarySet, &entries);
     return comparison.Do() == KL::NoError && comparison.IsValid();
 }
 
