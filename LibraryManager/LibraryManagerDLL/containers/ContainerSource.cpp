@@ -106,7 +106,7 @@ CompressedContent ContentCompressor::Compress(const IO::Location& location) cons
 
 CompressedContent ContentCompressor::CompressFile(const IO::Location& location) const {
     CompressedContent result;
-    IO::File source(location);
+    IO::File source(location, IO::File::FailAtOpen);
     if ((result.status = OpenSource(source, &result.facts)) != KL::NoError)
         return result;
     KL::MemoryOChannel memory;

@@ -286,7 +286,7 @@ int ContainerWriter::WriteFileContent(const ContainerFileRecord& record, const s
             return err;
         return out->WriteBin(content.bytes.data(), content.bytes.size());
     }
-    IO::File source(record.location);
+    IO::File source(record.location, IO::File::FailAtOpen);
     SourceFacts facts;
     if (const int err = OpenSource(source, &facts); err != KL::NoError)
         return err;
