@@ -10,6 +10,14 @@ namespace IO {
 
 namespace {
 
+bool IsWriteOnly(File::OpenMode mode) {
+    return mode == File::WriteMode || mode == File::NewMode;
+}
+
+} // namespace
+
+namespace {
+
 constexpr std::uint64_t ReadBufferSize = 64 * 1024;
 constexpr std::uint64_t MinReadBufferSize = 512;
 // From this size on, a copy between two files goes through the kernel.
@@ -113,7 +121,7 @@ int File::Open(OpenMode openMode) {
     entryPosition = outputBase = outputSeekCount = 0;
     knownLength = 0;
     readAhead = 0;
-    if (openMode != WriteMode) {
+    if (!IsWriteOnly(openMode)) {
         if (const int err = EntryResult(entry->GetDataLength(&knownLength)); err != KL::NoError) {
             Close();
             return err;
@@ -324,7 +332,7 @@ int File::Seek(SeekOrigin origin, std::int64_t offset) {
 }
 
 int File::Underflow() {
-    if (!open || mode == WriteMode)
+    if (!open || IsWriteOnly(mode))
         return NotOpenError;
     if (output != nullptr && !reading) {
         if (const int err = output->Flush(); err != KL::NoError)

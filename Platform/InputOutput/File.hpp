@@ -27,6 +27,7 @@ public:
     static constexpr OpenMode ReadMode = FileEntry::ReadMode;
     static constexpr OpenMode WriteMode = FileEntry::WriteMode; // empties the file
     static constexpr OpenMode ReadWriteMode = FileEntry::ReadWriteMode;
+    static constexpr OpenMode NewMode = FileEntry::NewMode; // makes the file, which must not be there
     static constexpr SeekOrigin FromStart = FileEntry::FromStart;
     static constexpr SeekOrigin FromCurrent = FileEntry::FromCurrent;
     static constexpr SeekOrigin FromEnd = FileEntry::FromEnd;

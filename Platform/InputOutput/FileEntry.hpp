@@ -45,7 +45,9 @@ inline constexpr int ToError(int status, int whenEndOfData = EndOfFileError,
 // on the same file never disturb each other.
 class LM_EXPORT FileEntry {
 public:
-    enum OpenMode { ReadMode = 0, WriteMode = 1, ReadWriteMode = 2 };
+    // NewMode writes a file that the opening itself makes, and fails with AlreadyExistsError
+    // where an entry of that name is.
+    enum OpenMode { ReadMode = 0, WriteMode = 1, ReadWriteMode = 2, NewMode = 3 };
     enum SeekOrigin { FromStart = 0, FromCurrent = 1, FromEnd = 2 };
     // Advisory locks between openings of one file, in this program or another. They never wait:
     // a conflicting lock gives LockedError. A shared lock becomes exclusive in place.

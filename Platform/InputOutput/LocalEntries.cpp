@@ -59,9 +59,12 @@ int GetTimes(const std::string& path, int descriptor, TITime* creation, TITime* 
     return KL::NoError;
 }
 
-int SetModification(const std::string& path, TITime time) {
+// Through the opening when there is one: no look-up of the path.
+int SetModification(const std::string& path, int descriptor, TITime time) {
     const struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(TIToUnixTime(time)), 0}};
-    return utimensat(AT_FDCWD, path.c_str(), times, 0) == 0 ? KL::NoError : LastError();
+    const int result =
+        descriptor >= 0 ? futimens(descriptor, times) : utimensat(AT_FDCWD, path.c_str(), times, 0);
+    return result == 0 ? KL::NoError : LastError();
 }
 
 // The kind of an entry; a link to a file counts as a file, any other link as a link.
@@ -151,7 +154,7 @@ int LocalFileEntry::GetCreationTime(TITime* time) const {
 }
 
 int LocalFileEntry::SetModificationTime(TITime time) {
-    const int result = SetModification(path, time);
+    const int result = SetModification(path, descriptor, time);
     if (result == KL::NoError)
         openModificationTime = time;
     return result;
@@ -186,10 +189,13 @@ int LocalFileEntry::Open(OpenMode mode) {
     case ReadWriteMode:
         flags |= O_RDWR;
         break;
+    case NewMode:
+        flags |= O_WRONLY | O_CREAT | O_EXCL;
+        break;
     default:
         return KL::ErrParam;
     }
-    descriptor = RetryOnInterrupt([&] { return open(path.c_str(), flags); });
+    descriptor = RetryOnInterrupt([&] { return open(path.c_str(), flags, 0666); });
     if (descriptor < 0)
         return LastError();
     writable = mode != ReadMode;
@@ -357,7 +363,9 @@ int LocalFileEntry::SetTypeInfo(std::uint32_t type, std::uint32_t creator) {
     char value[8];
     KL::StoreInOrder(value, type, KL::BigEndianSign);
     KL::StoreInOrder(value + 4, creator, KL::BigEndianSign);
-    if (setxattr(path.c_str(), TypeInfoAttribute, value, sizeof value, 0) == 0)
+    const int result = descriptor >= 0 ? fsetxattr(descriptor, TypeInfoAttribute, value, sizeof value, 0)
+                                       : setxattr(path.c_str(), TypeInfoAttribute, value, sizeof value, 0);
+    if (result == 0)
         return KL::NoError;
     return errno == ENOTSUP ? KL::ErrNotSupported : LastError();
 }
@@ -408,7 +416,7 @@ int LocalFolderEntry::GetCreationTime(TITime* time) const {
 }
 
 int LocalFolderEntry::SetModificationTime(TITime time) {
-    return SetModification(path, time);
+    return SetModification(path, -1, time);
 }
 
 int LocalFolderEntry::GetModificationTime(TITime* time) const {

@@ -146,7 +146,8 @@ public:
     }
     int Open(OpenMode mode) override {
         return HeaderStep(IO::EntryStatus::NotAvailable, [&] {
-            if (readOnly && mode != ReadMode)
+            // A connected object is there already: nothing is made by opening it.
+            if ((readOnly && mode != ReadMode) || mode == NewMode)
                 return IO::EntryStatus::TransferFailed;
             position = 0;
             return IO::EntryStatus::Ok;

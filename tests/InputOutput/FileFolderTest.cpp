@@ -168,6 +168,24 @@ TEST(File, KeepsTimesAndTypeCodesAndRefusesFolders) {
     EXPECT_EQ(std::string(bytes, 4), "text");
     EXPECT_EQ(present.GetModificationTime(&read), KL::NoError);
     EXPECT_EQ(read, when);
+
+    // A file made by its opening: refused where anything is, a dangling link too, whose target
+    // stays unmade; a time set while it is open outlasts the closing.
+    std::filesystem::create_symlink(scratch.Path() / "elsewhere.txt", scratch.Path() / "link.txt");
+    for (const char* taken : {"a.txt", "link.txt"})
+        EXPECT_EQ(IO::File(scratch.Location(taken), IO::File::FailAtOpen).Open(IO::File::NewMode),
+                  IO::AlreadyExistsError)
+            << taken;
+    EXPECT_FALSE(std::filesystem::exists(scratch.Path() / "elsewhere.txt"));
+    IO::File made(scratch.Location("new.txt"), IO::File::FailAtOpen);
+    ASSERT_EQ(made.Open(IO::File::NewMode), KL::NoError);
+    EXPECT_EQ(made.Write("new", 3), KL::NoError);
+    EXPECT_EQ(made.GetOutputChannel().Flush(), KL::NoError);
+    EXPECT_EQ(made.SetModificationTime(when), KL::NoError);
+    EXPECT_EQ(made.Close(), KL::NoError);
+    EXPECT_EQ(scratch.Read("new.txt"), "new");
+    EXPECT_EQ(IO::File(scratch.Location("new.txt")).GetModificationTime(&read), KL::NoError);
+    EXPECT_EQ(read, when);
 }
 
 bool Record(const IO::Folder&, const IO::Name& name, bool isFolder, void* data) {

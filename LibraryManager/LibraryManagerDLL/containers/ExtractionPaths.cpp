@@ -109,38 +109,42 @@ int ExtractionPaths::SideFolderTarget(const IO::Location& base, const IO::Name& 
     return made != KL::NoError ? made : appended;
 }
 
-int ExtractionPaths::MakeTarget(const IO::Location& target) {
+// The opening makes the file, so that nothing already at the place is written through (a link
+// planted there is removed and the file made anew).
+int ExtractionPaths::OpenTarget(const IO::Location& target, IO::File* out) {
     const IO::Location parent = ParentOf(target);
     if (targetFolder.GetLocation() != parent)
         targetFolder = IO::Folder(parent);
-    const IO::Name name = LastNameOf(target);
-    int made = targetFolder.CreateFile(name);
-    if (made == IO::AlreadyExistsError && targetFolder.Delete(name) == KL::NoError)
-        made = targetFolder.CreateFile(name);
+    int made = out->Open(IO::File::NewMode);
+    if (made == IO::AlreadyExistsError && targetFolder.Delete(LastNameOf(target)) == KL::NoError)
+        made = out->Open(IO::File::NewMode);
     return made;
 }
 
+// The stamp goes on through the opening, after the content is out and before the file closes.
 ExtractionPaths::Written ExtractionPaths::WriteTarget(const IO::Location& target, const FileStamp& stamp,
                                                       const std::function<int(IO::File&)>& write) {
     Written result;
-    if ((result.status = MakeTarget(target)) != KL::NoError)
+    IO::File out(target, IO::File::FailAtOpen);
+    if ((result.status = OpenTarget(target, &out)) != KL::NoError)
         return result;
-    IO::File out(target);
-    if ((result.status = out.Open(IO::File::WriteMode)) != KL::NoError)
-        return result;
-    const int written = write(out);
+    int written = write(out);
+    // Hands the content to the file, without the wait for the disk that File::Flush makes.
+    if (written == KL::NoError)
+        written = out.GetOutputChannel().Flush();
+    if (written == KL::NoError) {
+        if (stamp.macType != 0 || stamp.macCreator != 0)
+            out.SetTypeInfo(static_cast<std::uint32_t>(stamp.macType),
+                            static_cast<std::uint32_t>(stamp.macCreator));
+        out.SetCreationTime(stamp.creationTime.ConvertToKLTime());
+        out.SetModificationTime(stamp.modificationTime.ConvertToKLTime());
+    }
     const int closed = out.Close();
     result.status = written != KL::NoError ? written : closed;
     if (result.status != KL::NoError) {
         targetFolder.Delete(LastNameOf(target));
         result.dropped = true;
-        return result;
     }
-    if (stamp.macType != 0 || stamp.macCreator != 0)
-        out.SetTypeInfo(static_cast<std::uint32_t>(stamp.macType),
-                        static_cast<std::uint32_t>(stamp.macCreator));
-    out.SetCreationTime(stamp.creationTime.ConvertToKLTime());
-    out.SetModificationTime(stamp.modificationTime.ConvertToKLTime());
     return result;
 }
 

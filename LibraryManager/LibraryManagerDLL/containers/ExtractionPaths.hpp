@@ -64,7 +64,7 @@ public:
 private:
     static int NameLength(const IO::Name& name) { return static_cast<int>(name.GetLength()) + 1; }
     int SideFolderTarget(const IO::Location& base, const IO::Name& name, IO::Location* target);
-    int MakeTarget(const IO::Location& target);
+    int OpenTarget(const IO::Location& target, IO::File* out);
 
     int basePathLength = 0;
     int folderPathLength = 0;
