@@ -10,18 +10,12 @@ namespace IO {
 
 namespace {
 
+constexpr std::uint64_t ReadBufferSize = 64 * 1024;
+constexpr std::uint64_t MinReadBufferSize = 512;
+
 bool IsWriteOnly(File::OpenMode mode) {
     return mode == File::WriteMode || mode == File::NewMode;
 }
-
-} // namespace
-
-namespace {
-
-constexpr std::uint64_t ReadBufferSize = 64 * 1024;
-constexpr std::uint64_t MinReadBufferSize = 512;
-// From this size on, a copy between two files goes through the kernel.
-constexpr std::uint64_t KernelCopyThreshold = 256 * 1024;
 
 } // namespace
 

@@ -67,9 +67,11 @@ public:
     void SetReadAhead(std::uint64_t bytes) { readAhead = bytes > 0 ? bytes : 1; }
 
     // Copies `size` bytes from this file's read position to the end of what `target` has written,
-    // and reads on behind them. Between two files of the local disk large copies go through the
-    // kernel, never through this process. ErrEndOfData when this file holds fewer.
+    // and reads on behind them. Between two files of the local disk copies of KernelCopyThreshold
+    // bytes and more go through the kernel, never through this process. ErrEndOfData when this
+    // file holds fewer.
     int CopyTo(File& target, std::uint64_t size);
+    static constexpr std::uint64_t KernelCopyThreshold = 256 * 1024;
     using KL::IChannel::CopyTo;
 
     int GetDataLength(std::uint64_t* length) const;

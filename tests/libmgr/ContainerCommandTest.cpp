@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 #include <string>
@@ -99,6 +100,12 @@ TEST(ContainerCommand, PackThenUnpackGivesBackEveryPartOfTheCatalogue) {
     const ToolRun gen =
         RunLibmgr(scratch, {"gen", generated.string(), "--parts", "2000", "--seed", "5", "-q"});
     ASSERT_EQ(gen.exitCode, 0) << gen.err;
+    // A file too large to be held in memory on its way into the container.
+    std::string large(300 * 1024, ' ');
+    for (std::size_t i = 0; i < large.size(); ++i)
+        large[i] = static_cast<char>('a' + (i * 7919) % 26);
+    fs::create_directories(generated / "Large");
+    std::ofstream(generated / "Large" / "large.txt", std::ios::binary) << large;
     for (const fs::path& library : {fs::path(LM_SAMPLE_LIBRARY_DIR), generated}) {
         for (const Kind kind : {Kind::File, Kind::Compressed, Kind::Database})
             ExpectRoundTrip(scratch, library, kind);

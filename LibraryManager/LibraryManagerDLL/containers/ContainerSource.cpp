@@ -20,9 +20,9 @@ int OpenSource(IO::File& source, SourceFacts* facts) {
     return source.GetDataLength(&facts->dataLength);
 }
 
-ContentCompressor::ContentCompressor(std::vector<IO::Location> sourceList,
-                                     const IO::ZipOChannelOptions& zipOptions)
-    : sources(std::move(sourceList)), options(zipOptions), slots(sources.size()) {
+ContentReader::ContentReader(std::vector<IO::Location> sourceList,
+                             std::optional<IO::ZipOChannelOptions> zipOptions)
+    : sources(std::move(sourceList)), options(std::move(zipOptions)), slots(sources.size()) {
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
     const std::size_t count = std::min<std::size_t>({cores, 8, sources.size()});
     try {
@@ -34,11 +34,11 @@ ContentCompressor::ContentCompressor(std::vector<IO::Location> sourceList,
     }
 }
 
-ContentCompressor::~ContentCompressor() {
+ContentReader::~ContentReader() {
     Stop();
 }
 
-void ContentCompressor::Stop() {
+void ContentReader::Stop() {
     {
         std::lock_guard guard(lock);
         stopping = true;
@@ -49,16 +49,16 @@ void ContentCompressor::Stop() {
     workers.clear();
 }
 
-CompressedContent ContentCompressor::TakeNext() {
+SourceContent ContentReader::TakeNext() {
     std::unique_lock guard(lock);
     if (nextToTake >= slots.size()) {
-        CompressedContent none;
+        SourceContent none;
         none.status = KL::ErrParam;
         return none;
     }
     Slot& slot = slots[nextToTake];
     changed.wait(guard, [&] { return slot.ready; });
-    CompressedContent content = std::move(slot.content);
+    SourceContent content = std::move(slot.content);
     slot.content = {};
     waitingBytes -= content.bytes.size();
     ++nextToTake;
@@ -67,7 +67,7 @@ CompressedContent ContentCompressor::TakeNext() {
     return content;
 }
 
-void ContentCompressor::Work() {
+void ContentReader::Work() {
     std::unique_lock guard(lock);
     for (;;) {
         // The next result the writer wants is always made; others only within both bounds.
@@ -79,7 +79,7 @@ void ContentCompressor::Work() {
             return;
         const std::size_t index = nextToStart++;
         guard.unlock();
-        CompressedContent content = Compress(sources[index]);
+        SourceContent content = Read(sources[index]);
         guard.lock();
         waitingBytes += content.bytes.size();
         slots[index].content = std::move(content);
@@ -90,28 +90,37 @@ void ContentCompressor::Work() {
 
 // Runs on a worker: nothing may leave it as an exception. Running out of memory is reported to the
 // writer, which raises it on its own thread.
-CompressedContent ContentCompressor::Compress(const IO::Location& location) const {
+SourceContent ContentReader::Read(const IO::Location& location) const {
     try {
-        return CompressFile(location);
+        return ReadFile(location);
     } catch (const std::bad_alloc&) {
-        CompressedContent failed;
+        SourceContent failed;
         failed.status = KL::ErrNotEnoughMemory;
         return failed;
     } catch (...) {
-        CompressedContent failed;
+        SourceContent failed;
         failed.status = KL::ErrIO;
         return failed;
     }
 }
 
-CompressedContent ContentCompressor::CompressFile(const IO::Location& location) const {
-    CompressedContent result;
+SourceContent ContentReader::ReadFile(const IO::Location& location) const {
+    SourceContent result;
     IO::File source(location, IO::File::FailAtOpen);
     if ((result.status = OpenSource(source, &result.facts)) != KL::NoError)
         return result;
+    if (!options.has_value()) {
+        if (result.facts.dataLength >= IO::File::KernelCopyThreshold) {
+            result.left = true;
+            return result;
+        }
+        result.bytes.resize(result.facts.dataLength);
+        result.status = source.ReadBin(result.bytes.data(), result.facts.dataLength);
+        return result;
+    }
     KL::MemoryOChannel memory;
     {
-        IO::ZipOChannel zip(memory, options);
+        IO::ZipOChannel zip(memory, *options);
         const int copied = source.CopyTo(zip, result.facts.dataLength);
         const int closed = zip.Close();
         result.status = copied != KL::NoError ? copied : closed;

@@ -169,9 +169,9 @@ int ContainerWriter::Write(KL::ProcessControl& process, IO::File& target) {
     if (Position(&start) != KL::NoError)
         return LibPartFileError;
     out = &target.GetOutputChannel();
-    if (options.IsZipEnabled())
-        compressor =
-            std::make_unique<ContentCompressor>(CollectSourcesInWriteOrder(), options.GetZipOptions());
+    reader = std::make_unique<ContentReader>(CollectSourcesInWriteOrder(),
+                                             options.IsZipEnabled() ? std::optional(options.GetZipOptions())
+                                                                    : std::nullopt);
     const bool started = !process.IsProcessRunning();
     if (started)
         process.StartProcess(ContainerCreationProcessId);
@@ -180,7 +180,7 @@ int ContainerWriter::Write(KL::ProcessControl& process, IO::File& target) {
     int result = WriteTree(process);
     if (started)
         process.EndProcess();
-    compressor.reset();
+    reader.reset();
     if (result == KL::NoError)
         result = out->Flush();
     std::uint64_t end = start;
@@ -269,23 +269,27 @@ int ContainerWriter::WriteFile(KL::ProcessControl& process, const ContainerFileR
     return KL::NoError;
 }
 
-// A file block's length is known before it is written: the content is measured, or compressed
-// ahead, so no file block needs patching.
+// A file block's length is known before it is written: the content is measured, or read or
+// compressed ahead, so no file block needs patching.
 int ContainerWriter::WriteFileContent(const ContainerFileRecord& record, const std::vector<char>& nameField,
                                       std::uint32_t flags) {
-    if (compressor != nullptr) {
-        const CompressedContent content = compressor->TakeNext();
-        if (content.status == KL::ErrNotEnoughMemory)
-            throw KL::OutOfMemoryException("no memory to compress " + record.location.ToString(), __FILE__,
-                                           __LINE__);
-        if (content.status != KL::NoError)
-            return content.status;
-        bytesRead += content.facts.dataLength;
-        if (const int err = WriteFileRecord(record, nameField, flags, content.facts, content.bytes.size());
-            err != KL::NoError)
-            return err;
-        return out->WriteBin(content.bytes.data(), content.bytes.size());
-    }
+    const SourceContent content = reader->TakeNext();
+    if (content.status == KL::ErrNotEnoughMemory)
+        throw KL::OutOfMemoryException("no memory to read " + record.location.ToString(), __FILE__, __LINE__);
+    if (content.status != KL::NoError)
+        return content.status;
+    if (content.left)
+        return CopyFileContent(record, nameField, flags);
+    bytesRead += content.facts.dataLength;
+    if (const int err = WriteFileRecord(record, nameField, flags, content.facts, content.bytes.size());
+        err != KL::NoError)
+        return err;
+    return out->WriteBin(content.bytes.data(), content.bytes.size());
+}
+
+// A large file goes from the file to the container without passing through memory.
+int ContainerWriter::CopyFileContent(const ContainerFileRecord& record, const std::vector<char>& nameField,
+                                     std::uint32_t flags) {
     IO::File source(record.location, IO::File::FailAtOpen);
     SourceFacts facts;
     if (const int err = OpenSource(source, &facts); err != KL::NoError)

@@ -29,7 +29,7 @@ class ProcessControl;
 
 namespace LM {
 
-class ContentCompressor;
+class ContentReader;
 struct SourceFacts;
 class LibPart;
 class LibrarySet;
@@ -94,6 +94,8 @@ private:
     int WriteFile(KL::ProcessControl& process, const ContainerFileRecord& record);
     int WriteFileContent(const ContainerFileRecord& record, const std::vector<char>& nameField,
                          std::uint32_t flags);
+    int CopyFileContent(const ContainerFileRecord& record, const std::vector<char>& nameField,
+                        std::uint32_t flags);
     int WriteFileRecord(const ContainerFileRecord& record, const std::vector<char>& nameField,
                         std::uint32_t flags, const SourceFacts& facts, std::uint64_t storedLength);
     bool PollForBreak(KL::ProcessControl& process);
@@ -118,7 +120,7 @@ private:
     ContainerWriteOptions options;
     IO::File* file = nullptr;
     KL::OChannel* out = nullptr;
-    std::unique_ptr<ContentCompressor> compressor;
+    std::unique_ptr<ContentReader> reader;
 };
 
 // Packs the parts of `librarySet` (all, or those `selection` marks true) into a new container
