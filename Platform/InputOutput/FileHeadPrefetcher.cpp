@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <new>
 #include <sys/stat.h>
-#include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -73,13 +73,7 @@ bool ReadFully(int descriptor, char* bytes, std::size_t size) {
 FileHeadPrefetcher::FileHeadPrefetcher() = default;
 
 FileHeadPrefetcher::~FileHeadPrefetcher() {
-    {
-        const std::lock_guard guard(lock);
-        stopping = true;
-    }
-    workChanged.notify_all();
-    if (helper.joinable())
-        helper.join();
+    helper.Stop(lock, stopping, workChanged);
 }
 
 FileHeadPrefetcher* FileHeadPrefetcher::GetCurrent() {
@@ -112,14 +106,10 @@ void FileHeadPrefetcher::Announce(const Location& folder, std::vector<Location> 
         const std::lock_guard guard(lock);
         if (unavailable)
             return;
-        if (!helper.joinable()) {
-            try {
-                helper = std::thread(&FileHeadPrefetcher::Run, this);
-            } catch (const std::system_error&) {
-                // No thread to be had: every reader opens its file itself, as without a prefetcher.
-                unavailable = true;
-                return;
-            }
+        // No thread to be had: every reader opens its file itself, as without a prefetcher.
+        if (!helper.IsRunning() && !helper.Start([this] { Run(); })) {
+            unavailable = true;
+            return;
         }
         batches.push_back(std::move(batch));
         changes.fetch_add(1, std::memory_order_relaxed);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "InputOutput/Location.hpp"
+#include "KLRoot/HelperThread.hpp"
 #include "KLRoot/KLExport.hpp"
 #include "KLRoot/Time.hpp"
 
@@ -11,7 +12,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace IO {
@@ -124,7 +124,7 @@ private:
     bool stopping = false;
     // No helper thread could be made.
     bool unavailable = false;
-    std::thread helper;
+    KL::HelperThread helper;
 };
 
 } // namespace IO

@@ -2,7 +2,6 @@
 
 #include "KLRoot/ErrorCodes.hpp"
 
-#include <system_error>
 #include <utility>
 
 namespace IO {
@@ -11,20 +10,11 @@ FolderListingPrefetcher::FolderListingPrefetcher(const Location& root, bool with
     : withTimes(withTimes), maxDepth(maxDepth) {
     Add({}, root, 0);
     // Without a helper the walking thread lists every folder itself, as it would without one.
-    try {
-        helper = std::thread([this] { Run(); });
-    } catch (const std::system_error&) {
-    }
+    helper.Start([this] { Run(); });
 }
 
 FolderListingPrefetcher::~FolderListingPrefetcher() {
-    {
-        const std::lock_guard guard(lock);
-        stopping = true;
-    }
-    changed.notify_all();
-    if (helper.joinable())
-        helper.join();
+    helper.Stop(lock, stopping, changed);
 }
 
 void FolderListingPrefetcher::Add(Position position, const Location& location, int depth) {

@@ -2,6 +2,7 @@
 
 #include "InputOutput/Folder.hpp"
 #include "InputOutput/Location.hpp"
+#include "KLRoot/HelperThread.hpp"
 
 #include <condition_variable>
 #include <cstddef>
@@ -9,7 +10,6 @@
 #include <map>
 #include <mutex>
 #include <set>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -74,7 +74,7 @@ private:
     std::unordered_map<Location, Position> positions;
     std::size_t listed = 0;
     bool stopping = false;
-    std::thread helper;
+    KL::HelperThread helper;
 };
 
 } // namespace IO

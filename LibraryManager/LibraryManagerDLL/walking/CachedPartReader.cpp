@@ -2,8 +2,6 @@
 
 #include "KLRoot/ErrorCodes.hpp"
 
-#include <system_error>
-
 namespace LM {
 
 CachedPartReader::CachedPartReader(KL::IChannel& channel, std::uint32_t count, int firstFolderIndex,
@@ -11,20 +9,11 @@ CachedPartReader::CachedPartReader(KL::IChannel& channel, std::uint32_t count, i
     : channel(channel), firstFolderIndex(firstFolderIndex), prepare(std::move(prepare)), unread(count),
       undelivered(count) {
     // Without a helper the storing thread reads each batch itself when it needs it.
-    try {
-        helper = std::thread([this] { Run(); });
-    } catch (const std::system_error&) {
-    }
+    helper.Start([this] { Run(); });
 }
 
 CachedPartReader::~CachedPartReader() {
-    {
-        const std::lock_guard guard(lock);
-        stopping = true;
-    }
-    changed.notify_all();
-    if (helper.joinable())
-        helper.join();
+    helper.Stop(lock, stopping, changed);
 }
 
 void CachedPartReader::Run() {
@@ -77,7 +66,7 @@ CachedPartReader::Record* CachedPartReader::Next() {
         held = false;
     }
     if (!held) {
-        if (helper.joinable()) {
+        if (helper.IsRunning()) {
             std::unique_lock guard(lock);
             changed.wait(guard, [this] { return batches[current].full; });
         } else {

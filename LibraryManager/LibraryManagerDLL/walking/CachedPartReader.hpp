@@ -8,6 +8,7 @@
 
 #include "InputOutput/FileType.hpp"
 #include "KLMSections/MigrationTable.hpp"
+#include "KLRoot/HelperThread.hpp"
 #include "KLRoot/MemoryManager.hpp"
 
 #include <condition_variable>
@@ -17,7 +18,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
 namespace KL {
 class IChannel;
@@ -86,7 +86,7 @@ private:
     std::mutex lock;
     std::condition_variable changed;
     bool stopping = false;
-    std::thread helper;
+    KL::HelperThread helper;
 };
 
 } // namespace LM
