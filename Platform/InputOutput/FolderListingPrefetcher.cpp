@@ -17,12 +17,14 @@ FolderListingPrefetcher::~FolderListingPrefetcher() {
     helper.Stop(lock, stopping, changed);
 }
 
+// The slot first and the name that finds it last, so that a failure on the way leaves no name
+// without a slot: a slot nobody finds is only dropped.
 void FolderListingPrefetcher::Add(Position position, const Location& location, int depth) {
-    positions.emplace(location, position);
-    waiting.insert(position);
-    Slot& slot = slots[std::move(position)];
+    Slot& slot = slots[position];
     slot.location = location;
     slot.depth = depth;
+    waiting.insert(position);
+    positions.emplace(location, std::move(position));
 }
 
 void FolderListingPrefetcher::Run() {
@@ -45,10 +47,8 @@ void FolderListingPrefetcher::List(std::unique_lock<std::mutex>& guard, Slots::i
     const Location location = slot->second.location;
     guard.unlock();
     Folder::TimedListing listing;
-    const Folder folder(location);
-    const bool local = folder.GetOwnerFileSystem() == nullptr;
-    const int status =
-        folder.GetStatus() != KL::NoError ? folder.GetStatus() : folder.List(&listing, withTimes);
+    int status = KL::NoError;
+    const bool local = ListFolder(location, &listing, &status);
     guard.lock();
     Slot& done = slot->second;
     done.state = State::Listed;
@@ -56,20 +56,46 @@ void FolderListingPrefetcher::List(std::unique_lock<std::mutex>& guard, Slots::i
     if (done.dropped) {
         Erase(slot);
     } else {
-        done.listedHere = local;
+        done.listedHere = local && AddChildren(slot, listing);
         done.status = status;
-        if (local && done.depth < maxDepth) {
-            for (std::uint32_t i = 0; i < listing.size(); ++i) {
-                if (listing[i].type != FolderEntryType)
-                    continue;
-                Position child = slot->first;
-                child.push_back(i);
-                Add(std::move(child), location + listing[i].name, done.depth + 1);
-            }
-        }
         done.listing = std::move(listing);
     }
     changed.notify_all();
+}
+
+// The folders a listing names, known from now on. False when memory ran out on the way: the walk
+// then lists the folder itself, and any of its folders that are not known.
+bool FolderListingPrefetcher::AddChildren(Slots::iterator slot, const Folder::TimedListing& listing) {
+    if (slot->second.depth >= maxDepth)
+        return true;
+    try {
+        for (std::uint32_t i = 0; i < listing.size(); ++i) {
+            if (listing[i].type != FolderEntryType)
+                continue;
+            Position child = slot->first;
+            child.push_back(i);
+            Add(std::move(child), slot->second.location + listing[i].name, slot->second.depth + 1);
+        }
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+// May run on the helper, which nothing may leave as an exception: a folder that could not be
+// listed here is listed by the walk, which meets the failure itself.
+bool FolderListingPrefetcher::ListFolder(const Location& location, Folder::TimedListing* listing,
+                                         int* status) const {
+    try {
+        const Folder folder(location);
+        if (folder.GetOwnerFileSystem() != nullptr)
+            return false;
+        *status = folder.GetStatus() != KL::NoError ? folder.GetStatus() : folder.List(listing, withTimes);
+        return true;
+    } catch (...) {
+        listing->clear();
+        return false;
+    }
 }
 
 void FolderListingPrefetcher::Erase(Slots::iterator slot) {

@@ -57,6 +57,7 @@ private:
 
     void Run();
     void Add(Position position, const Location& location, int depth);
+    bool AddChildren(Slots::iterator slot, const Folder::TimedListing& listing);
     // Lists a waiting slot on whichever thread calls, with the lock held on entry and on return
     // but not while listing.
     void List(std::unique_lock<std::mutex>& guard, Slots::iterator slot);
@@ -64,6 +65,8 @@ private:
     Slots::iterator NextToList();
     void DropBefore(Slots::iterator slot);
     void Erase(Slots::iterator slot);
+    // Lists `location` as Folder::List would; false for a folder this one does not list.
+    bool ListFolder(const Location& location, Folder::TimedListing* listing, int* status) const;
 
     const bool withTimes;
     const int maxDepth;

@@ -39,18 +39,26 @@ void CachedPartReader::Run() {
 bool CachedPartReader::Fill(Batch& batch) {
     batch.count = 0;
     while (batch.count < BatchSize && unread > 0 && !failed) {
-        std::optional<Record>& slot = batch.records[batch.count++];
-        Record& record = slot.emplace();
+        Record& record = batch.records[batch.count++].emplace();
+        --unread;
+        ReadRecord(record);
+        failed = record.result != KL::NoError;
+    }
+    return unread > 0 && !failed;
+}
+
+// May run on the helper, which nothing may leave as an exception: a record that runs out of
+// memory fails the load, and the library is walked.
+void CachedPartReader::ReadRecord(Record& record) const {
+    try {
         char** ancestry = nullptr;
         record.result = record.part.Read(channel, firstFolderIndex, &ancestry, &record.migration);
         record.ancestry.Reset(ancestry);
-        --unread;
-        if (record.result != KL::NoError)
-            failed = true;
-        else
+        if (record.result == KL::NoError)
             prepare(record);
+    } catch (...) {
+        record.result = KL::ErrNotEnoughMemory;
     }
-    return unread > 0 && !failed;
 }
 
 CachedPartReader::Record* CachedPartReader::Next() {

@@ -68,6 +68,7 @@ private:
     void Run();
     // Fills `batch` from the stream; false once the stream has given its last record.
     bool Fill(Batch& batch);
+    void ReadRecord(Record& record) const;
 
     KL::IChannel& channel;
     const int firstFolderIndex;
