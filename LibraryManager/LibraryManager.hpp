@@ -69,6 +69,7 @@
 #include "services/FileTypeInitializer.hpp"
 #include "services/LibraryManagerGlobals.hpp"
 #include "services/LibrarySetSingletonLP.hpp"
+#include "walking/CachedPartReader.hpp"
 #include "walking/LibraryCache.hpp"
 #include "walking/LibraryCacheEntry.hpp"
 #include "walking/LibraryCacheEnumerator.hpp"

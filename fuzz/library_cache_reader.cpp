@@ -19,12 +19,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         folders.Read(channel, 3);
         std::uint32_t count = 0;
         channel.Read(count);
-        for (std::uint32_t i = 0; i < count && channel.GetStatus() == KL::NoError; ++i) {
-            LM::LibPart part;
-            char** ancestry = nullptr;
-            MigrationTableObject migration;
-            part.Read(channel, 3, &ancestry, &migration);
-            BMKillHandle(&ancestry);
+        // The replay's own reader, on its second thread, with each record's chain read as there.
+        LM::CachedPartReader reader(channel, count, 3, [](LM::CachedPartRecord& record) {
+            record.chainRead = record.ancestry.Get() != nullptr;
+            try {
+                const char* const* section = record.ancestry.Get();
+                record.hasChain = record.chainRead && record.chain.SetAncestrySection(&section) == 0;
+            } catch (const KL::IllegalArgumentException&) {
+                record.hasChain = false;
+            }
+        });
+        while (reader.Next() != nullptr) {
         }
     }
     return 0;

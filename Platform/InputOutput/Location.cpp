@@ -57,8 +57,7 @@ int NameSequence::GetLocalName(std::size_t index, Name* name) const {
 int NameSequence::GetLastLocalName(Name* name) const {
     if (name == nullptr || count == 0)
         return KL::ErrParam;
-    const std::size_t separator = joined.FindLast(Separator);
-    *name = Name(separator == KL::UniString::NotFound ? joined : joined.GetSubstring(separator + 1));
+    *name = Name(KL::UniString(GetLastLocalNameText()));
     return KL::NoError;
 }
 

@@ -9,6 +9,7 @@
 #include "InputOutput/FileType.hpp"
 #include "KLMSections/MigrationTable.hpp"
 #include "KLRoot/HelperThread.hpp"
+#include "KLRoot/KLExport.hpp"
 #include "KLRoot/MemoryManager.hpp"
 
 #include <condition_variable>
@@ -39,7 +40,7 @@ struct CachedPartRecord {
     AncestryInfo chain;
 };
 
-class CachedPartReader {
+class LM_EXPORT CachedPartReader {
 public:
     using Record = CachedPartRecord;
     // Runs on the reading thread for each record read whole, and must touch nothing the storing

@@ -42,9 +42,10 @@ bool LibraryCacheEnumerator::EntryFound(const IO::Name& name, bool isFolder) {
 // the list names at this place kept its type as long as it kept its time, so only the others
 // are asked for theirs.
 bool LibraryCacheEnumerator::FileFound(const IO::Name& name) {
-    if (IsNextEntry(name) ||
-        librarySet->IsLocationStorableFileType(GetParent().GetLocation() + name, nullptr))
-        CompareWithNextEntry(name);
+    if (IsNextEntry(name))
+        CompareTimeOfNextEntry(name);
+    else if (librarySet->IsLocationStorableFileType(GetParent().GetLocation() + name, nullptr))
+        Invalidate();
     return false;
 }
 
@@ -82,8 +83,13 @@ bool LibraryCacheEnumerator::IsNextEntry(const IO::Name& name) const {
 
 // By position: a changed order counts as a change.
 void LibraryCacheEnumerator::CompareWithNextEntry(const IO::Name& name) {
-    if (!IsNextEntry(name))
-        return Invalidate();
+    if (IsNextEntry(name))
+        CompareTimeOfNextEntry(name);
+    else
+        Invalidate();
+}
+
+void LibraryCacheEnumerator::CompareTimeOfNextEntry(const IO::Name& name) {
     // The listing's time spares a lookup of the whole path; without it the file is asked.
     TITime time = 0;
     if (const TITime* listed = GetFoundModificationTime())

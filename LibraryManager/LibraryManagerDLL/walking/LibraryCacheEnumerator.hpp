@@ -40,6 +40,8 @@ public:
 private:
     bool IsNextEntry(const IO::Name& name) const;
     void CompareWithNextEntry(const IO::Name& name);
+    // The file is the one the list names next: its time decides.
+    void CompareTimeOfNextEntry(const IO::Name& name);
     void Invalidate();
 
     // The folder being walked, relative to the library.
