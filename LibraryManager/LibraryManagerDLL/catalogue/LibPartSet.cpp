@@ -14,6 +14,7 @@
 #include <numeric>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace LM {
@@ -29,27 +30,20 @@ std::int32_t SortableType(const LibPart& part) {
     return (type == GetScriptFileType() ? GetSymbolFileGroup() : type).GetValue();
 }
 
-NameIndex::Entry NameEntryOf(const LibPart& part) {
-    return {part.GetDocumentName().GetFolded(), SortableType(part)};
+KL::UniString FileNameOf(const LibPart& part) {
+    return part.GetFileName();
 }
 
-NameIndex::Entry FileNameEntryOf(const LibPart& part) {
-    return {part.GetFileName().GetFolded(), SortableType(part)};
+const KL::UniString& DocumentNameOf(const LibPart& part) {
+    return part.GetDocumentName();
 }
 
-template <typename Id>
-SymbolKey<Id> SymbolKeyOf(const LibPart& part, const Id& id) {
-    if (part.IsSymbol())
-        return {true, id, KL::UniString()};
-    return {false, Id(), part.GetDocumentName().GetFolded()};
+KL::UnID UnIdOf(const LibPart& part) {
+    return part.GetOwnUnID();
 }
 
-SymbolKey<KL::UnID> UnIdKeyOf(const LibPart& part) {
-    return SymbolKeyOf(part, part.GetOwnUnID());
-}
-
-SymbolKey<KL::Guid> GuidKeyOf(const LibPart& part) {
-    return SymbolKeyOf(part, part.GetGuid());
+KL::Guid GuidOf(const LibPart& part) {
+    return part.GetGuid();
 }
 
 // A part's own id as the id table keys it. The name counts only with a null id, so a part with an
@@ -369,20 +363,30 @@ void LibPartSet::Reserve(std::size_t more) {
 }
 
 void LibPartSet::BuildSortedIndices() {
-    const auto build = [this](auto* index, auto keyOf) {
-        std::vector<std::pair<decltype(keyOf(parts[0])), std::uint32_t>> entries;
-        entries.reserve(parts.GetSize());
+    // Both kinds of index take every record that is not a hole, in record order.
+    const auto build = [this](auto* index, auto addTo) {
+        typename std::remove_pointer_t<decltype(index)>::Builder builder(parts.GetSize());
         for (std::uint32_t i = 0; i < parts.GetSize(); ++i)
             if (parts[i].GetState() != LibPartStateDeleted)
-                entries.emplace_back(keyOf(parts[i]), i);
-        index->Build(std::move(entries));
+                addTo(builder, parts[i], i);
+        index->Build(std::move(builder));
+    };
+    const auto byName = [](auto nameOf) {
+        return [nameOf](NameIndex::Builder& builder, const LibPart& part, std::uint32_t record) {
+            builder.Add(nameOf(part), SortableType(part), record);
+        };
+    };
+    const auto byId = [](auto idOf) {
+        return [idOf](auto& builder, const LibPart& part, std::uint32_t record) {
+            builder.Add(part.IsSymbol(), idOf(part), part.GetDocumentName(), record);
+        };
     };
     // The four indices share nothing but the records they read, and are built two by two on two
     // threads. An index by name, whose keys are folded and compared as text, takes about twice as
     // long as one by id, so each thread builds one of each.
-    const auto buildHalf = [&build, this] {
-        build(&indexByName, NameEntryOf);
-        build(&indexByGuid, GuidKeyOf);
+    const auto buildHalf = [&, this] {
+        build(&indexByName, byName(DocumentNameOf));
+        build(&indexByGuid, byId(GuidOf));
     };
     std::jthread half; // joined however this ends
     try {
@@ -390,16 +394,16 @@ void LibPartSet::BuildSortedIndices() {
     } catch (const std::system_error&) {
         buildHalf(); // no thread to be had: one after the other
     }
-    build(&indexByFileName, FileNameEntryOf);
-    build(&indexByUnId, UnIdKeyOf);
+    build(&indexByFileName, byName(FileNameOf));
+    build(&indexByUnId, byId(UnIdOf));
 }
 
 void LibPartSet::InsertInSortedIndices(std::uint32_t index) {
     const LibPart& part = parts[index];
-    indexByName.Insert(NameEntryOf(part), index);
-    indexByFileName.Insert(FileNameEntryOf(part), index);
-    indexByUnId.Insert(UnIdKeyOf(part), index);
-    indexByGuid.Insert(GuidKeyOf(part), index);
+    indexByName.Insert(part.GetDocumentName(), SortableType(part), index);
+    indexByFileName.Insert(part.GetFileName(), SortableType(part), index);
+    indexByUnId.Insert(part.IsSymbol(), part.GetOwnUnID(), part.GetDocumentName(), index);
+    indexByGuid.Insert(part.IsSymbol(), part.GetGuid(), part.GetDocumentName(), index);
 }
 
 void LibPartSet::RemoveFromSortedIndices(std::uint32_t index) {
@@ -411,12 +415,6 @@ void LibPartSet::RemoveFromSortedIndices(std::uint32_t index) {
 
 namespace {
 
-// Compares a symbol's key with an id it is searched by; records without a symbol come first.
-template <typename Id, typename Probe, typename Project>
-int CompareSymbol(const SymbolKey<Id>& key, const Probe& probe, Project project) {
-    return key.isSymbol ? project(key.id).Compare(probe) : -1;
-}
-
 int FirstRecordOf(const LibPartSet::IndexRange& range) {
     return range.first == range.second ? -1 : static_cast<int>(*range.first);
 }
@@ -424,25 +422,15 @@ int FirstRecordOf(const LibPartSet::IndexRange& range) {
 } // namespace
 
 int LibPartSet::FindIndexByUnId(const KL::UnID& unId) const {
-    const IndexRange range =
-        indexByUnId.EqualRange(unId, [](const SymbolKey<KL::UnID>& key, const KL::UnID& probe) {
-            return CompareSymbol(key, probe, [](const KL::UnID& id) { return id; });
-        });
-    return FirstRecordOf(range);
+    return FirstRecordOf(indexByUnId.SymbolRange(unId, [](const KL::UnID& id) { return id; }));
 }
 
 int LibPartSet::FindIndexByGuid(const KL::Guid& guid) const {
-    const IndexRange range =
-        indexByGuid.EqualRange(guid, [](const SymbolKey<KL::Guid>& key, const KL::Guid& probe) {
-            return CompareSymbol(key, probe, [](const KL::Guid& id) { return id; });
-        });
-    return FirstRecordOf(range);
+    return FirstRecordOf(indexByGuid.SymbolRange(guid, [](const KL::Guid& id) { return id; }));
 }
 
 LibPartSet::IndexRange LibPartSet::MainGuidRange(const KL::Guid& mainGuid) const {
-    return indexByUnId.EqualRange(mainGuid, [](const SymbolKey<KL::UnID>& key, const KL::Guid& probe) {
-        return CompareSymbol(key, probe, [](const KL::UnID& id) { return id.mainGuid; });
-    });
+    return indexByUnId.SymbolRange(mainGuid, [](const KL::UnID& id) { return id.mainGuid; });
 }
 
 LibPartSet::IndexRange LibPartSet::NameRange(const KL::UniString& name) const {

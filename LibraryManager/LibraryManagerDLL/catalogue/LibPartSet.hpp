@@ -4,6 +4,7 @@
 #include "catalogue/LibPartId.hpp"
 #include "catalogue/NameIndex.hpp"
 #include "catalogue/SortedIndex.hpp"
+#include "catalogue/SymbolIndex.hpp"
 
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
@@ -166,8 +167,8 @@ private:
     PartTable duplicates;
     NameIndex indexByName;
     NameIndex indexByFileName;
-    SortedIndex<SymbolKey<KL::UnID>> indexByUnId;
-    SortedIndex<SymbolKey<KL::Guid>> indexByGuid;
+    SymbolIndex<KL::UnID> indexByUnId;
+    SymbolIndex<KL::Guid> indexByGuid;
     KL::HashTable<LibPartId, LibPartCache> idToPart;
     // The ids each slot was entered under, beyond a non-null own id (which the slot keeps itself).
     KL::HashTable<const LibPart*, KL::HashSet<LibPartId>> partToIds;

@@ -47,12 +47,20 @@ std::u16string_view NameQuery::Fold(const KL::UniString& name) {
     return longText.View();
 }
 
-NameIndex::Key NameIndex::KeyOf(const Entry& entry, std::size_t offset) {
-    Key key{NameHead(entry.folded.View())};
-    key.offset = static_cast<std::uint32_t>(offset);
-    key.length = static_cast<std::uint32_t>(entry.folded.GetLength());
-    key.type = entry.type;
+NameIndex::Key NameIndex::AppendKey(std::u16string& texts, const KL::UniString& name, std::int32_t type,
+                                    std::uint32_t record) {
+    const KL::UniString folded = name.GetFolded();
+    Key key{NameHead(folded.View())};
+    key.offset = static_cast<std::uint32_t>(texts.size());
+    key.length = static_cast<std::uint32_t>(folded.GetLength());
+    key.type = type;
+    key.record = record;
+    texts.append(folded.View());
     return key;
+}
+
+void NameIndex::Builder::Add(const KL::UniString& name, std::int32_t type, std::uint32_t record) {
+    keys.push_back(AppendKey(texts, name, type, record));
 }
 
 int NameIndex::CompareKeys(const Key& key, std::u16string_view text, const Key& other,
@@ -65,33 +73,25 @@ std::u16string_view NameIndex::TextOf(const Key& key) const {
     return std::u16string_view(texts).substr(key.offset, key.length);
 }
 
-// Keys are sorted while they point at their entries' texts; the texts then enter the buffer in
-// index order, each leaving its entry as it goes, so the build holds one copy of the names.
-void NameIndex::Build(std::vector<std::pair<Entry, std::uint32_t>> entries) {
-    std::vector<std::pair<Key, std::uint32_t>> keys;
-    keys.reserve(entries.size());
-    std::size_t textLength = 0;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        keys.emplace_back(KeyOf(entries[i].first, i), entries[i].second);
-        textLength += keys.back().first.length;
-    }
-    const auto textOf = [&](const Key& key) { return entries[key.offset].first.folded.View(); };
-    index.Build(std::move(keys),
+// Keys are sorted while they point into the builder's texts; the texts then move to a buffer in
+// index order, so that the last steps of a search read neighbouring texts.
+void NameIndex::Build(Builder builder) {
+    const std::u16string_view unsorted = builder.texts;
+    const auto textOf = [&](const Key& key) { return unsorted.substr(key.offset, key.length); };
+    index.Build(std::move(builder.keys),
                 [&](const Key& a, const Key& b) { return CompareKeys(a, textOf(a), b, textOf(b)); });
-    texts.clear();
-    texts.reserve(textLength);
+    std::u16string sorted;
+    sorted.reserve(unsorted.size());
     index.RewriteKeys([&](Key& key) {
-        KL::UniString& text = entries[key.offset].first.folded;
-        key.offset = static_cast<std::uint32_t>(texts.size());
-        texts.append(text.View());
-        text = KL::UniString();
+        const std::u16string_view text = textOf(key);
+        key.offset = static_cast<std::uint32_t>(sorted.size());
+        sorted.append(text);
     });
+    texts = std::move(sorted);
 }
 
-void NameIndex::Insert(const Entry& entry, std::uint32_t record) {
-    const Key key = KeyOf(entry, texts.size());
-    texts.append(entry.folded.View());
-    index.Insert(key, record,
+void NameIndex::Insert(const KL::UniString& name, std::int32_t type, std::uint32_t record) {
+    index.Insert(AppendKey(texts, name, type, record),
                  [&](const Key& a, const Key& b) { return CompareKeys(a, TextOf(a), b, TextOf(b)); });
 }
 

@@ -51,19 +51,36 @@ private:
 // keys small and lets the last steps of a search read neighbouring texts; a record that leaves
 // leaves its text behind until the next Build.
 class NameIndex {
-public:
-    struct Entry {
-        KL::UniString folded;
+    struct Key {
+        NameHead head;
+        std::uint32_t offset = 0;
+        std::uint32_t length = 0;
         std::int32_t type = 0;
+        std::uint32_t record = 0;
     };
+
+public:
     using Records = SortedRecords;
     using Range = SortedRange;
 
+    // Gathers the records of a build in record order: each name is folded into one buffer as it
+    // comes, so a build never holds a text per record.
+    class Builder {
+    public:
+        explicit Builder(std::size_t count) { keys.reserve(count); }
+        void Add(const KL::UniString& name, std::int32_t type, std::uint32_t record);
+
+    private:
+        friend class NameIndex;
+        std::vector<Key> keys;
+        std::u16string texts;
+    };
+
     const Records& GetRecords() const { return index.GetRecords(); }
 
-    // `entries` in record order; equal names keep that order.
-    void Build(std::vector<std::pair<Entry, std::uint32_t>> entries);
-    void Insert(const Entry& entry, std::uint32_t record);
+    // Equal names keep the order in which the builder took them.
+    void Build(Builder builder);
+    void Insert(const KL::UniString& name, std::int32_t type, std::uint32_t record);
     void Remove(std::uint32_t record) { index.Remove(record); }
 
     // The records of this name, whatever their type.
@@ -72,15 +89,9 @@ public:
     bool HaveEqualKeys(std::size_t position, std::size_t other) const;
 
 private:
-    struct Key {
-        NameHead head;
-        std::uint32_t offset = 0;
-        std::uint32_t length = 0;
-        std::int32_t type = 0;
-    };
-
-    // A key whose text lies at `offset` of the buffer.
-    static Key KeyOf(const Entry& entry, std::size_t offset);
+    // Folds `name` onto the end of `texts`; the key of its record says where it lies.
+    static Key AppendKey(std::u16string& texts, const KL::UniString& name, std::int32_t type,
+                         std::uint32_t record);
     static int CompareKeys(const Key& key, std::u16string_view text, const Key& other,
                            std::u16string_view otherText);
     std::u16string_view TextOf(const Key& key) const;

@@ -1,8 +1,5 @@
 #pragma once
 
-#include "KLRoot/Guid.hpp"
-#include "KLRoot/UniString.hpp"
-
 #include <algorithm>
 #include <cstdint>
 #include <utility>
@@ -14,18 +11,11 @@ namespace LM {
 using SortedRecords = std::vector<std::uint32_t>;
 using SortedRange = std::pair<SortedRecords::const_iterator, SortedRecords::const_iterator>;
 
-// Keys that order themselves.
-struct KeyOrder {
-    template <typename Key>
-    int operator()(const Key& a, const Key& b) const {
-        return a.Compare(b);
-    }
-};
-
 // Record numbers in the order of a key, with each record's key kept beside it: a search reads two
 // contiguous arrays and never visits a record, which is what keeps a lookup among 100,000 parts
-// within a few hundred nanoseconds. Keys are taken when a record enters the index; a record whose
-// key changes leaves and enters again. Equal keys keep the order in which records entered.
+// within a few hundred nanoseconds. A key names its record (`key.record`) and is taken when the
+// record enters the index; a record whose key changes leaves and enters again. Equal keys keep the
+// order in which records entered.
 template <typename Key>
 class SortedIndex {
 public:
@@ -36,30 +26,28 @@ public:
     // Beside GetRecords, position by position.
     const std::vector<Key>& GetKeys() const { return keys; }
 
-    // `entries` in record order; a stable sort keeps that order among equal keys. `compare` gives
-    // a negative, zero or positive answer for two keys.
-    template <typename Compare = KeyOrder>
-    void Build(std::vector<std::pair<Key, std::uint32_t>> entries, Compare compare = {}) {
+    // `entries` in record order; a stable sort keeps that order among equal keys. The keys are
+    // sorted where they lie and kept, so a build holds no second copy of them. `compare` gives a
+    // negative, zero or positive answer for two keys.
+    template <typename Compare>
+    void Build(std::vector<Key> entries, Compare compare) {
         std::stable_sort(entries.begin(), entries.end(),
-                         [&](const auto& a, const auto& b) { return compare(a.first, b.first) < 0; });
+                         [&](const Key& a, const Key& b) { return compare(a, b) < 0; });
+        keys = std::move(entries);
         records.clear();
-        keys.clear();
-        records.reserve(entries.size());
-        keys.reserve(entries.size());
-        for (auto& [key, record] : entries) {
-            keys.push_back(std::move(key));
-            records.push_back(record);
-        }
+        records.reserve(keys.size());
+        for (const Key& key : keys)
+            records.push_back(key.record);
     }
 
     // Behind all records of an equal key: one binary search and one insertion.
-    template <typename Compare = KeyOrder>
-    void Insert(Key key, std::uint32_t record, Compare compare = {}) {
+    template <typename Compare>
+    void Insert(Key key, Compare compare) {
         const auto at =
             std::upper_bound(keys.begin(), keys.end(), key,
                              [&](const Key& wanted, const Key& other) { return compare(wanted, other) < 0; });
         const auto offset = at - keys.begin();
-        records.insert(records.begin() + offset, record);
+        records.insert(records.begin() + offset, key.record);
         keys.insert(at, std::move(key));
     }
 
@@ -100,22 +88,6 @@ public:
 private:
     Records records;
     std::vector<Key> keys;
-};
-
-// Records without a symbol first, among themselves by name; symbols by an id of theirs.
-template <typename Id>
-struct SymbolKey {
-    bool isSymbol = false;
-    Id id;
-    KL::UniString folded;
-
-    int Compare(const SymbolKey& other) const {
-        if (isSymbol != other.isSymbol)
-            return isSymbol ? 1 : -1;
-        if (const int byId = id.Compare(other.id); byId != 0)
-            return byId;
-        return folded.Compare(other.folded);
-    }
 };
 
 } // namespace LM
