@@ -124,6 +124,10 @@ void LibPart::FillDummy(const KL::UniString& newName, const KL::UnID& unId, int 
     }
 }
 
+void LibPart::SetOrigLocation(const IO::Location& value) {
+    origLocation = value.IsEmpty() ? nullptr : std::make_unique<IO::Location>(value);
+}
+
 void LibPart::Swap(LibPart* other) {
     std::swap(name, other->name);
     std::swap(flags, other->flags);
@@ -157,7 +161,7 @@ void LibPart::ResetToDeleted() {
     state = LibPartStateDeleted;
     guid.Clear();
     location.Clear();
-    origLocation.Clear();
+    origLocation.reset();
     folderIndex = -1;
     fileType = FTM::GeneralID();
     modTime = 0;

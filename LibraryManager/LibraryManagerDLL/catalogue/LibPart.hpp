@@ -14,6 +14,7 @@
 #include "QDL/ScriptTypes.hpp"
 
 #include <cstdint>
+#include <memory>
 
 class MigrationTableObject;
 
@@ -66,7 +67,7 @@ public:
     const KL::UniString& GetDocumentName() const { return name; }
     KL::UniString GetFileName() const;
     const IO::Location& GetLocation() const { return location; }
-    const IO::Location& GetOrigLocation() const { return origLocation.IsEmpty() ? location : origLocation; }
+    const IO::Location& GetOrigLocation() const { return origLocation != nullptr ? *origLocation : location; }
     int GetFolderIndex() const { return folderIndex; }
     const FTM::GeneralID& GetGeneralFileType() const { return fileType; }
     std::uint32_t GetFlags() const;
@@ -75,7 +76,7 @@ public:
     LibPartState GetState() const { return state; }
 
     void SetLocation(const IO::Location& value) { location = value; }
-    void SetOrigLocation(const IO::Location& value) { origLocation = value; }
+    void SetOrigLocation(const IO::Location& value);
     void SetFolderIndex(int value) { folderIndex = value; }
     void SetGeneralFileType(const FTM::GeneralID& value) { fileType = value; }
     void SetFlags(std::uint32_t value);
@@ -135,7 +136,8 @@ private:
     LibPartState state = LibPartStateDummy;
     KL::Guid guid;
     IO::Location location;
-    IO::Location origLocation;
+    // Only a part stored again from another place has one of its own.
+    std::unique_ptr<IO::Location> origLocation;
     std::int32_t folderIndex = -1;
     // The next slot of the part table whose record has this record's main guid, or -1: the store
     // chains them to find revision conflicts. It belongs to the slot, like storeIndex.
