@@ -13,6 +13,7 @@
 #include "KLRoot/FingerPrint.hpp"
 #include "KLRoot/Frame.hpp"
 #include "KLRoot/Guid.hpp"
+#include "KLRoot/FlatHashTable.hpp"
 #include "KLRoot/HashTable.hpp"
 #include "KLRoot/IChannel.hpp"
 #include "KLRoot/KLExport.hpp"

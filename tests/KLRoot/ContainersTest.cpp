@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <random>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 namespace {
@@ -77,6 +79,51 @@ TEST(HashTable, AddDoesNotReplaceButPutDoes) {
     EXPECT_TRUE(ids.Add(KL::UnID(key, key)));
     EXPECT_FALSE(ids.Add(KL::UnID(key, key)));
     EXPECT_TRUE(ids.Contains(KL::UnID(key, key)));
+}
+
+// Keys that collide in runs, so that probing, wrapping around the slots and closing the gaps a
+// removal leaves are all exercised; the table must answer as a node-based map would throughout.
+TEST(FlatHashTable, AgreesWithAMapThroughRandomAddsReplacesAndRemovals) {
+    struct CoarseHash {
+        std::size_t operator()(int key) const { return static_cast<std::size_t>(key / 7); }
+    };
+    KL::FlatHashTable<int, int, CoarseHash> table;
+    std::unordered_map<int, int> expected;
+    std::mt19937 random(7);
+    const auto agree = [&] {
+        ASSERT_EQ(table.GetSize(), expected.size());
+        for (int key = 0; key < 600; ++key) {
+            const int* value = table.GetPtr(key);
+            const auto it = expected.find(key);
+            ASSERT_EQ(value != nullptr, it != expected.end()) << key;
+            if (value != nullptr) {
+                ASSERT_EQ(*value, it->second) << key;
+            }
+        }
+    };
+    for (int step = 0; step < 20000; ++step) {
+        const int key = static_cast<int>(random() % 600);
+        if (random() % 3 == 0) {
+            EXPECT_EQ(table.Delete(key), expected.erase(key) == 1);
+        } else {
+            table.Put(key, step);
+            expected[key] = step;
+        }
+        if (step % 1000 == 0)
+            agree();
+    }
+    agree();
+
+    int* kept = table.GetPtr(expected.begin()->first);
+    table.Reserve(5000);
+    for (int key = 1000; key < 4000; ++key)
+        table[key] = key;
+    EXPECT_EQ(kept, table.GetPtr(expected.begin()->first)) << "growing moved an entry";
+    table.Clear();
+    EXPECT_TRUE(table.IsEmpty());
+    EXPECT_EQ(table.GetPtr(1000), nullptr);
+    table.Put(1000, 1);
+    EXPECT_EQ(*table.GetPtr(1000), 1);
 }
 
 TEST(Queue, FirstInFirstOut) {

@@ -109,8 +109,20 @@ int LibPartSet::FindValidIndex(const IO::Location& location) const {
     return -1;
 }
 
+// A non-null KL::UnID is the whole identity, whatever the name.
+const LibPartCache* LibPartSet::FindId(const LibPartId& id) const {
+    return id.GetUnId().IsNull() ? nameIdToPart.GetPtr(id) : unIdToPart.GetPtr(id.GetUnId());
+}
+
+void LibPartSet::PutId(const LibPartId& id, const LibPartCache& entry) {
+    if (id.GetUnId().IsNull())
+        nameIdToPart.Put(id, entry);
+    else
+        unIdToPart.Put(id.GetUnId(), entry);
+}
+
 const LibPart* LibPartSet::FindPart(const LibPartId& id) const {
-    const LibPartCache* entry = idToPart.GetPtr(id);
+    const LibPartCache* entry = FindId(id);
     return entry != nullptr ? entry->part : nullptr;
 }
 
@@ -153,7 +165,7 @@ LibPart* LibPartSet::Register(std::size_t index, RegisterMode mode, bool preferN
         }
     }
 
-    const LibPartCache* existing = idToPart.GetPtr(id);
+    const LibPartCache* existing = FindId(id);
     if (IsDuplicateOf(existing, id, record)) {
         auto* winner = const_cast<LibPart*>(existing->part);
         DuplicateTable& table = unId.IsNull() ? nameDuplicates : idDuplicates;
@@ -261,7 +273,7 @@ bool LibPartSet::Unregister(std::size_t index) {
     RemoveRevisionConflict(record);
 
     LibPart* promoted = nullptr;
-    const LibPartCache* entry = idToPart.GetPtr(id);
+    const LibPartCache* entry = FindId(id);
     if (entry != nullptr && entry->part == &record && IsDuplicateOf(entry, id, record)) {
         nameDuplicates.Delete(&record);
         idDuplicates.Delete(&record);
@@ -297,7 +309,7 @@ void LibPartSet::AddNullIdEntry() {
     LibPartCache entry;
     entry.resultFlagFirst = true;
     entry.isOwnId = true;
-    idToPart.Put(LibPartId(), entry);
+    PutId(LibPartId(), entry);
 }
 
 void LibPartSet::AddId(const LibPartId& id, const LibPart* part, bool resultFlagFirst,
@@ -309,13 +321,13 @@ void LibPartSet::AddId(const LibPartId& id, const LibPart* part, bool resultFlag
     entry.resultFlagFirst = resultFlagFirst;
     entry.resultFlagSecond = resultFlagSecond;
     entry.isOwnId = id == LibPartId(part);
-    idToPart.Put(id, entry);
+    PutId(id, entry);
     partToIds[part].Add(id);
 }
 
 void LibPartSet::AddOwnIds(LibPart* part, bool resultFlagFirst, bool withFileName) {
     const LibPartId own = OwnIdOf(*part);
-    idToPart.Put(own, OwnEntry(part, resultFlagFirst));
+    PutId(own, OwnEntry(part, resultFlagFirst));
     if (!own.GetUnId().IsNull()) {
         part->registeredUnId = own.GetUnId();
         return;
@@ -325,14 +337,18 @@ void LibPartSet::AddOwnIds(LibPart* part, bool resultFlagFirst, bool withFileNam
     if (!withFileName)
         return;
     const LibPartId byFileName(KL::NULLUnID, part->GetFileName());
-    idToPart.Put(byFileName, OwnEntry(part, resultFlagFirst));
+    PutId(byFileName, OwnEntry(part, resultFlagFirst));
     ids.Add(byFileName);
 }
 
 void LibPartSet::ForgetId(const LibPartId& id, const LibPart* part) {
-    const LibPartCache* entry = idToPart.GetPtr(id);
-    if (entry != nullptr && entry->part == part)
-        idToPart.Delete(id);
+    const LibPartCache* entry = FindId(id);
+    if (entry == nullptr || entry->part != part)
+        return;
+    if (id.GetUnId().IsNull())
+        nameIdToPart.Delete(id);
+    else
+        unIdToPart.Delete(id.GetUnId());
 }
 
 void LibPartSet::RemoveIds(LibPart* part) {
@@ -347,7 +363,8 @@ void LibPartSet::RemoveIds(LibPart* part) {
 }
 
 void LibPartSet::ResetIdTable() {
-    idToPart.Clear();
+    unIdToPart.Clear();
+    nameIdToPart.Clear();
     partToIds.Clear();
     for (LibPart& part : parts) {
         part.registeredUnId = KL::NULLUnID;
@@ -358,7 +375,7 @@ void LibPartSet::ResetIdTable() {
 
 void LibPartSet::Reserve(std::size_t more) {
     const std::size_t count = parts.GetSize() + more;
-    idToPart.Reserve(count);
+    unIdToPart.Reserve(count);
     mainGuidChains.Reserve(count);
 }
 

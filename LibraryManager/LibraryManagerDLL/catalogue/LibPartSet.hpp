@@ -8,6 +8,7 @@
 
 #include "InputOutput/Location.hpp"
 #include "KLRoot/Array.hpp"
+#include "KLRoot/FlatHashTable.hpp"
 #include "KLRoot/Guid.hpp"
 #include "KLRoot/HashTable.hpp"
 #include "KLRoot/KLExport.hpp"
@@ -93,7 +94,8 @@ public:
 
     // A query with the null id finds a null part instead of failing.
     void AddNullIdEntry();
-    const LibPartCache* FindId(const LibPartId& id) const { return idToPart.GetPtr(id); }
+    // Valid until the next change of the ids.
+    const LibPartCache* FindId(const LibPartId& id) const;
     const LibPart* FindPart(const LibPartId& id) const;
     // Remembers `part` under `id`; `isOwnId` is worked out here.
     void AddId(const LibPartId& id, const LibPart* part, bool resultFlagFirst, bool resultFlagSecond);
@@ -148,6 +150,7 @@ public:
 private:
     DuplicateLibpartData MakeDuplicateData(const LibPart& part) const;
     std::vector<DuplicateTable::const_iterator> InCatalogueOrder(const DuplicateTable& table) const;
+    void PutId(const LibPartId& id, const LibPartCache& entry);
     // Removes the entry of `id` when it leads to `part`.
     void ForgetId(const LibPartId& id, const LibPart* part);
     bool IsDuplicateOf(const LibPartCache* entry, const LibPartId& id, const LibPart& record) const;
@@ -169,14 +172,17 @@ private:
     NameIndex indexByFileName;
     SymbolIndex<KL::UnID> indexByUnId;
     SymbolIndex<KL::Guid> indexByGuid;
-    KL::HashTable<LibPartId, LibPartCache> idToPart;
+    // Ids with a KL::UnID, which nearly every part has, in a flat table: an entry a part, without a
+    // heap block of its own. Ids that only a name makes lie apart.
+    KL::FlatHashTable<KL::UnID, LibPartCache> unIdToPart;
+    KL::HashTable<LibPartId, LibPartCache> nameIdToPart;
     // The ids each slot was entered under, beyond a non-null own id (which the slot keeps itself).
     KL::HashTable<const LibPart*, KL::HashSet<LibPartId>> partToIds;
     // The first slot of each main guid's chain (see LibPart::nextSameMainGuid).
     struct ChainStart {
         std::int32_t first = -1;
     };
-    KL::HashTable<KL::Guid, ChainStart> mainGuidChains;
+    KL::FlatHashTable<KL::Guid, ChainStart> mainGuidChains;
     KL::HashTable<KL::Guid, KL::Array<LibPartCache>> migrationGuidToParts;
     ILibraryErrorHandler* errorHandler;
     LibrarySet* librarySet;
