@@ -52,7 +52,7 @@ struct DuplicateLibpartData {
 // keeps its tables; the decisions of when to store, rebuild and report are the LibrarySet's.
 class LM_EXPORT LibPartSet {
 public:
-    using PartTable = KL::PagedArray<LibPart, 8>;
+    using PartTable = KL::PagedArray<LibPart, 256>;
     using IndexArray = std::vector<std::uint32_t>;
     using DuplicateTable = KL::HashTable<const LibPart*, KL::Array<DuplicateLibpartData>>;
     using RevisionTable = KL::HashTable<KL::Guid, KL::HashTable<KL::Guid, KL::Array<DuplicateLibpartData>>>;

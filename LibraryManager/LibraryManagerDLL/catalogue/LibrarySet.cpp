@@ -234,6 +234,7 @@ void LibrarySet::CleanUp() {
 // Nested containers were mounted after the ones that hold them, and hold entries of them: let go
 // in reverse, so that each outer container has no entry left and is freed at once.
 void LibrarySet::ReleaseMountedFileSystems() {
+    DropRetiredCatalogue(); // its records may hold entries of the containers
     for (std::size_t i = mountedVFSLocations.GetSize(); i-- > 0;)
         ReleaseVirtualFileSystem(mountedVFSLocations[i]);
     mountedVFSLocations.Clear();
@@ -542,6 +543,7 @@ int LibrarySet::EnumerateLibraries(KL::ProcessControl& process) {
     replayedLibraries.assign(static_cast<std::size_t>(std::max(libraryCount, 0)), false);
     for (int i = 0; i < libraryCount; ++i)
         EnumerateLibrary(process, i, &stopped, cache);
+    DropRetiredCatalogue(); // a pass that stored nothing
     FinishEnumerate(process);
     SendSomethingHappened();
     isEnumerated = true;
@@ -554,8 +556,8 @@ int LibrarySet::EnumerateLibraries(KL::ProcessControl& process) {
 }
 
 void LibrarySet::StartNewCatalogue() {
-    delete std::exchange(libParts, nullptr);
-    delete std::exchange(folderSet, nullptr);
+    retiredParts.reset(std::exchange(libParts, nullptr));
+    retiredFolders.reset(std::exchange(folderSet, nullptr));
     libParts = new LibPartSet(errorHandler, this);
     folderSet = new FolderSet;
     if (activeLibraries == nullptr)
@@ -565,6 +567,11 @@ void LibrarySet::StartNewCatalogue() {
     batchFolderSetDirty = false;
     batchHierarchyDirty = false;
     batchDuplicatesDirty = false;
+}
+
+void LibrarySet::DropRetiredCatalogue() {
+    retiredParts.reset();
+    retiredFolders.reset();
 }
 
 void LibrarySet::FinishEnumerate(KL::ProcessControl& process) {

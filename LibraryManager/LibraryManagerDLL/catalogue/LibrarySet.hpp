@@ -18,6 +18,7 @@
 #include "walking/LibraryCacheEntry.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace IO {
@@ -424,9 +425,14 @@ private:
     int ChangeAllQdlBinCodes(Change change);
     // After a single change outside a walk: the finishing work now, or owed to the batch's end.
     void FinishSingleChange(KL::ProcessControl& process, bool folderAdded, bool hierarchyChanged);
+    void DropRetiredCatalogue();
 
     LibPartSet* libParts = nullptr;
     FolderSet* folderSet = nullptr;
+    // The catalogue a new pass replaced. It is freed at the pass's first store, when the pass's
+    // reading threads are at work, so that its tear-down overlaps their reading.
+    std::unique_ptr<LibPartSet> retiredParts;
+    std::unique_ptr<FolderSet> retiredFolders;
     LibraryList* activeLibraries = nullptr;
     AncestryHierarchy* hierarchy = nullptr;
     FileTypeList storableFileTypes;

@@ -120,6 +120,7 @@ int LibrarySet::LoadCachedParts(KL::IChannel& channel, int firstFolderIndex) {
     hierarchy->Reserve(std::min(count, MostReserved));
     CachedPartReader reader(channel, count, firstFolderIndex,
                             [this](CachedPartRecord& record) { PrepareCachedPart(record); });
+    DropRetiredCatalogue();
     while (CachedPartRecord* record = reader.Next()) {
         if (const int err = LoadCachedPart(*record); err != KL::NoError)
             return err;

@@ -109,6 +109,7 @@ const LibPart* LibrarySet::StoreLibPart(KL::ProcessControl& process, const IO::L
         *duplicate = nullptr;
     if (libParts == nullptr || folderSet == nullptr)
         return nullptr;
+    DropRetiredCatalogue();
     IO::Name fileName;
     if (location.GetLastLocalName(&fileName) != 0 ||
         (fileName.HasExtension() && fileName.GetBase().IsEmpty()))
