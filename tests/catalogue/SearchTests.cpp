@@ -362,6 +362,44 @@ TEST_F(Search, AnEmptySetAnswersNothing) {
 // Names that share long beginnings, fold to other lengths or lie beyond the basic plane: each is
 // found in any case, a near name is not, and a walk by name gives the order of a case-insensitive
 // compare, for parts walked and for one stored afterwards.
+// Records without a symbol stand first in the id orders, among themselves by name without case,
+// and a record entered after the build takes its place by the same order.
+TEST_F(CatalogueTest, IdOrdersPutRecordsWithoutASymbolFirstByName) {
+    scratch.Write("Lib/Pictures/beta.png", "b");
+    scratch.Write("Lib/Pictures/Alpha.png", "a");
+    scratch.Write("Lib/Texts/GAMMA.txt", "g");
+    SavePart("Lib/Objects/Two.klm", TestId(2), "Two");
+    SavePart("Lib/Objects/One.klm", TestId(1), "One");
+    AddLibrary("Lib");
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    LM::AncestryInfo none;
+    ASSERT_NE(Set().StoreDummyLibPart(process, KL::UniString("Three"), TestId(3), LM::GetSymbolFileGroup(),
+                                      none, false),
+              nullptr);
+    scratch.Write("Lib/Pictures/delta.png", "d");
+    const LM::LibPart* alpha = Set().SearchLibPartFileName(KL::UniString("Alpha.png"));
+    ASSERT_NE(alpha, nullptr);
+    ASSERT_NE(Set().StoreLibPart(process, scratch.Location("Lib/Pictures/delta.png"), alpha->GetFolderIndex(),
+                                 nullptr, nullptr, false, nullptr),
+              nullptr);
+
+    const LM::LibPartSet& parts = *Set().GetLibPartSet();
+    const auto namesIn = [&](const std::vector<std::uint32_t>& order, std::size_t count) {
+        std::vector<std::string> names;
+        for (std::size_t i = 0; i < std::min(count, order.size()); ++i)
+            names.push_back(parts.GetLibPart(order[i]).GetDocumentName().ToUTF8());
+        return names;
+    };
+    const std::vector<std::string> withoutSymbol = {"Alpha", "beta", "delta", "GAMMA"};
+    std::vector<std::string> byUnId = withoutSymbol;
+    byUnId.insert(byUnId.end(), {"One", "Two", "Three"});
+    EXPECT_EQ(namesIn(parts.GetIndexByUnId(), 100), byUnId);
+    EXPECT_EQ(namesIn(parts.GetIndexByGuid(), withoutSymbol.size()), withoutSymbol);
+    const LM::LibPart* one = Set().SearchSymbolByUnID(TestId(1), nullptr);
+    ASSERT_NE(one, nullptr);
+    EXPECT_EQ(one->GetDocumentName(), KL::UniString("One"));
+}
+
 TEST_F(CatalogueTest, NameSearchesAndTheNameOrderHoldForAwkwardNames) {
     const std::vector<std::string> names = {"Window Double Hung 24",
                                             "Window Double Hung 36",
