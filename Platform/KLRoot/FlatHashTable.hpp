@@ -72,9 +72,6 @@ public:
             Rehash(count);
     }
 
-    auto begin() const { return entries.begin(); }
-    auto end() const { return entries.end(); }
-
 private:
     // `entry` counts from 1; 0 marks a free slot.
     struct Slot {
