@@ -51,12 +51,7 @@ struct LibItemWalk::State {
         return (*order)(*librarySet, at);
     }
 
-    // Whether a walk visits a record in this state, a filter aside.
-    static bool Visits(LibPartState partState, bool onlyValid) {
-        return onlyValid ? partState == LibPartStateValid : partState != LibPartStateDeleted;
-    }
-
-    // The next records the walk visits, at most a batch.
+    // The next records the walk passes, at most a batch; none only at the end.
     void Fill() {
         filled = 0;
         if (sequence != nullptr && criteria == nullptr)
@@ -65,52 +60,36 @@ struct LibItemWalk::State {
             FillOneByOne();
     }
 
-    // An order the catalogue keeps, read straight from its array: the common walk. A batch first
-    // finds where its records are, then reads their states in a loop of few instructions, so that
-    // the reads of many records are under way at once, as in a loop over an array of pointers.
+    // An order the catalogue keeps, read straight from its array: the common walk. The batch
+    // holds where the records are and asks for their states, which the steps then read.
     void FillInKeptOrder() {
         const int size = static_cast<int>(sequence->size());
         const int step = direction == Forward ? 1 : -1;
         if (position > size)
             position = size;
-        int found = 0;
-        while (found == 0) {
+        while (filled == 0) {
             const int left = direction == Forward ? size - 1 - position : position;
             if (left <= 0) {
                 position = direction == Forward ? size : -1;
                 break;
             }
             const int take = left < BatchSize ? left : BatchSize;
-            LocateBatch(*parts, static_cast<std::uint32_t>(count), sequence->data() + position + step, step,
-                        take, batch.data());
-            found = KeepVisited(take);
+            filled = LocateBatch(*parts, sequence->data() + position + step, step, take, batch.data());
             position += step * take;
         }
-        filled = found;
     }
 
     // Restrict: the batch's stores cannot change the part table, which is then read once.
-    static void LocateBatch(const LibPartSet& set, std::uint32_t known, const std::uint32_t* record, int step,
-                            int take, const LibPart** __restrict slot) {
-        for (int taken = 0; taken < take; ++taken, record += step)
-            slot[taken] = *record < known ? &set.GetLibPart(*record) : nullptr;
-    }
-
-    // Compacts the batch in place to the records the walk visits. The condition is settled
-    // outside the loop, which then reads nothing but the records.
-    int KeepVisited(int take) {
-        return validOnly ? KeepIf(take, [](LibPartState partState) { return Visits(partState, true); })
-                         : KeepIf(take, [](LibPartState partState) { return Visits(partState, false); });
-    }
-
-    template <typename Condition>
-    int KeepIf(int take, Condition visits) {
-        const LibPart** slot = batch.data();
+    static int LocateBatch(const LibPartSet& set, const std::uint32_t* record, int step, int take,
+                           const LibPart** __restrict slot) {
+        const std::uint32_t known = static_cast<std::uint32_t>(set.GetCount());
         int found = 0;
-        for (int taken = 0; taken < take; ++taken) {
-            const LibPart* part = slot[taken];
-            if (part != nullptr && visits(part->GetState()))
-                slot[found++] = part;
+        for (int taken = 0; taken < take; ++taken, record += step) {
+            if (*record >= known)
+                continue;
+            const LibPart* part = &set.GetLibPart(*record);
+            part->PrefetchState();
+            slot[found++] = part;
         }
         return found;
     }
@@ -129,7 +108,7 @@ struct LibItemWalk::State {
             if (part.GetState() == LibPartStateDeleted ||
                 (criteria != nullptr && !(*criteria)(*librarySet, index)))
                 continue;
-            if (Visits(part.GetState(), validOnly))
+            if (!validOnly || part.IsValid())
                 batch[static_cast<std::size_t>(filled++)] = &part;
         }
     }
@@ -155,7 +134,8 @@ struct LibItemWalk::State {
 LibItemWalk::LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order,
                          const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
                          Direction direction)
-    : state(new (std::nothrow) State(librarySet, order, criteria, validOnly, direction)) {
+    : state(new (std::nothrow) State(librarySet, order, criteria, validOnly, direction)),
+      validOnly(validOnly) {
     if (state == nullptr)
         throw KL::OutOfMemoryException();
     // Held until the first step is done: a throwing order or filter must not leak the state.
@@ -176,10 +156,22 @@ LibItemWalk::~LibItemWalk() {
 }
 
 void LibItemWalk::Refill() {
-    state->Fill();
-    ahead = state->batch.data();
-    aheadEnd = ahead + state->filled;
-    current = ahead != aheadEnd ? *ahead++ : nullptr;
+    for (;;) {
+        state->Fill();
+        ahead = state->batch.data();
+        aheadEnd = ahead + state->filled;
+        if (ahead == aheadEnd) {
+            current = nullptr;
+            return;
+        }
+        while (ahead != aheadEnd) {
+            const LibPart* part = *ahead++;
+            if (Visits(*part)) {
+                current = part;
+                return;
+            }
+        }
+    }
 }
 
 } // namespace LM

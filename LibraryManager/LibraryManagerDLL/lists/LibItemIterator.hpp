@@ -1,5 +1,7 @@
 #pragma once
 
+#include "catalogue/LibPart.hpp"
+
 #include "KLRoot/KLExport.hpp"
 
 #include <cstddef>
@@ -8,7 +10,6 @@
 
 namespace LM {
 
-class LibPart;
 class LibrarySet;
 
 // Which record stands at a position of a walk.
@@ -60,22 +61,31 @@ protected:
     LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order, const ILibItemCriteria* criteria,
                 bool validOnly, const LibPart* start, Direction direction);
     void Step() {
-        if (ahead != aheadEnd)
-            current = *ahead++;
-        else
-            Refill();
+        while (ahead != aheadEnd) {
+            const LibPart* part = *ahead++;
+            if (Visits(*part)) {
+                current = part;
+                return;
+            }
+        }
+        Refill();
     }
 
 private:
     void Refill();
+    bool Visits(const LibPart& part) const {
+        return validOnly ? part.IsValid() : part.GetState() != LibPartStateDeleted;
+    }
 
     State* state;
-    // The records the walk visits next, found in a batch: a step then costs what a step over an
-    // array costs, and the memory answers the batch's reads together. Kept here rather than in
-    // the state, so that a step costs no call.
+    // The records the walk passes next, found in a batch: a step then costs what a step over an
+    // array costs. Kept here rather than in the state, so that a step costs no call. A batch may
+    // hold records the walk does not visit: their states are read here, one by one, so that the
+    // reads of many records are under way at once, as in a loop over an array of pointers.
     const LibPart* const* ahead = nullptr;
     const LibPart* const* aheadEnd = nullptr;
     const LibPart* current = nullptr;
+    bool validOnly;
 };
 
 class LM_EXPORT LibItemIterator : public LibItemWalk {
