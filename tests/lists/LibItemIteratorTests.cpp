@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -22,6 +23,12 @@ public:
 
 private:
     char letter;
+};
+
+// A filter that fails on the record it is asked about.
+class Failing : public LM::ILibItemCriteria {
+public:
+    bool operator()(const LM::LibrarySet&, int) const override { throw std::runtime_error("filter failed"); }
 };
 
 class Iteration : public CatalogueTest {
@@ -115,6 +122,11 @@ TEST_F(Iteration, FiltersDeletedSlotsAndTheReverseWalk) {
     EXPECT_EQ(Forward(after), "Bench,Armchair,Ghost");
     LM::LibItemReverseIterator afterBack(Set(), byName, LM::LibItemReverseIterator::AllItems);
     EXPECT_EQ(Backward(afterBack), "Ghost,Bench,Armchair");
+
+    // A filter's failure reaches the caller from the first step, in the constructor, and leaks
+    // nothing (the sanitizer job's leak check).
+    const Failing failing;
+    EXPECT_THROW(LM::LibItemIterator(Set(), failing, LM::LibItemIterator::AllItems), std::runtime_error);
 }
 
 // The name order asked position by position, as an order the catalogue does not keep itself.

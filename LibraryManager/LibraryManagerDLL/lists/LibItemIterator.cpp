@@ -131,14 +131,13 @@ struct LibItemWalk::State {
 
 // Both directions start at the start part's position; without one, or when the order does not hold
 // it, just before the first position in the direction of the walk.
-LibItemWalk::LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order,
-                         const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
-                         Direction direction)
-    : state(new (std::nothrow) State(librarySet, order, criteria, validOnly, direction)),
-      validOnly(validOnly) {
+LibItemWalk::State* LibItemWalk::Start(const LibrarySet& librarySet, const ILibItemOrder* order,
+                                       const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
+                                       Direction direction) {
+    State* state = new (std::nothrow) State(librarySet, order, criteria, validOnly, direction);
     if (state == nullptr)
         throw KL::OutOfMemoryException();
-    // Held until the first step is done: a throwing order or filter must not leak the state.
+    // A throwing order must not leak the state.
     std::unique_ptr<State> owned(state);
     const int startIndex = start != nullptr ? librarySet.GetIndexByLibPart(start) : -1;
     if (startIndex != -1)
@@ -147,31 +146,16 @@ LibItemWalk::LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* orde
                 state->position = position;
                 break;
             }
-    Refill();
-    static_cast<void>(owned.release());
+    return owned.release();
 }
 
-LibItemWalk::~LibItemWalk() {
+LibItemWalk::Batch LibItemWalk::NextBatch(State* state) {
+    state->Fill();
+    return {state->batch.data(), state->batch.data() + state->filled};
+}
+
+void LibItemWalk::StateDeleter::operator()(State* state) const noexcept {
     delete state;
-}
-
-void LibItemWalk::Refill() {
-    for (;;) {
-        state->Fill();
-        ahead = state->batch.data();
-        aheadEnd = ahead + state->filled;
-        if (ahead == aheadEnd) {
-            current = nullptr;
-            return;
-        }
-        while (ahead != aheadEnd) {
-            const LibPart* part = *ahead++;
-            if (Visits(*part)) {
-                current = part;
-                return;
-            }
-        }
-    }
 }
 
 } // namespace LM

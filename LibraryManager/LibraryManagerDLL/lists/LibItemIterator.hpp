@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace LM {
@@ -43,7 +44,6 @@ class LM_EXPORT LibItemWalk {
 public:
     enum ValidFlag { AllItems = 0, ValidItemsOnly = 1 };
 
-    ~LibItemWalk();
     LibItemWalk(const LibItemWalk&) = delete;
     LibItemWalk& operator=(const LibItemWalk&) = delete;
 
@@ -59,29 +59,55 @@ protected:
 
     // Null `order` and `criteria` take the catalogue's own order and no filter.
     LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order, const ILibItemCriteria* criteria,
-                bool validOnly, const LibPart* start, Direction direction);
+                bool validOnly, const LibPart* start, Direction direction)
+        : state(Start(librarySet, order, criteria, validOnly, start, direction)), validOnly(validOnly) {
+        Step();
+    }
     void Step() {
-        while (ahead != aheadEnd) {
-            const LibPart* part = *ahead++;
-            if (Visits(*part)) {
-                current = part;
+        for (;;) {
+            while (ahead != aheadEnd) {
+                const LibPart* part = *ahead++;
+                if (Visits(*part)) {
+                    current = part;
+                    return;
+                }
+            }
+            const Batch batch = NextBatch(state.get());
+            if (batch.first == batch.end) {
+                current = nullptr;
                 return;
             }
+            ahead = batch.first;
+            aheadEnd = batch.end;
         }
-        Refill();
     }
 
 private:
-    void Refill();
+    struct Batch {
+        const LibPart* const* first;
+        const LibPart* const* end;
+    };
+    struct StateDeleter {
+        void operator()(State* state) const noexcept;
+    };
+
+    // Out of line and given the state, never the walk: the walk's address then stays with its
+    // caller, whose compiler keeps the position in registers instead of storing it at every step.
+    static State* Start(const LibrarySet& librarySet, const ILibItemOrder* order,
+                        const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
+                        Direction direction);
+    // The next records the walk passes, at most a batch; none only at the end.
+    static Batch NextBatch(State* state);
+
     bool Visits(const LibPart& part) const {
         return validOnly ? part.IsValid() : part.GetState() != LibPartStateDeleted;
     }
 
-    State* state;
+    std::unique_ptr<State, StateDeleter> state;
     // The records the walk passes next, found in a batch: a step then costs what a step over an
-    // array costs. Kept here rather than in the state, so that a step costs no call. A batch may
-    // hold records the walk does not visit: their states are read here, one by one, so that the
-    // reads of many records are under way at once, as in a loop over an array of pointers.
+    // array costs, and no call. A batch may hold records the walk does not visit: their states
+    // are read here, one by one, so that the reads of many records are under way at once, as in a
+    // loop over an array of pointers.
     const LibPart* const* ahead = nullptr;
     const LibPart* const* aheadEnd = nullptr;
     const LibPart* current = nullptr;
