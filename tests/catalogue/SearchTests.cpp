@@ -359,9 +359,6 @@ TEST_F(Search, AnEmptySetAnswersNothing) {
     EXPECT_TRUE(set.IsSameLibPartByUnId(TestId(1), TestId(2)));
 }
 
-// Names that share long beginnings, fold to other lengths or lie beyond the basic plane: each is
-// found in any case, a near name is not, and a walk by name gives the order of a case-insensitive
-// compare, for parts walked and for one stored afterwards.
 // Records without a symbol stand first in the id orders, among themselves by name without case,
 // and a record entered after the build takes its place by the same order.
 TEST_F(CatalogueTest, IdOrdersPutRecordsWithoutASymbolFirstByName) {
@@ -400,6 +397,9 @@ TEST_F(CatalogueTest, IdOrdersPutRecordsWithoutASymbolFirstByName) {
     EXPECT_EQ(one->GetDocumentName(), KL::UniString("One"));
 }
 
+// Names that share long beginnings, fold to other lengths or lie beyond the basic plane: each is
+// found in any case, a near name is not, and a walk by name gives the order of a case-insensitive
+// compare, for parts walked and for one stored afterwards.
 TEST_F(CatalogueTest, NameSearchesAndTheNameOrderHoldForAwkwardNames) {
     const std::vector<std::string> names = {"Window Double Hung 24",
                                             "Window Double Hung 36",

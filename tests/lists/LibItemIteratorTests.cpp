@@ -106,6 +106,12 @@ TEST_F(Iteration, FiltersDeletedSlotsAndTheReverseWalk) {
     const StartsWith none('Z');
     LM::LibItemIterator refused(Set(), none, LM::LibItemIterator::AllItems);
     EXPECT_EQ(refused.Get(), nullptr);
+    // A filtered walk of valid parts passes over the dummy the filter accepts.
+    const StartsWith letterG('G');
+    LM::LibItemIterator ghosts(Set(), letterG, LM::LibItemIterator::AllItems);
+    EXPECT_EQ(Forward(ghosts), "Ghost");
+    LM::LibItemIterator validGhosts(Set(), letterG, LM::LibItemIterator::ValidItemsOnly);
+    EXPECT_EQ(validGhosts.Get(), nullptr);
 
     LM::LibItemReverseIterator back(Set(), LM::LibItemReverseIterator::AllItems);
     EXPECT_EQ(Backward(back), "Ghost,Armchair,Chair,Bench");

@@ -30,9 +30,9 @@ const std::vector<std::uint32_t>* LibItemOrderByName::GetWholeOrder(const Librar
 
 struct LibItemWalk::State {
     State(const LibrarySet& set, const ILibItemOrder* givenOrder, const ILibItemCriteria* givenCriteria,
-          bool onlyValid, Direction walkDirection)
+          Direction walkDirection)
         : librarySet(&set), parts(set.GetLibPartSet()), order(givenOrder), criteria(givenCriteria),
-          validOnly(onlyValid), direction(walkDirection) {
+          direction(walkDirection) {
         count = parts != nullptr ? static_cast<int>(parts->GetCount()) : 0;
         // The catalogue holds still during a walk: the orders it keeps itself are read in place,
         // a step then costs what a walk over an array costs.
@@ -94,7 +94,8 @@ struct LibItemWalk::State {
         return found;
     }
 
-    // A filter is the caller's code: it is asked about a record only when the walk reaches it.
+    // A filter is the caller's code: it is asked about a record only when the walk reaches it, and
+    // never about a deleted one. Whether the walk wants valid records only is the step's to check.
     void FillOneByOne() {
         const int end = direction == Forward ? count : -1;
         const int step = direction == Forward ? 1 : -1;
@@ -105,10 +106,8 @@ struct LibItemWalk::State {
             if (index < 0 || index >= count)
                 continue;
             const LibPart& part = parts->GetLibPart(static_cast<std::size_t>(index));
-            if (part.GetState() == LibPartStateDeleted ||
-                (criteria != nullptr && !(*criteria)(*librarySet, index)))
-                continue;
-            if (!validOnly || part.IsValid())
+            if (part.GetState() != LibPartStateDeleted &&
+                (criteria == nullptr || (*criteria)(*librarySet, index)))
                 batch[static_cast<std::size_t>(filled++)] = &part;
         }
     }
@@ -119,7 +118,6 @@ struct LibItemWalk::State {
     const LibPartSet* parts;
     const ILibItemOrder* order;       // null: the catalogue's own order
     const ILibItemCriteria* criteria; // null: no filter
-    bool validOnly;
     Direction direction;
     int count = 0;
     const SortedRecords* sequence = nullptr;
@@ -132,9 +130,9 @@ struct LibItemWalk::State {
 // Both directions start at the start part's position; without one, or when the order does not hold
 // it, just before the first position in the direction of the walk.
 LibItemWalk::State* LibItemWalk::Start(const LibrarySet& librarySet, const ILibItemOrder* order,
-                                       const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
+                                       const ILibItemCriteria* criteria, const LibPart* start,
                                        Direction direction) {
-    State* state = new (std::nothrow) State(librarySet, order, criteria, validOnly, direction);
+    State* state = new (std::nothrow) State(librarySet, order, criteria, direction);
     if (state == nullptr)
         throw KL::OutOfMemoryException();
     // A throwing order must not leak the state.

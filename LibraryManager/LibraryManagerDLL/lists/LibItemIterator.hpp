@@ -60,7 +60,7 @@ protected:
     // Null `order` and `criteria` take the catalogue's own order and no filter.
     LibItemWalk(const LibrarySet& librarySet, const ILibItemOrder* order, const ILibItemCriteria* criteria,
                 bool validOnly, const LibPart* start, Direction direction)
-        : state(Start(librarySet, order, criteria, validOnly, start, direction)), validOnly(validOnly) {
+        : state(Start(librarySet, order, criteria, start, direction)), validOnly(validOnly) {
         Step();
     }
     void Step() {
@@ -94,8 +94,7 @@ private:
     // Out of line and given the state, never the walk: the walk's address then stays with its
     // caller, whose compiler keeps the position in registers instead of storing it at every step.
     static State* Start(const LibrarySet& librarySet, const ILibItemOrder* order,
-                        const ILibItemCriteria* criteria, bool validOnly, const LibPart* start,
-                        Direction direction);
+                        const ILibItemCriteria* criteria, const LibPart* start, Direction direction);
     // The next records the walk passes, at most a batch; none only at the end.
     static Batch NextBatch(State* state);
 
