@@ -189,6 +189,14 @@ void Location::Clear() {
     valid = false;
 }
 
+void Location::TakeMemoryOf(Location& other) noexcept {
+    joined.TakeMemoryOf(other.joined);
+    count = 0;
+    other.count = 0;
+    valid = false;
+    other.valid = false;
+}
+
 int Location::Append(const Name& name) {
     if (!valid)
         return KL::ErrParam;

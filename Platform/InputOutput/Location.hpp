@@ -61,6 +61,9 @@ public:
     bool IsEmpty() const { return !valid; }
     bool IsValid() const { return valid; }
     void Clear();
+    // Empties both locations, this one keeping the memory of the other's path (see
+    // KL::UniString::TakeMemoryOf).
+    void TakeMemoryOf(Location& other) noexcept;
 
     int Append(const Name& name);
     int Append(const RelativeLocation& relative);

@@ -3,6 +3,7 @@
 #include "KLRoot/ClassInfo.hpp"
 #include "KLRoot/KLExport.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -18,6 +19,10 @@ struct LM_EXPORT PagedArrayPrivate {
 
 // An array stored in pages of PageSize elements. Elements never move: a pointer to an element
 // stays valid while the array grows, until that element is removed or the array cleared.
+//
+// Retire empties the array but leaves its elements in place, for PushReused to make over in turn,
+// so that an array filled again with much the same elements reuses what they hold. Retired
+// elements are no part of the array; DropRetired destroys those left.
 template <typename T, std::size_t PageSize = 8>
 class PagedArray {
     static_assert(PageSize > 0);
@@ -34,7 +39,8 @@ public:
         }
     }
     PagedArray(PagedArray&& other) noexcept
-        : pages(std::move(other.pages)), size(std::exchange(other.size, 0)) {}
+        : pages(std::move(other.pages)), size(std::exchange(other.size, 0)),
+          retiredEnd(std::exchange(other.retiredEnd, 0)) {}
     PagedArray& operator=(const PagedArray& other) {
         if (this != &other) {
             PagedArray copy(other);
@@ -47,6 +53,7 @@ public:
             Clear();
             pages = std::move(other.pages);
             size = std::exchange(other.size, 0);
+            retiredEnd = std::exchange(other.retiredEnd, 0);
         }
         return *this;
     }
@@ -61,6 +68,7 @@ public:
 
     template <typename... Args>
     T& PushNew(Args&&... args) {
+        DropRetired();
         if (size == pages.size() * PageSize)
             pages.push_back(std::make_unique<Page>());
         T* slot = ::new (static_cast<void*>(Slot(size))) T(std::forward<Args>(args)...);
@@ -69,11 +77,35 @@ public:
     }
     void Push(const T& item) { PushNew(item); }
     void Push(T&& item) { PushNew(std::move(item)); }
+    // Appends the next retired element, made over by `reuse(element)`, or else a new one made by
+    // `T()`. `reuse` must leave a valid element whether it returns or throws.
+    template <typename Reuse>
+    T& PushReused(Reuse reuse) {
+        if (size >= retiredEnd)
+            return PushNew();
+        T& element = *Slot(size);
+        reuse(element);
+        if (++size == retiredEnd)
+            retiredEnd = 0;
+        return element;
+    }
     void DeleteLast() {
         --size;
-        Slot(size)->~T();
+        // Next to retired elements it is retired too, so that they stay one run.
+        if (retiredEnd == 0)
+            Slot(size)->~T();
+    }
+    void Retire() {
+        retiredEnd = std::max(size, retiredEnd);
+        size = 0;
+    }
+    void DropRetired() {
+        for (; retiredEnd > size; --retiredEnd)
+            Slot(retiredEnd - 1)->~T();
+        retiredEnd = 0;
     }
     void Clear() {
+        DropRetired();
         while (size > 0)
             DeleteLast();
         pages.clear();
@@ -81,6 +113,7 @@ public:
     void Swap(PagedArray& other) noexcept {
         pages.swap(other.pages);
         std::swap(size, other.size);
+        std::swap(retiredEnd, other.retiredEnd);
     }
 
     template <typename Owner, typename Value>
@@ -157,6 +190,8 @@ private:
 
     std::vector<std::unique_ptr<Page>> pages;
     std::size_t size = 0;
+    // Elements in [size, retiredEnd) are retired; 0 when there are none.
+    std::size_t retiredEnd = 0;
 };
 
 } // namespace KL

@@ -68,6 +68,13 @@ public:
     const std::u16string& Units() const { return text; }
 
     void Clear() { text.clear(); }
+    // Empties both texts, this one keeping the memory `other` had: a text assigned next takes
+    // no allocation when it fits.
+    void TakeMemoryOf(UniString& other) noexcept {
+        text.swap(other.text);
+        text.clear();
+        other.text.clear();
+    }
     UniString& Append(const UniString& other) {
         text.append(other.text);
         return *this;

@@ -13,6 +13,7 @@ namespace {
 struct Counted {
     static inline int alive = 0;
     int value;
+    Counted() : value(-1) { ++alive; }
     explicit Counted(int v) : value(v) { ++alive; }
     Counted(const Counted& other) : value(other.value) { ++alive; }
     ~Counted() { --alive; }
@@ -44,6 +45,43 @@ TEST(PagedArray, ElementAddressesStayStableAcrossGrowth) {
     EXPECT_EQ(array.GetLast().value, 998);
     array.Clear();
     copy = KL::PagedArray<Counted, 8>();
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST(PagedArray, RetiredElementsAreMadeOverInTurnAndNoneIsLostOrLeaked) {
+    KL::PagedArray<Counted, 8> array;
+    for (int i = 0; i < 20; ++i)
+        array.PushNew(i);
+    const Counted* first = &array[0];
+    array.Retire();
+    EXPECT_TRUE(array.IsEmpty());
+    EXPECT_EQ(Counted::alive, 20);
+    const auto reuse = [](Counted& old) { old.value += 100; };
+    EXPECT_EQ(&array.PushReused(reuse), first);
+    EXPECT_EQ(array[0].value, 100);
+    array.PushReused(reuse);
+    array.DeleteLast(); // next to the retired ones, it waits with them
+    EXPECT_EQ(Counted::alive, 20);
+    EXPECT_EQ(array.PushReused(reuse).value, 201);
+    for (int i = 2; i < 20; ++i)
+        EXPECT_EQ(array.PushReused(reuse).value, 100 + i);
+    EXPECT_EQ(array.PushReused(reuse).value, -1); // none left: a new one
+    EXPECT_EQ(Counted::alive, 21);
+
+    array.Retire();
+    array.PushReused(reuse);
+    array.PushNew(7); // a new element goes after the live ones: the retired ones go
+    EXPECT_EQ(Counted::alive, 2);
+    EXPECT_EQ(array.GetSize(), 2U);
+    EXPECT_EQ(array[1].value, 7);
+    array.Retire();
+    array.PushReused(reuse);
+    array.DropRetired();
+    EXPECT_EQ(Counted::alive, 1);
+    array.Retire();
+    KL::PagedArray<Counted, 8> moved(std::move(array));
+    EXPECT_EQ(Counted::alive, 1);
+    moved.Clear();
     EXPECT_EQ(Counted::alive, 0);
 }
 

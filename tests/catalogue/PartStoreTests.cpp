@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -143,6 +144,58 @@ TEST_F(PartStore, EnumeratingAgainReplacesTheCatalogueWholeAndLetsTheHostsDataGo
     EXPECT_TRUE(Set().GetAncestryHierarchy()->IsNodeOnPath(part->GetAncestryId(), TestId(1)));
     EXPECT_EQ(Set().GetAncestryHierarchy()->GetPathReferenceCount(Set().GetAncestryHierarchy()->GetRoot()),
               202U);
+}
+
+// A second pass makes the records of the first over into its own. Whatever a record was, its
+// successor in that slot must be what a pass from nothing makes of the file now there.
+TEST_F(PartStore, EnumeratingAgainOverAChangedLibraryEqualsAPassFromNothing) {
+    for (std::uint32_t n = 10; n < 60; ++n) {
+        const std::string name = "Part " + std::to_string(n);
+        SavePart("Lib/Objects/Many/" + name + ".klm", TestId(n), name.c_str(), {TestId(1)}, n % 7 == 0);
+    }
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    const KL::Guid client(7, 0, 0, {});
+    bool released = false;
+    Set().SetUserData(Set().GetLibPart(LM::LibPartId(TestId(20), KL::UniString())), client,
+                      testsupport::NewReleaseNote(&released));
+    // Records shift by one, texts come where parts were, and paths grow and shrink.
+    std::filesystem::remove(scratch.Path() / "Lib/Objects/Many/Part 10.klm");
+    scratch.Write("Lib/Objects/Many/Part 30 notes.txt", "notes");
+    scratch.Write("Lib/Objects/Many/A.txt", "a");
+    std::filesystem::remove(scratch.Path() / "Lib/Objects/Many/Part 40.klm");
+    SavePart("Lib/Objects/Many/Deeper/And/Deeper/Part 40 moved further down.klm", TestId(40), "Part 40",
+             {TestId(1)});
+
+    const auto records = [this, &client] {
+        std::vector<std::string> lines;
+        for (int i = 0; i < Set().GetLibPartNumber(); ++i) {
+            const LM::LibPart& part = *Set().GetLibPartByIndex(i);
+            lines.push_back(Relative(part.GetLocation()) + "|" + Relative(part.GetOrigLocation()) + "|" +
+                            FolderPath(part.GetFolderIndex()) + "|" + part.GetDocumentName().ToUTF8() + "|" +
+                            std::to_string(part.GetState()) + "|" + std::to_string(part.GetFlags()) + "|" +
+                            std::to_string(part.GetGeneralFileType().GetValue()) + "|" +
+                            std::to_string(part.IsSymbol()) +
+                            (part.IsSymbol() ? "|" + part.GetOwnUnID().mainGuid.ToString() + "|" +
+                                                   std::to_string(part.IsTemplate()) + "|" +
+                                                   std::to_string(part.GetProxy())
+                                             : "") +
+                            "|" + std::to_string(part.GetUserData(client).IsNull()));
+        }
+        return lines;
+    };
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_TRUE(released);
+    const std::vector<std::string> again = records();
+
+    ASSERT_EQ(Set().ResetActiveLibraries(), 0);
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    ASSERT_EQ(AddLibrary("Lib"), 0);
+    ASSERT_EQ(Set().Enumerate(process), 0);
+    EXPECT_EQ(again, records());
+    EXPECT_EQ(again.size(), 2U + 50U - 1U + 2U);
+    EXPECT_TRUE(std::any_of(again.begin(), again.end(), [](const std::string& line) {
+        return line.starts_with("Lib/Objects/Many/A.txt|") && line.ends_with("|0|1");
+    }));
 }
 
 TEST_F(PartStore, DummiesStandForMissingPartsAndPointToTheirAncestors) {

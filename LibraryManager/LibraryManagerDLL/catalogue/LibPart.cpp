@@ -49,11 +49,34 @@ void LibPart::FillValid(const IO::Location& newLocation, const KL::Guid& newGuid
     state = location.IsEmpty() ? LibPartStateDummy : LibPartStateValid;
     guid = newGuid;
     name.Clear();
-    if (HasSymbolType()) {
-        delete std::exchange(symbol, nullptr);
-        symbol = new Symbol;
-    }
+    RenewSymbol();
     FillFromFile(false);
+}
+
+void LibPart::RenewSymbol() {
+    if (!HasSymbolType()) {
+        delete std::exchange(symbol, nullptr);
+    } else if (symbol == nullptr) {
+        symbol = new Symbol;
+    } else {
+        std::destroy_at(symbol);
+        std::construct_at(symbol);
+    }
+}
+
+void LibPart::TakeMemoryOf(LibPart& other) noexcept {
+    name.TakeMemoryOf(other.name);
+    location.TakeMemoryOf(other.location);
+    delete std::exchange(symbol, std::exchange(other.symbol, nullptr));
+}
+
+// Every field back to a new record's, whatever fields a record comes to have.
+void LibPart::Recycle() noexcept {
+    LibPart kept;
+    kept.TakeMemoryOf(*this);
+    std::destroy_at(this);
+    std::construct_at(this);
+    TakeMemoryOf(kept);
 }
 
 void LibPart::Reload() {
@@ -117,11 +140,9 @@ void LibPart::FillDummy(const KL::UniString& newName, const KL::UnID& unId, int 
     state = LibPartStateDummy;
     name = newName;
     guid = KL::NULLGuid;
-    if (HasSymbolType()) {
-        delete std::exchange(symbol, nullptr);
-        symbol = new Symbol;
+    RenewSymbol();
+    if (symbol != nullptr)
         symbol->SetOwnUnID(unId);
-    }
 }
 
 void LibPart::SetOrigLocation(const IO::Location& value) {

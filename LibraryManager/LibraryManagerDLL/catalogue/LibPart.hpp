@@ -53,6 +53,9 @@ public:
     void Reload();
     void FillDummy(const KL::UniString& name, const KL::UnID& unId, int folderIndex,
                    const FTM::GeneralID& fileType, std::uint32_t flags);
+    // Makes a record let go over into a new one for FillValid, keeping the memory of its texts and
+    // its symbol's block, which a fill of much the same file then reuses.
+    void Recycle() noexcept;
     void Swap(LibPart* other);
     // Hands every field to an empty `target` and leaves this slot as a deleted hole.
     void MoveAssignment(LibPart* target);
@@ -128,6 +131,11 @@ public:
 
 private:
     bool HasSymbolType() const;
+    // A blank symbol for the symbol and script types, in the block the record has when it has one;
+    // none for the other types.
+    void RenewSymbol();
+    // Takes what Recycle keeps from `other`, which is left without it.
+    void TakeMemoryOf(LibPart& other) noexcept;
     void FillFromFile(bool reload);
     bool ReadModificationTime();
     void DeriveNameFromLocation();

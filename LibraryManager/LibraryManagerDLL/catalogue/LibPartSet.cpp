@@ -373,6 +373,21 @@ void LibPartSet::ResetIdTable() {
     }
 }
 
+LibPart& LibPartSet::AppendPartToFill() {
+    return parts.PushReused([](LibPart& spare) { spare.Recycle(); });
+}
+
+void LibPartSet::TakeSpares(LibPartSet& retired) {
+    if (!parts.IsEmpty())
+        return;
+    parts.Swap(retired.parts);
+    parts.Retire();
+}
+
+void LibPartSet::DropSpares() {
+    parts.DropRetired();
+}
+
 void LibPartSet::Reserve(std::size_t more) {
     const std::size_t count = parts.GetSize() + more;
     unIdToPart.Reserve(count);

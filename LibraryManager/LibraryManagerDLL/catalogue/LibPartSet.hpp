@@ -73,6 +73,15 @@ public:
     std::size_t GetDuplicateCount() const { return duplicates.GetSize(); }
     const LibPart& GetDuplicate(std::size_t index) const { return duplicates[index]; }
     LibPart& AppendPart() { return parts.PushNew(); }
+    // A record for LibPart::FillValid: the next spare made over when one is left.
+    LibPart& AppendPartToFill();
+    // Into an empty set: the records of `retired`, a catalogue let go, stay where they are as
+    // spares, which the records appended to fill are made of in turn. A pass over the same
+    // libraries stores much the same files in the same order, so that their texts fit, and it
+    // frees and allocates next to nothing for them.
+    void TakeSpares(LibPartSet& retired);
+    // The spares no record took, at the end of a pass.
+    void DropSpares();
     // Registers where a record is, for records that skip registering (dummies).
     void EnterIndex(LibPart* part, std::uint32_t index) {
         part->storeIndex = static_cast<std::int32_t>(index);

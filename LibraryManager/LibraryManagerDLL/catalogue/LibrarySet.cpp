@@ -574,7 +574,14 @@ void LibrarySet::DropRetiredCatalogue() {
     retiredFolders.reset();
 }
 
+void LibrarySet::RecycleRetiredCatalogue() {
+    if (retiredParts != nullptr)
+        libParts->TakeSpares(*retiredParts);
+    DropRetiredCatalogue();
+}
+
 void LibrarySet::FinishEnumerate(KL::ProcessControl& process) {
+    libParts->DropSpares();
     FinishFolderSet();
     libParts->AddNullIdEntry();
     libParts->BuildSortedIndices();

@@ -426,6 +426,9 @@ private:
     // After a single change outside a walk: the finishing work now, or owed to the batch's end.
     void FinishSingleChange(KL::ProcessControl& process, bool folderAdded, bool hierarchyChanged);
     void DropRetiredCatalogue();
+    // The retired records become spares of the new catalogue (LibPartSet::TakeSpares), the rest
+    // of it goes.
+    void RecycleRetiredCatalogue();
 
     LibPartSet* libParts = nullptr;
     FolderSet* folderSet = nullptr;

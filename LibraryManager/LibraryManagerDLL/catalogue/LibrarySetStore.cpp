@@ -109,7 +109,7 @@ const LibPart* LibrarySet::StoreLibPart(KL::ProcessControl& process, const IO::L
         *duplicate = nullptr;
     if (libParts == nullptr || folderSet == nullptr)
         return nullptr;
-    DropRetiredCatalogue();
+    RecycleRetiredCatalogue();
     IO::Name fileName;
     if (location.GetLastLocalName(&fileName) != 0 ||
         (fileName.HasExtension() && fileName.GetBase().IsEmpty()))
@@ -143,7 +143,7 @@ const LibPart* LibrarySet::StoreLibPart(KL::ProcessControl& process, const IO::L
     LibPart* stored = nullptr;
     if (index == -1) {
         const std::size_t newIndex = libParts->GetCount();
-        libParts->AppendPart().FillValid(location, ServerGuidOf(location, folder), folder, type, flags);
+        libParts->AppendPartToFill().FillValid(location, ServerGuidOf(location, folder), folder, type, flags);
         stored = libParts->Register(newIndex, LibPartSet::AppendedRecord, preferNew, nullptr, &loser);
         if (loser == nullptr && isEnumerated)
             libParts->InsertInSortedIndices(static_cast<std::uint32_t>(newIndex));
