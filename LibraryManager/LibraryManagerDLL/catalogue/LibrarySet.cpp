@@ -563,6 +563,12 @@ void LibrarySet::StartNewCatalogue() {
     if (activeLibraries == nullptr)
         activeLibraries = new LibraryList;
     hierarchy->Clear();
+    // A pass over the same libraries stores about as many records as the last: room for them
+    // spares the tables' growth on the way.
+    if (retiredParts != nullptr) {
+        libParts->Reserve(retiredParts->GetCount());
+        hierarchy->Reserve(retiredParts->GetCount());
+    }
     inBatch = false;
     batchFolderSetDirty = false;
     batchHierarchyDirty = false;
