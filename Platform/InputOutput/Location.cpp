@@ -191,10 +191,8 @@ void Location::Clear() {
 
 void Location::TakeMemoryOf(Location& other) noexcept {
     joined.TakeMemoryOf(other.joined);
-    count = 0;
-    other.count = 0;
-    valid = false;
-    other.valid = false;
+    Clear();
+    other.Clear();
 }
 
 int Location::Append(const Name& name) {
